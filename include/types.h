@@ -1,0 +1,38 @@
+// Basic types of every interface: fixed-width, the same on every data model.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+using BOOL = int;
+using TCHAR = char;
+using LPTSTR = char*;
+using LPCTSTR = const char*;
+using WCHAR = wchar_t;
+using LPWSTR = wchar_t*;
+using LPCWSTR = const wchar_t*;
+using BYTE = std::uint8_t;
+using UCHAR = std::uint8_t;
+using UINT8 = std::uint8_t;
+using WORD = std::uint16_t;
+using DWORD = std::uint32_t;
+using ULONG = std::uint32_t;
+using PVOID = void*;
+
+#ifndef TRUE
+#define TRUE  1
+#define FALSE 0
+#endif
+
+// Marks what the library exports; everything else stays hidden.
+#define FLASHLIB_API __attribute__((visibility("default")))
+
+// Asserts the size of a wire or driver record where it is declared.
+#define FLASHLIB_LAYOUT(type, size) static_assert(sizeof(type) == (size), #type " must be " #size " bytes")
+
+// Asserts the offset of a field of such a record. Records that extend a header are laid out like any other here, though
+// the language calls offsetof conditionally supported for them.
+#define FLASHLIB_OFFSET(type, field, offset)                                                               \
+    _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Winvalid-offsetof\"") static_assert( \
+        offsetof(type, field) == (offset), #type "::" #field " must be at offset " #offset);               \
+    _Pragma("GCC diagnostic pop") static_assert(true, "")
