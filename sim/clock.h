@@ -1,0 +1,30 @@
+// Virtual time: a sleep moves the clock and returns.
+#pragma once
+
+#include <cstdint>
+
+namespace sim
+{
+
+class CClock
+{
+  public:
+    // Nanoseconds since the epoch. Starts at the host's time; asking moves it by a microsecond, so that a loop that
+    // waits for a time by asking for it comes to an end.
+    std::int64_t Ask();
+    std::int64_t Now() const { return m_Now; }
+    void Advance(std::int64_t nanoseconds) { m_Now += nanoseconds; }
+
+    // True when the process asked for the host's own time instead (environment variable ZALSIM_REAL_TIME).
+    bool IsReal() const { return m_bReal; }
+
+    static CClock& Instance();
+
+  private:
+    CClock();
+
+    bool m_bReal;
+    std::int64_t m_Now;
+};
+
+}  // namespace sim

@@ -1,0 +1,135 @@
+#include "description.h"
+
+#include <fstream>
+#include <limits>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <stdexcept>
+
+namespace sim
+{
+
+namespace
+{
+
+using Json = nlohmann::json;
+
+std::string Text(const Json& object, const char* key, const char* otherwise = "")
+{
+    return object.value(key, std::string(otherwise));
+}
+
+// A number, written as one or as a text in any C notation ("0xA5").
+template <typename Number>
+Number Numeric(const Json& object, const char* key, Number otherwise)
+{
+    const auto entry = object.find(key);
+    if (entry == object.end()) return otherwise;
+    const std::uint64_t value =
+        entry->is_string() ? std::stoull(entry->get<std::string>(), nullptr, 0) : entry->get<std::uint64_t>();
+    if (value > static_cast<std::uint64_t>(std::numeric_limits<Number>::max()))
+        throw std::runtime_error(std::string(key) + " is too large");
+    return static_cast<Number>(value);
+}
+
+template <typename Value>
+Value Choice(const Json& object, const char* key, const std::map<std::string, Value>& choices)
+{
+    const std::string name = Text(object, key, "none");
+    const auto choice = choices.find(name);
+    if (choice == choices.end()) throw std::runtime_error(std::string(key) + " can't be \"" + name + "\"");
+    return choice->second;
+}
+
+const Json& Object(const Json& object, const char* key)
+{
+    static const Json empty = Json::object();
+    const auto entry = object.find(key);
+    return entry == object.end() || entry->is_null() ? empty : *entry;
+}
+
+FirmwareDescription Firmware(const Json& object)
+{
+    static const std::map<std::string, std::uint16_t> types = {
+        {"system_rom", 1}, {"redundant_rom", 2}, {"boot_block", 3}, {"power_pic", 4}, {"power_pic_boot", 5},
+        {"chassis", 6},    {"chassis_boot", 7},  {"cpld", 8},       {"sps", 9},       {"chassis_cpld", 10},
+        {"csm", 11},       {"apml", 12},         {"none", 0},
+    };
+    FirmwareDescription firmware;
+    firmware.Type = Choice(object, "type", types);
+    firmware.Name = Text(object, "name");
+    firmware.Version = Text(object, "version");
+    firmware.Format = Numeric<std::uint8_t>(object, "format", 0);
+    firmware.Data = object.value("data", std::vector<std::uint8_t>());
+    if (firmware.Data.size() > 12) throw std::runtime_error("a firmware's data has more than 12 bytes");
+    return firmware;
+}
+
+ServerDescription Describe(const Json& json, const std::filesystem::path& folder)
+{
+    ServerDescription server = {};
+    server.Product = Text(json, "product");
+    server.Manufacturer = Text(json, "manufacturer", "Quorvant");
+    server.Serial = Text(json, "serial");
+    server.Generation = Numeric(json, "generation", 9);
+    server.SystemId = Text(json, "system_id");
+    server.PlatformId = Numeric<std::uint16_t>(json, "platform_id", 0);
+    server.TpmStatus = Choice<std::uint8_t>(json, "tpm", {{"none", 0}, {"enabled", 1}, {"disabled", 2}});
+
+    const Json& rom = Object(json, "rom");
+    server.Rom = {Text(rom, "family"), Text(rom, "version"), Text(rom, "date"), Text(rom, "name", "SYSTEM ROM")};
+    server.RedundantRomDate = Text(rom, "redundant_date");
+    server.BootBlockDate = Text(rom, "boot_block_date");
+    server.OemRomName = Text(rom, "oem_name");
+    server.OemRomDate = Text(rom, "oem_date");
+    server.PowerMicroVersion = Text(json, "power_micro_version");
+    for (const Json& firmware : json.value("firmware", Json::array())) server.Firmware.push_back(Firmware(firmware));
+
+    const Json& buffer = Object(json, "flash_buffer");
+    server.FlashBufferAddress = Numeric<std::uint64_t>(buffer, "address", 0);
+    server.FlashBufferSize = Numeric<std::uint32_t>(buffer, "size", 0);
+
+    if (json.contains("smbios_dump")) server.SmbiosDump = folder / Text(json, "smbios_dump");
+    server.DriverVersion = Text(Object(json, "driver"), "version");
+
+    const Json& faults = Object(json, "faults");
+    server.Smbios = Choice<SmbiosFault>(faults, "smbios",
+                                        {{"none", SmbiosFault::None},
+                                         {"missing", SmbiosFault::Missing},
+                                         {"empty", SmbiosFault::Empty},
+                                         {"read_error", SmbiosFault::ReadError},
+                                         {"no_anchor", SmbiosFault::NoAnchor},
+                                         {"zero_address", SmbiosFault::ZeroAddress},
+                                         {"truncated", SmbiosFault::Truncated},
+                                         {"unreadable", SmbiosFault::Unreadable}});
+    server.Driver = Choice<DriverFault>(faults, "driver",
+                                        {{"none", DriverFault::None},
+                                         {"missing", DriverFault::Missing},
+                                         {"refuses", DriverFault::Refuses},
+                                         {"fails", DriverFault::Fails}});
+    if (server.DriverVersion.empty()) server.Driver = DriverFault::Missing;
+    return server;
+}
+
+}  // namespace
+
+ServerDescription ParseDescription(const std::string& text, const std::filesystem::path& folder)
+{
+    try {
+        return Describe(Json::parse(text), folder);
+    } catch (const std::exception& error) {
+        throw std::runtime_error("The description of the server in " + folder.string() + " is wrong: " + error.what());
+    }
+}
+
+ServerDescription ReadDescription(const std::filesystem::path& folder)
+{
+    std::ifstream file(folder / "server.json");
+    std::ostringstream text;
+    if (!(text << file.rdbuf()))
+        throw std::runtime_error("There is no server in " + folder.string() + ": no server.json");
+    return ParseDescription(text.str(), folder);
+}
+
+}  // namespace sim

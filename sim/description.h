@@ -1,0 +1,84 @@
+// What a simulated server is: the contents of its server.json.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace sim
+{
+
+struct RomDescription
+{
+    std::string Family;   // "P70"; empty: the server has no flash image header
+    std::string Version;  // "2.30"
+    std::string Date;     // "09/12/2019"
+    std::string Name;     // image name in the header
+};
+
+// A firmware that the tables tell of in a version record.
+struct FirmwareDescription
+{
+    std::uint16_t Type;
+    std::string Name;
+    std::string Version;
+    std::uint8_t Format;
+    std::vector<std::uint8_t> Data;  // at most 12 bytes
+};
+
+enum class SmbiosFault
+{
+    None,
+    Missing,      // no device node
+    Empty,        // the node has nothing to read
+    ReadError,    // reading it fails
+    NoAnchor,     // it holds something else
+    ZeroAddress,  // the entry point tells no address
+    Truncated,    // the table is shorter than its structure count says
+    Unreadable,   // the entry point tells an address at which there is no memory
+};
+
+enum class DriverFault
+{
+    None,
+    Missing,  // no device node
+    Refuses,  // does not know the version query
+    Fails,    // answers every request with an error
+};
+
+struct ServerDescription
+{
+    std::string Product;
+    std::string Manufacturer;
+    std::string Serial;
+    int Generation;  // from 8 on, version records tell of the firmware
+
+    RomDescription Rom;
+    std::string RedundantRomDate;
+    std::string BootBlockDate;
+    std::string OemRomName;
+    std::string OemRomDate;
+    std::string PowerMicroVersion;
+    std::vector<FirmwareDescription> Firmware;
+
+    std::string SystemId;
+    std::uint16_t PlatformId;
+    std::uint8_t TpmStatus;
+    std::uint64_t FlashBufferAddress;  // 0: the firmware reserves none
+    std::uint32_t FlashBufferSize;     // bytes
+
+    std::filesystem::path SmbiosDump;  // empty: the tables are built from the above
+    std::string DriverVersion;         // "5.6.0.2"; empty: the host has no ROM utility driver
+
+    SmbiosFault Smbios;
+    DriverFault Driver;
+};
+
+// Reads server.json in the server's folder. Throws std::runtime_error with a sentence for the user.
+ServerDescription ReadDescription(const std::filesystem::path& folder);
+
+// The same for a text; folder is where files that it names are looked for.
+ServerDescription ParseDescription(const std::string& text, const std::filesystem::path& folder);
+
+}  // namespace sim

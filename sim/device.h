@@ -1,0 +1,29 @@
+// A device node of the simulated host.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cerrno>
+#include <cstddef>
+
+namespace sim
+{
+
+// An open device. Calls answer as the system calls of the same name do: -1 with errno on failure.
+class IDevice
+{
+  public:
+    virtual ~IDevice() = default;
+
+    virtual ssize_t Read(void*, std::size_t) { return Fail(EINVAL); }
+    virtual int Ioctl(unsigned long, void*) { return Fail(ENOTTY); }
+
+  protected:
+    static int Fail(int error)
+    {
+        errno = error;
+        return -1;
+    }
+};
+
+}  // namespace sim

@@ -1,0 +1,15 @@
+// The device nodes that a server can have.
+#pragma once
+
+#include <memory>
+
+#include "server.h"
+
+namespace sim
+{
+
+// Each returns the open device, or null with errno when the server does not have it.
+std::unique_ptr<IDevice> OpenSmbiosNode(const CServer& server);
+std::unique_ptr<IDevice> OpenRomUtilityDriver(const CServer& server);
+
+}  // namespace sim

@@ -1,0 +1,175 @@
+// The C library's calls, taken over for the process that this is linked into or preloaded to: device nodes of the
+// current server and the clock are played, everything else goes on to the C library.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "clock.h"
+#include "server.h"
+
+#define ENTRY_POINT extern "C" __attribute__((visibility("default")))
+
+namespace
+{
+
+using sim::CClock;
+
+const std::int64_t Second = 1000000000;
+
+// The function that would have been called but for us.
+template <typename Function>
+Function* Next(Function*, const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+#define NEXT(function) static auto* const next = Next(static_cast<decltype(&function)>(nullptr), #function)
+
+std::map<int, std::unique_ptr<sim::IDevice>>& OpenDevices()
+{
+    static std::map<int, std::unique_ptr<sim::IDevice>> devices;
+    return devices;
+}
+
+sim::IDevice* FindDevice(int fd)
+{
+    const auto entry = OpenDevices().find(fd);
+    return entry == OpenDevices().end() ? nullptr : entry->second.get();
+}
+
+// Opens path when the current server plays it: true with the descriptor, or -1 and errno, in fd.
+template <typename Open>
+bool OpenDevice(const char* path, Open* next, int& fd)
+{
+    sim::CServer* pServer = sim::CServer::OwnsPath(path) ? sim::CurrentServer() : nullptr;
+    if (!pServer) return false;
+    fd = -1;
+    if (std::unique_ptr<sim::IDevice> pDevice = pServer->Open(path)) {
+        fd = next("/dev/null", O_RDWR | O_CLOEXEC);  // keeps the number taken
+        if (fd >= 0) OpenDevices()[fd] = std::move(pDevice);
+    }
+    return true;
+}
+
+mode_t ModeArgument(int flags, va_list arguments)
+{
+    return flags & (O_CREAT | O_TMPFILE) ? static_cast<mode_t>(va_arg(arguments, unsigned int)) : 0;
+}
+
+bool IsVirtual(clockid_t clock)
+{
+    return !CClock::Instance().IsReal() &&
+           (clock == CLOCK_REALTIME || clock == CLOCK_MONOTONIC || clock == CLOCK_BOOTTIME ||
+            clock == CLOCK_REALTIME_COARSE || clock == CLOCK_MONOTONIC_COARSE || clock == CLOCK_MONOTONIC_RAW);
+}
+
+}  // namespace
+
+ENTRY_POINT int open(const char* path, int flags, ...)
+{
+    NEXT(open);
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = ModeArgument(flags, arguments);
+    va_end(arguments);
+    int fd = -1;
+    return OpenDevice(path, next, fd) ? fd : next(path, flags, mode);
+}
+
+ENTRY_POINT int open64(const char* path, int flags, ...)
+{
+    NEXT(open64);
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = ModeArgument(flags, arguments);
+    va_end(arguments);
+    int fd = -1;
+    return OpenDevice(path, next, fd) ? fd : next(path, flags, mode);
+}
+
+ENTRY_POINT ssize_t read(int fd, void* buffer, size_t size)
+{
+    NEXT(read);
+    sim::IDevice* pDevice = FindDevice(fd);
+    return pDevice ? pDevice->Read(buffer, size) : next(fd, buffer, size);
+}
+
+ENTRY_POINT int ioctl(int fd, unsigned long request, ...)
+{
+    NEXT(ioctl);
+    va_list arguments;
+    va_start(arguments, request);
+    void* pArgument = va_arg(arguments, void*);
+    va_end(arguments);
+    sim::IDevice* pDevice = FindDevice(fd);
+    return pDevice ? pDevice->Ioctl(request, pArgument) : next(fd, request, pArgument);
+}
+
+ENTRY_POINT int close(int fd)
+{
+    NEXT(close);
+    OpenDevices().erase(fd);
+    return next(fd);
+}
+
+ENTRY_POINT time_t time(time_t* result) noexcept
+{
+    NEXT(time);
+    if (CClock::Instance().IsReal()) return next(result);
+    const time_t now = static_cast<time_t>(CClock::Instance().Ask() / Second);
+    if (result) *result = now;
+    return now;
+}
+
+ENTRY_POINT int clock_gettime(clockid_t clock, timespec* result) noexcept
+{
+    NEXT(clock_gettime);
+    if (!IsVirtual(clock)) return next(clock, result);
+    const std::int64_t now = CClock::Instance().Ask();
+    result->tv_sec = static_cast<time_t>(now / Second);
+    result->tv_nsec = static_cast<long>(now % Second);
+    return 0;
+}
+
+ENTRY_POINT int gettimeofday(timeval* result, void* zone) noexcept
+{
+    NEXT(gettimeofday);
+    if (CClock::Instance().IsReal()) return next(result, zone);
+    const std::int64_t now = CClock::Instance().Ask();
+    result->tv_sec = static_cast<time_t>(now / Second);
+    result->tv_usec = static_cast<suseconds_t>(now % Second / 1000);
+    return 0;
+}
+
+ENTRY_POINT unsigned int sleep(unsigned int seconds)
+{
+    NEXT(sleep);
+    if (CClock::Instance().IsReal()) return next(seconds);
+    CClock::Instance().Advance(seconds * Second);
+    return 0;
+}
+
+ENTRY_POINT int usleep(useconds_t microseconds)
+{
+    NEXT(usleep);
+    if (CClock::Instance().IsReal()) return next(microseconds);
+    CClock::Instance().Advance(microseconds * std::int64_t{1000});
+    return 0;
+}
+
+ENTRY_POINT int nanosleep(const timespec* request, timespec* remaining)
+{
+    NEXT(nanosleep);
+    if (CClock::Instance().IsReal()) return next(request, remaining);
+    CClock::Instance().Advance(request->tv_sec * Second + request->tv_nsec);
+    return 0;
+}

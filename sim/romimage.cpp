@@ -1,0 +1,53 @@
+#include "romimage.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "zalftbl.h"
+
+namespace sim
+{
+
+namespace
+{
+
+const std::size_t HeaderOffset = 0xE0C3;  // in the BIOS area; images align it to nothing
+
+// Bytes that look like code: neither empty nor compressible, and their own for every image.
+void FillWithCode(std::vector<std::uint8_t>& image, const std::string& seed)
+{
+    std::uint32_t state = 2166136261u;
+    for (char c : seed) state = (state ^ static_cast<std::uint8_t>(c)) * 16777619u;
+    for (std::uint8_t& byte : image) {
+        state = state * 1664525u + 1013904223u;
+        byte = static_cast<std::uint8_t>(state >> 24);
+    }
+}
+
+}  // namespace
+
+std::vector<std::uint8_t> BuildRomImage(const RomDescription& rom, std::size_t size)
+{
+    std::vector<std::uint8_t> image(size);
+    const std::string revision = rom.Version + " (" + rom.Date + ")";
+    FillWithCode(image, rom.Family + revision);
+
+    ZALFLSH_HEADER header = {};
+    std::memcpy(header.Signature, "$ZALFLSH", sizeof header.Signature);
+    header.Version = 1;
+    header.FeatureBits1 = 4;
+    std::memcpy(header.Date, rom.Date.data(), std::min(rom.Date.size(), sizeof header.Date));
+    header.TablePhysAddr = 0xFFFF0000;
+
+    std::uint8_t* pHeader = image.data() + size - BiosAreaSize + HeaderOffset;
+    std::memcpy(pHeader, &header, sizeof header);
+    char* pString = reinterpret_cast<char*>(pHeader) + offsetof(ZALFLSH_HEADER, ImageName);
+    for (const std::string* pText : {&rom.Name, &rom.Family, &revision}) {
+        std::strcpy(pString, pText->c_str());
+        pString += pText->size() + 1;
+    }
+    return image;
+}
+
+}  // namespace sim

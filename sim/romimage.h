@@ -1,0 +1,20 @@
+// System ROM images: what a server's flash part holds.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "description.h"
+
+namespace sim
+{
+
+// The part of an image that the server maps into the legacy BIOS area.
+const std::size_t BiosAreaSize = 65536;
+
+// Builds an image of size bytes (at least BiosAreaSize) that carries a flash image header in its last BiosAreaSize
+// bytes. The same description gives the same bytes.
+std::vector<std::uint8_t> BuildRomImage(const RomDescription& rom, std::size_t size);
+
+}  // namespace sim

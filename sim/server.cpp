@@ -1,0 +1,98 @@
+#include "server.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <stdexcept>
+
+#include "devices.h"
+#include "romimage.h"
+
+namespace sim
+{
+
+namespace
+{
+
+const std::uint32_t BiosArea = 0xF0000;
+const std::uint32_t SmbiosAddress = 0x7B7F0000;
+
+using Opener = std::unique_ptr<IDevice> (*)(const CServer&);
+
+const std::map<std::string, Opener>& DeviceNodes()
+{
+    static const std::map<std::string, Opener> nodes = {
+        {"/vmfs/devices/char/mem/smbios", OpenSmbiosNode},
+        {"/dev/qvrcru", OpenRomUtilityDriver},
+    };
+    return nodes;
+}
+
+std::unique_ptr<CServer>& CurrentServerSlot()
+{
+    static std::unique_ptr<CServer> server;
+    return server;
+}
+
+}  // namespace
+
+CServer::CServer(const std::filesystem::path& folder) : CServer(ReadDescription(folder)) {}
+
+CServer::CServer(const ServerDescription& description) : m_Description(description)
+{
+    m_Smbios = description.SmbiosDump.empty() ? BuildSmbios(description, SmbiosAddress)
+                                              : ReadSmbiosDump(description.SmbiosDump, SmbiosAddress);
+    MapMemory(BiosArea, description.Rom.Family.empty() ? std::vector<std::uint8_t>(BiosAreaSize, 0xFF)
+                                                       : BuildRomImage(description.Rom, BiosAreaSize));
+    MapMemory(SmbiosAddress, m_Smbios.Table);
+}
+
+void CServer::MapMemory(std::uint32_t address, std::vector<std::uint8_t> bytes)
+{
+    m_Memory.insert(m_Memory.begin(), {address, std::move(bytes)});
+}
+
+bool CServer::ReadMemory(std::uint32_t address, void* buffer, std::size_t size) const
+{
+    for (const Region& region : m_Memory) {
+        if (address < region.Address) continue;
+        const std::size_t offset = address - region.Address;
+        if (offset > region.Bytes.size() || size > region.Bytes.size() - offset) continue;
+        std::memcpy(buffer, region.Bytes.data() + offset, size);
+        return true;
+    }
+    return false;
+}
+
+bool CServer::OwnsPath(const std::string& path)
+{
+    return DeviceNodes().count(path) != 0;
+}
+
+std::unique_ptr<IDevice> CServer::Open(const std::string& path) const
+{
+    return DeviceNodes().at(path)(*this);
+}
+
+CServer* CurrentServer()
+{
+    static const char* pszFolder = std::getenv("ZALSIM_SERVER");
+    std::unique_ptr<CServer>& slot = CurrentServerSlot();
+    if (!slot && pszFolder) {
+        try {
+            slot = std::make_unique<CServer>(std::filesystem::path(pszFolder));
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "zalsim: %s\n", error.what());
+            std::_Exit(1);
+        }
+    }
+    return slot.get();
+}
+
+void SetCurrentServer(std::unique_ptr<CServer> server)
+{
+    CurrentServerSlot() = std::move(server);
+}
+
+}  // namespace sim

@@ -1,0 +1,56 @@
+// A simulated server: its memory and its device nodes.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "description.h"
+#include "device.h"
+#include "smbios.h"
+
+namespace sim
+{
+
+class CServer
+{
+  public:
+    // The server in a folder. Throws std::runtime_error with a sentence for the user.
+    explicit CServer(const std::filesystem::path& folder);
+    explicit CServer(const ServerDescription& description);
+
+    const ServerDescription& GetDescription() const { return m_Description; }
+    const SmbiosTables& GetSmbios() const { return m_Smbios; }
+
+    // Gives a range of addresses contents, ahead of what the server has there.
+    void MapMemory(std::uint32_t address, std::vector<std::uint8_t> bytes);
+
+    // Copies size bytes at a physical address; false when not all of them are there.
+    bool ReadMemory(std::uint32_t address, void* buffer, std::size_t size) const;
+
+    // True for a path that the server plays, whether or not it has such a device.
+    static bool OwnsPath(const std::string& path);
+
+    // Opens one of those; null with errno when the server does not have it.
+    std::unique_ptr<IDevice> Open(const std::string& path) const;
+
+  private:
+    struct Region
+    {
+        std::uint32_t Address;
+        std::vector<std::uint8_t> Bytes;
+    };
+
+    ServerDescription m_Description;
+    SmbiosTables m_Smbios;
+    std::vector<Region> m_Memory;
+};
+
+// The server that this process runs on: the one set last, else the one in the folder that the environment variable
+// ZALSIM_SERVER names, else null: the process then sees the real host. A server that can't be read ends the process.
+CServer* CurrentServer();
+void SetCurrentServer(std::unique_ptr<CServer> server);
+
+}  // namespace sim

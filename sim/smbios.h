@@ -1,0 +1,29 @@
+// A server's SMBIOS tables: built from its description, or taken from a dump of a real machine.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <vector>
+
+#include "description.h"
+#include "zalph/smbios.h"
+
+namespace sim
+{
+
+struct SmbiosTables
+{
+    SMBIOSEntryPoint Entry;
+    std::vector<std::uint8_t> Table;
+};
+
+// Builds well-formed tables: types 0, 1 and 127, and the platform's own 193, 195, 216, 224 and 229. The checksums of
+// the entry point hold for the address that it tells.
+SmbiosTables BuildSmbios(const ServerDescription& server, std::uint32_t address);
+
+// Reads and writes a dump in the layout of "dmidecode --dump-bin": the entry point at the start of the file, the table
+// at the offset that it tells. Reading places the table at address. Throw std::runtime_error with a sentence.
+SmbiosTables ReadSmbiosDump(const std::filesystem::path& file, std::uint32_t address);
+void WriteSmbiosDump(SmbiosTables tables, const std::filesystem::path& file);
+
+}  // namespace sim

@@ -1,0 +1,56 @@
+// The hypervisor's SMBIOS device node: the region that holds the entry point.
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "devices.h"
+
+namespace sim
+{
+
+namespace
+{
+
+class CSmbiosNode : public IDevice
+{
+  public:
+    CSmbiosNode(const SmbiosTables& tables, SmbiosFault fault) : m_Fault(fault), m_Position(0)
+    {
+        SMBIOSEntryPoint entry = tables.Entry;
+        if (fault == SmbiosFault::NoAnchor) std::memcpy(entry.sAnchorString, "_sm_", 4);
+        if (fault == SmbiosFault::ZeroAddress) entry.dwSTAddr = 0;
+        if (fault == SmbiosFault::Unreadable) entry.dwSTAddr = 0xFFFFFF00;
+        // Cuts the last structures off, in the middle of one.
+        if (fault == SmbiosFault::Truncated) entry.wSTLength = static_cast<WORD>(entry.wSTLength * 2 / 3);
+        const BYTE* pEntry = reinterpret_cast<const BYTE*>(&entry);
+        if (fault != SmbiosFault::Empty) m_Region.assign(pEntry, pEntry + sizeof entry);
+    }
+
+    ssize_t Read(void* buffer, std::size_t size) override
+    {
+        if (m_Fault == SmbiosFault::ReadError) return Fail(EIO);
+        const std::size_t length = std::min(size, m_Region.size() - m_Position);
+        std::memcpy(buffer, m_Region.data() + m_Position, length);
+        m_Position += length;
+        return static_cast<ssize_t>(length);
+    }
+
+  private:
+    SmbiosFault m_Fault;
+    std::vector<BYTE> m_Region;
+    std::size_t m_Position;
+};
+
+}  // namespace
+
+std::unique_ptr<IDevice> OpenSmbiosNode(const CServer& server)
+{
+    const SmbiosFault fault = server.GetDescription().Smbios;
+    if (fault == SmbiosFault::Missing) {
+        errno = ENOENT;
+        return nullptr;
+    }
+    return std::make_unique<CSmbiosNode>(server.GetSmbios(), fault);
+}
+
+}  // namespace sim

@@ -1,0 +1,111 @@
+// zalsim: runs an unmodified installer on a simulated server.
+#include <dlfcn.h>
+#include <elf.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "server.h"
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+const int CouldNotRun = 126;
+
+void Describe(const sim::ServerDescription& server)
+{
+    const auto line = [](const char* name, const std::string& value) {
+        std::printf("  %-14s %s\n", name, value.empty() ? "none" : value.c_str());
+    };
+    line("product", server.Product);
+    line("system ROM",
+         server.Rom.Family.empty() ? "" : server.Rom.Family + " v" + server.Rom.Version + " (" + server.Rom.Date + ")");
+    line("ROM driver", server.DriverVersion);
+    line("SMBIOS", server.Smbios == sim::SmbiosFault::Missing ? ""
+                   : server.SmbiosDump.empty()                ? "built from the description"
+                                                              : server.SmbiosDump.string());
+}
+
+// The preloaded library sees only programs of its own word size: says so instead of letting the loader skip it.
+bool IsOtherWordSize(const std::string& program)
+{
+    unsigned char ident[EI_NIDENT] = {};
+    std::ifstream(program, std::ios::binary).read(reinterpret_cast<char*>(ident), sizeof ident);
+    const int own = sizeof(void*) == 4 ? ELFCLASS32 : ELFCLASS64;
+    return std::memcmp(ident, ELFMAG, SELFMAG) == 0 && ident[EI_CLASS] != own;
+}
+
+// What to preload: the simulation, behind the sanitizer's run-time where there is one, which must come first.
+std::string PreloadList()
+{
+    std::string list;
+#ifdef __SANITIZE_ADDRESS__
+    Dl_info info = {};
+    if (dladdr(dlsym(RTLD_DEFAULT, "__asan_init"), &info)) list = std::string(info.dli_fname) + ":";
+#endif
+    list += (fs::read_symlink("/proc/self/exe").parent_path() / "libzalsim.so").string();
+    if (const char* pszOthers = std::getenv("LD_PRELOAD")) list += std::string(":") + pszOthers;
+    return list;
+}
+
+int Run(const std::string& folder, bool realTime, const std::vector<std::string>& command)
+{
+    if (IsOtherWordSize(command[0])) {
+        std::fprintf(stderr, "zalsim: %s is not a %zu-bit program, and this simulation is for such programs only.\n",
+                     command[0].c_str(), 8 * sizeof(void*));
+        return CouldNotRun;
+    }
+    setenv("ZALSIM_SERVER", fs::absolute(folder).c_str(), 1);
+    if (realTime) setenv("ZALSIM_REAL_TIME", "1", 1);
+    setenv("LD_PRELOAD", PreloadList().c_str(), 1);
+
+    std::vector<char*> arguments;
+    for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
+    arguments.push_back(nullptr);
+    execvp(arguments[0], arguments.data());
+    std::fprintf(stderr, "zalsim: can't run %s: %s\n", arguments[0], std::strerror(errno));
+    return CouldNotRun;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app("Runs an unmodified installer on a simulated server.");
+    app.footer("Example: zalsim --server sim/servers/rack -- ./installer /d out.xml /y package/");
+    std::string folder;
+    std::string dumpFile;
+    bool describe = false;
+    bool realTime = false;
+    std::vector<std::string> command;
+    app.add_option("--server", folder, "Folder of the server: its server.json and its state")->required();
+    app.add_flag("--describe", describe, "Print what the server is");
+    app.add_option("--dump-smbios", dumpFile, "Write the server's SMBIOS tables as dmidecode --dump-bin does");
+    app.add_flag("--real-time", realTime, "Let sleeps take their time");
+    app.add_option("command", command, "The installer and its arguments, behind --");
+    CLI11_PARSE(app, argc, argv);
+
+    try {
+        const sim::CServer server{fs::path(folder)};
+        if (describe) Describe(server.GetDescription());
+        if (!dumpFile.empty()) sim::WriteSmbiosDump(server.GetSmbios(), dumpFile);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "zalsim: %s\n", error.what());
+        return CouldNotRun;
+    }
+    if (!command.empty()) return Run(folder, realTime, command);
+    if (describe || !dumpFile.empty()) return 0;
+    std::fprintf(stderr, "zalsim: nothing to do; name an installer behind --, or see --help.\n");
+    return CouldNotRun;
+}
