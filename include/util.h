@@ -5,7 +5,7 @@
 #include "zalph/str.h"
 
 // The component directory. Defined by the host program, never by the library.
-extern CStr g_InstallLocalDir;
+FLASHLIB_API extern CStr g_InstallLocalDir;
 
 // Returns g_InstallLocalDir + "/" + name, without any normalisation.
 FLASHLIB_API CStr FileInComponentDir(const CStr& name);

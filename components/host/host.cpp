@@ -1,0 +1,127 @@
+#include "host.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "component.h"
+#include "util.h"
+
+CStr g_InstallLocalDir(".");
+
+namespace
+{
+
+const int ResultSize = 1024;
+
+const char* const szUsage =
+    "Usage: %s [/d [FILE]] [/y FOLDER]\n"
+    "\n"
+    "  /d [FILE]    discovery: write what is found and what is offered to FILE\n"
+    "               (default: /var/zal/PROGRAM_disc.xml) and install nothing\n"
+    "  /y FOLDER    the component's package folder (default: the current folder)\n"
+    "  --help       this text\n"
+    "\n"
+    "Switches may be written with - too. Without /d the component is installed.\n"
+    "Exit status: 0 done, 1 done and takes effect after a reboot, 2 already current,\n"
+    "3 a newer version is installed, 4 no such device, 5 cancelled, 6 could not run,\n"
+    "7 error or not allowed.\n"
+    "The debug log goes to the file that QVFLASHLOG names, else to /var/zal/flash.debug.log.\n";
+
+const char* StateText(int state)
+{
+    switch (state) {
+        case ZALSTATE_INSTALLEDSAME:
+            return "same version installed";
+        case ZALSTATE_INSTALLEDOLDER:
+            return "older version installed";
+        case ZALSTATE_INSTALLEDNEWER:
+            return "newer version installed";
+        case ZALSTATE_INSTALLEDNOTNEEDED:
+            return "installed, not needed";
+        case ZALSTATE_NOTINSTALLEDNEEDED:
+            return "not installed, needed";
+        case ZALSTATE_NOTINSTALLEDNOTNEEDED:
+            return "not needed on this server";
+        case ZALSTATE_INSTALLNOTALLOWED:
+            return "installation not allowed";
+        default:
+            return "unknown";
+    }
+}
+
+void PrintRow(const char* name, const char* value)
+{
+    std::printf("  %-16s %s\n", name, value);
+}
+
+void PrintText(CComponent& component, ULONG id, const char* name)
+{
+    static char szText[65536];  // components keep their texts far shorter
+    component.GetProperty(id, szText, sizeof szText, "en");
+    PrintRow(name, szText);
+}
+
+void PrintFlag(CComponent& component, ULONG id, const char* name)
+{
+    BOOL bFlag = FALSE;
+    component.GetProperty(id, &bFlag, sizeof bFlag, "en");
+    PrintRow(name, bFlag ? "yes" : "no");
+}
+
+// Messages may carry their own line end.
+void CutLineEnd(char* text)
+{
+    text[std::strcspn(text, "\n")] = '\0';
+}
+
+void PrintProperties(CComponent& component, ZALINSTALLSTATE& state)
+{
+    PrintText(component, ZALPROP_NAME, "Name");
+    PrintText(component, ZALPROP_DESCRIPTION, "Description");
+    PrintText(component, ZALPROP_VERSIONCURRENT, "Current version");
+    PrintText(component, ZALPROP_VERSIONNEW, "New version");
+    component.GetProperty(ZALPROP_INSTALLSTATE, &state, sizeof state, "en");
+    CutLineEnd(state.szMessage);
+    PrintRow("Install state", StateText(state.nState));
+    if (state.szMessage[0] != '\0') PrintRow("Message", state.szMessage);
+    PrintFlag(component, ZALPROP_SUPPORTSILENTINSTALL, "Silent install");
+    PrintFlag(component, ZALPROP_SUPPORTSILENTUPDATE, "Silent update");
+    PrintFlag(component, ZALPROP_SUPPORTDOWNGRADE, "Downgrade");
+    std::printf("\n");
+}
+
+void PrintLine(const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    std::vprintf(format, arguments);
+    va_end(arguments);
+}
+
+}  // namespace
+
+int RunComponent(CComponent& component, int argc, char** argv)
+{
+    for (int i = 1; i < argc; i++) {
+        if (std::strcmp(argv[i], "--help") == 0) {
+            std::printf(szUsage, argv[0]);
+            return ReturnCodeNone;
+        }
+    }
+
+    component.ParseCmdLine(argc, argv);
+    component.Initialize();
+    ZALINSTALLSTATE state = {};
+    PrintProperties(component, state);
+
+    char szResult[ResultSize] = "";
+    component.SelfDiscovery();
+    ULONG result = component.Install(FALSE, PrintLine, szResult, sizeof szResult, "en");
+    component.PostInstall(FALSE, result);
+    component.SwizzleLinuxReturnCode(result);
+    // A component that may not be installed says nothing of its own.
+    if (szResult[0] == '\0' && result == ReturnCodeErrorReturn)
+        std::printf("Nothing was installed: %s.\n", StateText(state.nState));
+    return static_cast<int>(result);
+}
