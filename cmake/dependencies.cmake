@@ -4,13 +4,14 @@ set(SYSROOT_I386 "${CMAKE_SOURCE_DIR}/build/sysroot-i386" CACHE PATH "Where scri
 set(GTEST_SOURCE_DIR /usr/src/googletest CACHE PATH "GoogleTest's sources")
 
 if(FLASHLIB_32BIT)
-    find_library(EXPAT32_LIBRARY expat PATHS "${SYSROOT_I386}/usr/lib/i386-linux-gnu" NO_DEFAULT_PATH)
+    # The archive: libzalxml.so then needs no 32-bit Expat on the host it runs on.
+    find_library(EXPAT32_LIBRARY libexpat.a PATHS "${SYSROOT_I386}/usr/lib/i386-linux-gnu" NO_DEFAULT_PATH)
     if(NOT EXPAT32_LIBRARY)
         message(FATAL_ERROR "No 32-bit Expat in ${SYSROOT_I386}. Run script/bootstrap, point EXPAT32_LIBRARY at your "
                             "own, or use the preset 'native'.")
     endif()
     find_path(EXPAT32_INCLUDE_DIR expat.h PATHS "${SYSROOT_I386}/usr/include" NO_DEFAULT_PATH REQUIRED)
-    add_library(Expat SHARED IMPORTED)
+    add_library(Expat STATIC IMPORTED)
     set_target_properties(Expat PROPERTIES IMPORTED_LOCATION "${EXPAT32_LIBRARY}"
                                            INTERFACE_INCLUDE_DIRECTORIES "${EXPAT32_INCLUDE_DIR}")
 else()

@@ -14,6 +14,8 @@ endif()
 if(FLASHLIB_SANITIZE)
     add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=address,undefined)
+    add_library(sanitizer OBJECT cmake/sanitizer.cpp)
+    link_libraries("$<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:$<TARGET_OBJECTS:sanitizer>>")
 endif()
 
 add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)

@@ -100,6 +100,8 @@ ServerDescription Describe(const Json& json, const std::filesystem::path& folder
                                          {"empty", SmbiosFault::Empty},
                                          {"read_error", SmbiosFault::ReadError},
                                          {"no_anchor", SmbiosFault::NoAnchor},
+                                         {"false_anchor", SmbiosFault::FalseAnchor},
+                                         {"misaligned", SmbiosFault::Misaligned},
                                          {"zero_address", SmbiosFault::ZeroAddress},
                                          {"truncated", SmbiosFault::Truncated},
                                          {"unreadable", SmbiosFault::Unreadable}});

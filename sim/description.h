@@ -34,6 +34,8 @@ enum class SmbiosFault
     Empty,        // the node has nothing to read
     ReadError,    // reading it fails
     NoAnchor,     // it holds something else
+    FalseAnchor,  // an anchor without the rest of an entry point, then a true one
+    Misaligned,   // the entry point is not at a multiple of 4
     ZeroAddress,  // the entry point tells no address
     Truncated,    // the table is shorter than its structure count says
     Unreadable,   // the entry point tells an address at which there is no memory

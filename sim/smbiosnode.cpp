@@ -22,8 +22,10 @@ class CSmbiosNode : public IDevice
         if (fault == SmbiosFault::Unreadable) entry.dwSTAddr = 0xFFFFFF00;
         // Cuts the last structures off, in the middle of one.
         if (fault == SmbiosFault::Truncated) entry.wSTLength = static_cast<WORD>(entry.wSTLength * 2 / 3);
+        if (fault == SmbiosFault::Misaligned) m_Region.resize(2);
+        if (fault == SmbiosFault::FalseAnchor) m_Region = {'_', 'S', 'M', '_', 0, 0, 0, 0};
         const BYTE* pEntry = reinterpret_cast<const BYTE*>(&entry);
-        if (fault != SmbiosFault::Empty) m_Region.assign(pEntry, pEntry + sizeof entry);
+        if (fault != SmbiosFault::Empty) m_Region.insert(m_Region.end(), pEntry, pEntry + sizeof entry);
     }
 
     ssize_t Read(void* buffer, std::size_t size) override

@@ -1,0 +1,24 @@
+# Sourced by the commands: installs what is needed, chooses the preset and builds it. Sets $preset.
+# REQUIRE_32BIT=1 makes a machine that can't build the 32-bit product an error.
+
+preset=${1:-release}
+status=0
+script/bootstrap || status=$?
+if [ "$status" = 3 ] && [ "$preset" != native ]; then
+    [ "${REQUIRE_32BIT:-0}" = 1 ] && { echo "The 32-bit product can't be built here." >&2; exit 1; }
+    cat >&2 <<'TEXT'
+
+  **********************************************************************
+  *  NOT THE PRODUCT: no 32-bit toolchain can be had on this machine.  *
+  *  Going on with the preset 'native', the same sources in 64 bits.   *
+  **********************************************************************
+
+TEXT
+    preset=native
+elif [ "$status" != 0 ] && [ "$status" != 3 ]; then
+    exit "$status"
+fi
+
+echo "building: preset $preset in build/$preset"
+cmake --preset "$preset" >build/configure.log || { cat build/configure.log >&2; exit 1; }
+cmake --build --preset "$preset" >build/build.log || { cat build/build.log >&2; exit 1; }

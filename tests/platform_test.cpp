@@ -1,0 +1,191 @@
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <ctime>
+
+#include "flashtable.h"
+#include "server.h"
+#include "support.h"
+#include "zalftbl.h"
+#include "zalph.h"
+
+namespace
+{
+
+const std::uint32_t BiosArea = 0xF0000;
+
+// Keeps the entry that would be logged.
+class CEntrySystem : public CSystem
+{
+  public:
+    BOOL LogEventToVRL(_evtLogEntry* entry) override
+    {
+        std::memcpy(&Header, entry, sizeof Header);
+        Text = reinterpret_cast<const char*>(&entry->Data);
+        return 5;
+    }
+    _evtLogHdr Header;
+    std::string Text;
+};
+
+// Reads the flash header of a BIOS area that holds bytes at offset, and 0xFF elsewhere.
+CStr FamilyOf(std::size_t offset, const std::string& bytes)
+{
+    UseServer(RackServer());
+    std::vector<std::uint8_t> area(65536, 0xFF);
+    std::copy(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), area.size() - offset)),
+              area.begin() + static_cast<std::ptrdiff_t>(offset));
+    sim::CurrentServer()->MapMemory(BiosArea, area);
+    CFlashTableHeader header;
+    header.FindHeader();
+    header.GetStrings();
+    return header.GetROMFamily();
+}
+
+}  // namespace
+
+TEST(System, TellsTheHostAndOffersNoVariables)
+{
+    CSystem system;
+    BYTE buffer[4];
+    int length = 0;
+    EXPECT_STREQ("Linux version 0.0", system.GetOSNameAndVersion());
+    EXPECT_TRUE(system.Reboot());
+    EXPECT_FALSE(system.GetEV("x", buffer, 4) || system.GetEV("x", buffer, 4, length) || system.SetEV("x", buffer, 4));
+}
+
+TEST(System, ReadsPhysicalMemoryThroughTheDriver)
+{
+    UseServer(RackServer());
+    BYTE area[65536];
+    CSystem system;
+    EXPECT_TRUE(system.ReadPhysicalMemory(BiosArea, area, sizeof area));
+    const int fd = cruFd;
+    EXPECT_GE(fd, 0);
+    EXPECT_FALSE(system.ReadPhysicalMemory(BiosArea + 1, area, sizeof area));
+    EXPECT_EQ(fd, cruFd);
+
+    UseServer(RackServer(R"({"driver": null})"));
+    CLogCapture log;
+    EXPECT_FALSE(system.ReadPhysicalMemory(BiosArea, area, 1));
+    EXPECT_EQ("CSystem::ReadPhysicalMemory: CRU open failed.", log.Text());
+}
+
+TEST(System, BuildsEventLogEntries)
+{
+    CEntrySystem system;
+    EXPECT_EQ(5, system.LogFlashEventToVRL("flashed"));
+    EXPECT_EQ("flashed", system.Text);
+    EXPECT_EQ(36, system.Header.wEvtLength);
+    EXPECT_EQ(2, system.Header.bSeverity);
+    EXPECT_EQ(0x20, system.Header.wClass);
+    EXPECT_EQ(1, system.Header.wCode);
+    system.LogMaintenanceNoteToVRL(std::string(300, 'x').c_str());
+    EXPECT_EQ(std::string(227, 'x'), system.Text);
+    EXPECT_EQ(256, system.Header.wEvtLength);
+    EXPECT_EQ(0x21, system.Header.wClass);
+    EXPECT_EQ(2, system.Header.wCode);
+    system.LogFlashEventToVRL("");
+    EXPECT_EQ(29, system.Header.wEvtLength);
+}
+
+TEST(FlashHeader, IsFoundUpToTheEndOfTheBiosArea)
+{
+    const std::string header = "$ZALFLSH" + std::string(23, 'x');
+    const std::string strings("name\0P99\0rev\0", 13);
+    EXPECT_STREQ("P99", FamilyOf(0, header + strings));
+    EXPECT_STREQ("P99", FamilyOf(12345, header + strings));
+    EXPECT_STREQ("", FamilyOf(100, header + std::string(3, '\0')));
+    CLogCapture log;
+    EXPECT_STREQ("", FamilyOf(65519, header + strings));  // found; its strings lie beyond the end
+    EXPECT_EQ("CFlashTableHeader::GetStrings::ImageName::::ROMName::::ROMRevision::\n", log.Text());
+    EXPECT_STREQ("", FamilyOf(65520, header + strings));
+    EXPECT_TRUE(log.Has("CFlashTableHeader::GetStrings::m_pHeader=NULL\n"));
+}
+
+TEST(Identity, TellsBlades)
+{
+    const std::pair<const char*, BOOL> cases[] = {
+        {"QV Quorvant JT46", 1}, {"Quorvant JT46", 1}, {"QV JT46", 1}, {"  JT46 ", 1}, {"Quorvant QV JT46", 0},
+        {"Quorvant RX", 0},      {"quorvant JT", 0},   {"J", 0},       {"   ", 0},
+    };
+    for (const auto& c : cases) {
+        UseServer(RackServer(std::string("{\"product\": \"") + c.first + "\"}"));
+        EXPECT_EQ(c.second, CSystem().IsBlade()) << c.first;
+    }
+    EXPECT_STREQ("", CSystem().GetProductName());
+}
+
+TEST(Identity, PassesOnWhatSmbiosAnswers)
+{
+    UseServer(RackServer());
+    CSystem system;
+    EXPECT_STREQ("09/12/2019", system.GetROMDate());
+    EXPECT_STREQ("2.30", system.GetROMVersion());
+    EXPECT_STREQ("v2.10 (03/02/2018)", system.GetRDDate());
+    EXPECT_STREQ("03/05/2015", system.GetBBDate());
+    EXPECT_EQ(21, system.GetPALVersion(0));
+    EXPECT_EQ(0xA5, system.GetPlatformIDValue());
+    UseServer(RackServer(R"({"faults": {"smbios": "missing"}})"));
+    EXPECT_STREQ("", system.GetROMDate());
+    EXPECT_EQ(0, system.GetPALVersion(0));
+    EXPECT_EQ(0, system.GetTPMStatus());
+}
+
+// The family is kept for the life of the process: a process of its own.
+TEST(IdentityDeathTest, KeepsTheRomFamilyOnceKnown)
+{
+    const auto check = [] {
+        CSystem system;
+        UseServer(RackServer(R"({"rom": {"family": ""}, "faults": {"smbios": "missing"}})"));
+        for (int i = 0; i < 2; i++) {
+            CLogCapture log;
+            if (!system.GetROMFamily().IsEmpty()) std::_Exit(1);
+            if (!log.Has("CSystemCommon::GetROMFamily()::s_sROMName::EMPTY\nCSystemCommon::GetROMFamily::Try SMBIOS\n"))
+                std::_Exit(2);
+        }
+        UseServer(RackServer());
+        if (system.GetROMFamily() != "P70") std::_Exit(3);
+        UseServer(RackServer(R"({"driver": null})"));
+        CLogCapture log;
+        if (system.GetROMFamily() != "P70" || cruFd >= 0) std::_Exit(4);
+        std::_Exit(log.Text() ==
+                           "CSystemCommon::GetROMFamily()::Enter\nROM Name value: P70\n"
+                           "CSystemCommon::GetROMFamily()::Exit\n"
+                       ? 0
+                       : 5);
+    };
+    EXPECT_EXIT(check(), testing::ExitedWithCode(0), "");
+}
+
+TEST(IdentityDeathTest, TakesTheRomFamilyFromSmbiosWithoutAHeader)
+{
+    const auto check = [] {
+        UseServer(RackServer());
+        sim::CurrentServer()->MapMemory(BiosArea, std::vector<std::uint8_t>(65536, 0));
+        std::_Exit(CSystem().GetROMFamily() == "P70" ? 0 : 1);
+    };
+    EXPECT_EXIT(check(), testing::ExitedWithCode(0), "");
+}
+
+TEST(Simulation, MovesTheClockInsteadOfSleeping)
+{
+    const std::time_t before = std::time(nullptr);
+    sleep(3600);
+    usleep(30 * 1000 * 1000);
+    EXPECT_EQ(3630, std::time(nullptr) - before);
+    // A loop that waits by asking for the time ends.
+    const auto start = std::chrono::steady_clock::now();
+    while (std::chrono::steady_clock::now() - start < std::chrono::milliseconds(100)) continue;
+}
+
+TEST(Simulation, LeavesOtherFilesAlone)
+{
+    UseServer(RackServer());
+    CTempFolder folder;
+    EXPECT_EQ("text", ReadFile(folder.Write("file", "text")));
+    BYTE byte = 0;
+    EXPECT_FALSE(ioctl(-1, 10, &byte) == 0);
+}

@@ -1,0 +1,81 @@
+#include "support.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+#include "server.h"
+#include "util.h"
+#include "zalftbl.h"
+
+namespace fs = std::filesystem;
+
+CStr g_InstallLocalDir;
+
+CTempFolder::CTempFolder()
+{
+    std::string path = (fs::temp_directory_path() / "flashtest.XXXXXX").string();
+    if (!mkdtemp(path.data())) std::abort();
+    m_Path = path;
+}
+
+CTempFolder::~CTempFolder()
+{
+    fs::remove_all(m_Path);
+}
+
+std::string CTempFolder::Write(const std::string& name, const std::string& contents) const
+{
+    std::ofstream(m_Path / name, std::ios::binary) << contents;
+    return (m_Path / name).string();
+}
+
+std::string ReadFile(const fs::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+}
+
+CLogCapture::CLogCapture() : m_Before(ReadFile(std::getenv("QVFLASHLOG"))) {}
+
+std::string CLogCapture::Text() const
+{
+    return ReadFile(std::getenv("QVFLASHLOG")).substr(m_Before.size());
+}
+
+void UseServer(const std::string& json)
+{
+    if (cruFd >= 0) close(cruFd);
+    cruFd = -1;
+    sim::SetCurrentServer(std::make_unique<sim::CServer>(sim::ParseDescription(json, fs::current_path())));
+}
+
+std::string RackServer(const std::string& members)
+{
+    nlohmann::json server = nlohmann::json::parse(ReadFile(fs::path(SERVERS) / "rack" / "server.json"));
+    server.merge_patch(nlohmann::json::parse(members));
+    return server.dump();
+}
+
+int RunCommand(const std::string& command, std::string& output)
+{
+    output.clear();
+    FILE* pPipe = popen((command + " 2>&1").c_str(), "r");
+    char szPart[4096];
+    while (std::size_t length = std::fread(szPart, 1, sizeof szPart, pPipe)) output.append(szPart, length);
+    const int status = pclose(pPipe);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+int main(int argc, char** argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    CTempFolder folder;
+    setenv("QVFLASHLOG", (folder.Path() / "flash.debug.log").c_str(), 1);
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,45 @@
+// What all tests use.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+// A folder that goes away with the object.
+class CTempFolder
+{
+  public:
+    CTempFolder();
+    ~CTempFolder();
+    const std::filesystem::path& Path() const { return m_Path; }
+    // Writes a file into it and returns its path.
+    std::string Write(const std::string& name, const std::string& contents) const;
+
+  private:
+    std::filesystem::path m_Path;
+};
+
+// What the debug log has gained since the object was made.
+class CLogCapture
+{
+  public:
+    CLogCapture();
+    std::string Text() const;
+    bool Has(const std::string& text) const { return Text().find(text) != std::string::npos; }
+
+  private:
+    std::string m_Before;
+};
+
+// Puts the process on a server with that server.json, and closes the ROM utility driver.
+void UseServer(const std::string& json);
+
+// The server.json of a healthy rack server, with members that take the place of its own.
+std::string RackServer(const std::string& members = "{}");
+
+std::string ReadFile(const std::filesystem::path& file);
+
+// Runs a shell command; its exit status, with standard output and error in output.
+int RunCommand(const std::string& command, std::string& output);

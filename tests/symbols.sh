@@ -1,0 +1,38 @@
+#!/bin/sh
+# Reads the library's dynamic symbols: it must load on old hosts, and need nothing but the C and C++ run-time, the
+# closed libraries and g_InstallLocalDir. The versions hold for the 32-bit product; sanitizers bring their own.
+set -eu
+library=$1
+symbols=$(readelf --dyn-syms -W "$library" | awk '$7 == "UND" && $8 != "" { print $5, $8 }')
+case "$symbols" in *__asan_init*) exit 77 ;; esac
+fail() { echo "$*" >&2; exit 1; }
+
+# Names without a version come from no system library.
+unknown=$(echo "$symbols" | awk '$2 !~ /@/ && $1 != "WEAK" { print $2 }' | grep -vxE \
+    'g_InstallLocalDir|cruFd|OpenCruDriver|_ZN1[13]CZalXML(Node|Reader).*' || true)
+[ -z "$unknown" ] || fail "undefined and from nowhere: $unknown"
+
+needed=$(readelf -dW "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | grep -vxE 'libstdc\+\+\.so\.6|libgcc_s\.so\.1|libm\.so\.6|libc\.so\.6' || true)
+[ -z "$needed" ] || fail "needs more than the run-time: $needed"
+
+readelf -dW "$library" | grep -q 'SONAME.*\[libflash\.so\.1\]' || fail "no SONAME"
+readelf -dW "$library" | grep -q TEXTREL && fail "text relocations"
+readelf -dW "$library" | grep -q 'FLAGS.*NOW' || fail "not bound at load"
+readelf -lW "$library" | grep -q GNU_RELRO || fail "no relro"
+readelf -lW "$library" | grep 'GNU_STACK' | grep -q 'RWE' && fail "executable stack"
+
+# Exported: the library's own classes and functions alone.
+exported=$(readelf --dyn-syms -W "$library" | awk '$7 != "UND" && $5 != "LOCAL" && $8 != "" && $8 != "Name" { print $8 }' |
+    grep -vE '^(_Z(N|NK|TV|TI|TS)[0-9]*(4CStr|9CFwImage|10CFwVersion|7CSMBIOS|7CSystem|13CSystemCommon|10CComponent|13CComponentXML|20CComponentProperties|17CFlashTableHeader)|_Z[0-9]+(FileInComponentDir|FindFileInComponentDir|ReadFileIntoMemory|ReplaceStr|GetCmdLineToken)|_DebugPrintf$|rom_crc32$)' || true)
+[ -z "$exported" ] || fail "exports what is not public: $exported"
+
+readelf -h "$library" | grep -q ELF32 || exit 0
+readelf -VW "$library" | grep -oE '(GLIBC|GLIBCXX|CXXABI)_[0-9.]+' | sort -u | while read -r version; do
+    case "$version" in
+        GLIBC_*) limit=GLIBC_2.12 ;;
+        GLIBCXX_*) limit=GLIBCXX_3.4.11 ;;
+        *) limit=CXXABI_1.3 ;;
+    esac
+    newest=$(printf '%s\n%s\n' "$version" "$limit" | sort -V | tail -n 1)
+    [ "$newest" = "$limit" ] || fail "needs $version, newer than $limit"
+done

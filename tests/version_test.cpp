@@ -1,0 +1,183 @@
+#include <cstdlib>
+
+#include "crc32.h"
+#include "fwversion.h"
+#include "support.h"
+
+namespace
+{
+
+// The eight numbers in one text: byte word major.minor.revision year-month-day.
+std::string Numbers(const CFwVersion& v)
+{
+    CStr text;
+    text.Format("%X %X %d.%d.%d %d-%d-%d", static_cast<unsigned>(v.VersionByte), static_cast<unsigned>(v.VersionWord),
+                v.Major, v.Minor, v.Revision, v.Year, v.Month, v.Day);
+    return text.GetAnsiString();
+}
+
+CFwVersion Version(const char* text)
+{
+    CFwVersion version;
+    version.Parse(text);
+    return version;
+}
+
+const char* const Nothing = "0 0 0.0.0 0-0-0";
+
+}  // namespace
+
+TEST(FwVersion, ParsesEveryForm)
+{
+    const struct
+    {
+        const char* Text;
+        BOOL Accepted;
+        const char* Numbers;
+        const char* Printed;
+    } cases[] = {
+        {"1.23", 1, "0 0 1.23.0 0-0-0", "1.23"},
+        {"1.5", 1, "0 0 1.5.0 0-0-0", "1.05"},
+        {"1.234", 1, "0 0 1.23.0 0-0-0", "1.23"},
+        {"2.10 (09/12/2014)", 1, "0 0 2.10.0 2014-9-12", "2.10 (09/12/2014)"},
+        {"v2.10 (09/12/2014)", 1, "0 0 2.10.0 2014-9-12", "2.10 (09/12/2014)"},
+        {"P70 v2.10 (09/12/2014)", 1, "0 0 2.10.0 2014-9-12", "2.10 (09/12/2014)"},
+        {"P7- v2.10 (09/12/2014)", 0, Nothing, "Unknown"},
+        {"1.23 (2014.09.12)", 1, "0 0 1.23.0 2014-9-12", "1.23 (09/12/2014)"},
+        {"1.23 (13-45-2014)", 1, "0 0 1.23.0 2014-13-45", "1.23 (13/45/2014)"},
+        {"1.23 (09.12.2014)", 0, Nothing, "Unknown"},
+        {"1.23 (Sep 12 2014)", 1, "0 0 1.23.0 0-0-0", "1.23"},
+        {"1.23_2014-09-12", 1, "0 0 1.23.0 2014-9-12", "1.23 (09/12/2014)"},
+        {"1.23_2014-09/12", 0, Nothing, "Unknown"},
+        {"2014/09/12", 1, "0 0 0.0.0 2014-9-12", "09/12/2014"},
+        {"Sep 12 2014", 1, "0 0 0.0.0 2014-9-12", "09/12/2014"},
+        {"dec  1 2014", 0, Nothing, "Unknown"},
+        {"Spt 12 2014", 0, Nothing, "Unknown"},
+        {"1A", 1, "1A 0 0.0.0 0-0-0", "1A"},
+        {"0X1a", 1, "1A 0 0.0.0 0-0-0", "1A"},
+        {"12", 1, "12 0 0.0.0 0-0-0", "12"},
+        {"0215", 1, "0 215 0.0.0 0-0-0", "0215"},
+        {"0x0215", 1, "0 215 0.0.0 0-0-0", "0215"},
+        {"0x", 0, Nothing, "Unknown"},
+        {"123", 0, Nothing, "Unknown"},
+        {"", 0, Nothing, "Unknown"},
+    };
+    for (const auto& c : cases) {
+        CFwVersion version = Version("7.77 (01/02/2003)");
+        version.UseRevision = TRUE;
+        EXPECT_EQ(c.Accepted, version.Parse(c.Text)) << c.Text;
+        EXPECT_EQ(c.Numbers, Numbers(version)) << c.Text;
+        EXPECT_STREQ(c.Printed, version.ToString()) << c.Text;
+        EXPECT_TRUE(version.UseRevision);
+    }
+}
+
+TEST(FwVersion, TestsDatesAtTheirFixedPositionsOnly)
+{
+    CFwVersion version;
+    EXPECT_TRUE(version.SetDate("2x14-0x-1x"));
+    EXPECT_EQ("0 0 0.0.0 2-0-1", Numbers(version));
+    EXPECT_TRUE(version.SetDate("0x/1x/2x1x"));
+    EXPECT_EQ("0 0 0.0.0 2-0-1", Numbers(version));
+    EXPECT_FALSE(version.SetDate("2014-09/12"));
+    EXPECT_EQ(Nothing, Numbers(version));
+}
+
+TEST(FwVersion, GivesAnAnswerForAnyBytes)
+{
+    std::srand(1);
+    CFwVersion version;
+    for (int i = 0; i < 20000; i++) {
+        std::string text = "P70 v1.23 (09/12/2014)";
+        if (i % 3 == 0) text.resize(static_cast<std::size_t>(std::rand() % 40), '\x80');
+        for (int change = 0; change < 3 && !text.empty(); change++)
+            text[static_cast<std::size_t>(std::rand()) % text.size()] = static_cast<char>(std::rand());
+        EXPECT_TRUE(version.Parse(text.c_str()) || Numbers(version) == Nothing) << text;
+        version.ToString();
+    }
+    EXPECT_FALSE(version.Parse(std::string(1000000, '9').c_str()));
+}
+
+TEST(FwVersion, ScansAndPrintsByItsFormat)
+{
+    CFwVersion version;
+    version.MajorMinorFormat = "%d.%d.%d";
+    EXPECT_TRUE(version.SetVersion("3.4.5"));
+    EXPECT_EQ("0 0 3.4.5 0-0-0", Numbers(version));
+    EXPECT_STREQ("3.4.5", version.ToString());
+    EXPECT_TRUE(version.SetVersion("3.4"));
+    EXPECT_EQ("0 0 3.4.0 0-0-0", Numbers(version));
+    EXPECT_FALSE(version.SetVersion("3"));
+    EXPECT_EQ(Nothing, Numbers(version));
+}
+
+TEST(FwVersion, PacksTheDateForTheSystemRom)
+{
+    CFwVersion version = Version("09/12/2014");
+    EXPECT_EQ(11564, version.GetSysRomIndex());
+    version.SetDateFromSysRomIndex(11564);
+    EXPECT_EQ("0 0 0.0.0 11264-288-12", Numbers(version));
+}
+
+TEST(FwVersion, ComparesVersionThenDate)
+{
+    const struct
+    {
+        const char* A;
+        const char* B;
+        int Result;
+    } cases[] = {
+        {"1.23", "1.5", 18},
+        {"2.00", "1.99", 1},
+        {"1.23 (09/12/2014)", "1.23 (01/01/2015)", -1},
+        {"1.23 (09/12/2014)", "1.23 (11/01/2014)", -2},
+        {"1.23 (09/12/2014)", "1.23 (09/02/2014)", 10},
+        {"1.23", "1.23 (09/12/2014)", 0},
+        {"10", "0200", 0x10},
+        {"0200", "0100", 0x100},
+        {"09/12/2014", "1.23", -1},
+        {"09/12/2014", "09/13/2014", -1},
+        {"", "", 0},
+    };
+    for (const auto& c : cases) {
+        const CFwVersion a = Version(c.A);
+        const CFwVersion b = Version(c.B);
+        EXPECT_EQ(c.Result, CFwVersion::Compare(&a, &b)) << c.A << " / " << c.B;
+        EXPECT_EQ(c.Result < 0, a < b);
+        EXPECT_EQ(c.Result > 0, a > b);
+        EXPECT_EQ(c.Result == 0, a == b);
+    }
+}
+
+TEST(FwVersion, ComparesAsBothRecordsAsk)
+{
+    CFwVersion a = Version("2.00 (01/01/2014)");
+    CFwVersion b = Version("1.00 (01/01/2015)");
+    a.CompareDateFirst = TRUE;
+    EXPECT_EQ(1, CFwVersion::Compare(&a, &b));
+    b.CompareDateFirst = TRUE;
+    EXPECT_EQ(-1, CFwVersion::Compare(&a, &b));
+
+    a = b = Version("1.23");
+    a.Revision = 5;
+    a.UseRevision = TRUE;
+    EXPECT_EQ(0, CFwVersion::CompareVersion(&a, &b));
+    b.UseRevision = TRUE;
+    CLogCapture log;
+    EXPECT_EQ(5, CFwVersion::CompareVersion(&a, &b));
+    EXPECT_EQ(0, CFwVersion::Compare(&a, &a));
+    EXPECT_EQ(
+        "fwversion::CompareVersion::Compare Major/Minorfwversion::CompareVersion::compare revision"
+        "fwversion::CompareVersion::Revision difference 5fwversoin::Compare: pver1:  1:23:dfwversoin::Compare: pver2:  "
+        "1:23:d",
+        log.Text());
+}
+
+TEST(Crc32, IsTheOneOfIeee8023AndContinues)
+{
+    unsigned char text[] = "123456789";
+    EXPECT_EQ(0xCBF43926ul, rom_crc32(text, 9, 0));
+    for (unsigned int cut = 0; cut <= 9; cut++)
+        EXPECT_EQ(0xCBF43926ul, rom_crc32(text + cut, 9 - cut, rom_crc32(text, cut, 0))) << cut;
+    EXPECT_EQ(0xDEADBEEFul, rom_crc32(text, 0, 0xDEADBEEF));
+}
