@@ -310,11 +310,11 @@ TEST(ComponentDeathTest, EndsTheProcessOverAnOverlongDiscoveryLine)
 {
     CTestComponent component;
     component.m_Discovery.sXmlFileName = "/dev/null";
-    component.m_Discovery.sDeviceId = std::string(256 - 36, 'x').c_str();  // "        <firmware_id value=\"...\"/>"
-    EXPECT_DEATH(component.WriteDiscoveryXml(), "256-byte buffer of ReplaceStr");
-    component.m_Discovery.sFirmwareItemId = component.m_Discovery.sFirmwareItemType = "";
-    component.m_Discovery.sDeviceId = std::string(256 - 37 - 4, 'x').c_str();
+    const std::size_t longest = 255 - std::strlen("        <firmware_id value=\"\"/>");
+    component.m_Discovery.sFirmwareItemId = std::string(longest, 'x').c_str();
     EXPECT_TRUE(component.WriteDiscoveryXml());
+    component.m_Discovery.sFirmwareItemId = std::string(longest + 1, 'x').c_str();
+    EXPECT_DEATH(component.WriteDiscoveryXml(), "256-byte buffer of ReplaceStr");
 }
 
 TEST(CommandLine, FindsItsSwitches)

@@ -7,7 +7,9 @@
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <optional>
 
+#include "debug.h"
 #include "server.h"
 #include "util.h"
 #include "zalftbl.h"
@@ -34,13 +36,22 @@ std::string CTempFolder::Write(const std::string& name, const std::string& conte
     return (m_Path / name).string();
 }
 
+fs::path RunFolder()
+{
+    return std::getenv("FLASHTEST_FOLDER");
+}
+
 std::string ReadFile(const fs::path& file)
 {
     std::ifstream stream(file, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
 }
 
-CLogCapture::CLogCapture() : m_Before(ReadFile(std::getenv("QVFLASHLOG"))) {}
+CLogCapture::CLogCapture()
+{
+    _DebugPrintf("%s", "");  // the log's header is out after this
+    m_Before = ReadFile(std::getenv("QVFLASHLOG"));
+}
 
 std::string CLogCapture::Text() const
 {
@@ -75,7 +86,11 @@ int main(int argc, char** argv)
 {
     testing::InitGoogleTest(&argc, argv);
     testing::FLAGS_gtest_death_test_style = "threadsafe";
-    CTempFolder folder;
-    setenv("QVFLASHLOG", (folder.Path() / "flash.debug.log").c_str(), 1);
+    std::optional<CTempFolder> folder;
+    if (!std::getenv("FLASHTEST_FOLDER")) {
+        folder.emplace();
+        setenv("FLASHTEST_FOLDER", folder->Path().c_str(), 1);
+    }
+    setenv("QVFLASHLOG", (RunFolder() / "flash.debug.log").c_str(), 1);
     return RUN_ALL_TESTS();
 }

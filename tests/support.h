@@ -39,6 +39,9 @@ void UseServer(const std::string& json);
 // The server.json of a healthy rack server, with members that take the place of its own.
 std::string RackServer(const std::string& members = "{}");
 
+// A folder for this run of the test program and the children its death tests start, which run the test's body anew.
+std::filesystem::path RunFolder();
+
 std::string ReadFile(const std::filesystem::path& file);
 
 // Runs a shell command; its exit status, with standard output and error in output.

@@ -130,7 +130,7 @@ TEST_F(SystemRom, RefusesAPackageThatIsNotWhole)
         std::string Replacement;
         const char* Says;
     } cases[] = {
-        {"<name>", "<name/><name>", "has no usable name"},
+        {"<name_xlate lang=\"en\">Quorvant System ROM - P70</name_xlate>", "", "has no usable name"},
         {"Quorvant System ROM - P70", std::string(5000, 'x'), "has no usable name"},
         {"2.40 (03/15/2021)", "two", "states no usable version"},
         {"2.40 (03/15/2021)", "2.41 (03/15/2021)", "The ROM image is P70 2.40 (03/15/2021), not what"},

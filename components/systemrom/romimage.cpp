@@ -14,6 +14,7 @@ namespace
 
 const int BlockSize = 65536;  // images are whole blocks; the last one is mapped into the BIOS area
 const int MaxFileNameLength = 255;
+const int MaxFamilyLength = 16;
 
 // The string at the start of [pText, pEnd); moves pText behind its terminator.
 CStr NextString(const char*& pText, const char* pEnd)
@@ -102,7 +103,7 @@ bool CRomImage::ReadHeader()
         NextString(pText, pEnd);  // image name
         const CStr family = NextString(pText, pEnd);
         const CStr revision = NextString(pText, pEnd);
-        if (!family.IsEmpty() && m_ImageVersion.Parse(revision)) {
+        if (!family.IsEmpty() && family.GetLength() <= MaxFamilyLength && m_ImageVersion.Parse(revision)) {
             m_sImageId = family;
             return true;
         }

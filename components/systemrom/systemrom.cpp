@@ -74,8 +74,8 @@ int CSystemRom::DecideInstallState()
 
     if (!m_Image.Initialize()) return Refuse(notAllowed, m_Image.GetErrorMessage());
     if (m_Image.GetId() != family || CFwVersion::Compare(&m_Image.GetVersion(), &offered) != 0)
-        return Refuse(notAllowed, CStr("The ROM image is ") + m_Image.GetId().Left(MaxFamilyLength) + " " +
-                                      m_Image.GetVersion().ToString() + ", not what the package description states.");
+        return Refuse(notAllowed, CStr("The ROM image is ") + m_Image.GetId() + " " + m_Image.GetVersion().ToString() +
+                                      ", not what the package description states.");
 
     const int order = CFwVersion::Compare(&m_CurrentVersion, &offered);
     return order < 0 ? ZALSTATE_INSTALLEDOLDER : order > 0 ? ZALSTATE_INSTALLEDNEWER : ZALSTATE_INSTALLEDSAME;
