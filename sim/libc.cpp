@@ -34,9 +34,10 @@ Function* Next(Function*, const char* name)
 
 #define NEXT(function) static auto* const next = Next(static_cast<decltype(&function)>(nullptr), #function)
 
+// Never destroyed: calls come in until the very end of the process.
 std::map<int, std::unique_ptr<sim::IDevice>>& OpenDevices()
 {
-    static std::map<int, std::unique_ptr<sim::IDevice>> devices;
+    static auto& devices = *new std::map<int, std::unique_ptr<sim::IDevice>>;
     return devices;
 }
 

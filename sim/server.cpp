@@ -20,9 +20,10 @@ const std::uint32_t SmbiosAddress = 0x7B7F0000;
 
 using Opener = std::unique_ptr<IDevice> (*)(const CServer&);
 
+// What follows is never destroyed: calls come in until the very end of the process.
 const std::map<std::string, Opener>& DeviceNodes()
 {
-    static const std::map<std::string, Opener> nodes = {
+    static const auto& nodes = *new std::map<std::string, Opener>{
         {"/vmfs/devices/char/mem/smbios", OpenSmbiosNode},
         {"/dev/qvrcru", OpenRomUtilityDriver},
     };
@@ -31,7 +32,7 @@ const std::map<std::string, Opener>& DeviceNodes()
 
 std::unique_ptr<CServer>& CurrentServerSlot()
 {
-    static std::unique_ptr<CServer> server;
+    static auto& server = *new std::unique_ptr<CServer>;
     return server;
 }
 

@@ -32,7 +32,7 @@ class CSmbiosNode : public IDevice
     {
         if (m_Fault == SmbiosFault::ReadError) return Fail(EIO);
         const std::size_t length = std::min(size, m_Region.size() - m_Position);
-        std::memcpy(buffer, m_Region.data() + m_Position, length);
+        std::copy_n(m_Region.begin() + static_cast<std::ptrdiff_t>(m_Position), length, static_cast<BYTE*>(buffer));
         m_Position += length;
         return static_cast<ssize_t>(length);
     }
