@@ -33,7 +33,7 @@ Function* Next(Function*, const char* name)
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-#define NEXT(function) static auto* const next = Next(static_cast<decltype(&function)>(nullptr), #function)
+#define NEXT(function) static auto* const next = Next(static_cast<decltype(&(function))>(nullptr), #function)
 
 // Never destroyed: calls come in until the very end of the process.
 std::map<int, std::unique_ptr<sim::IDevice>>& OpenDevices()

@@ -216,8 +216,8 @@ SmbiosTables ReadSmbiosDump(const std::filesystem::path& file, std::uint32_t add
         throw std::runtime_error(file.string() + " is no SMBIOS dump with a 32-bit entry point");
     if (entry.dwSTAddr > bytes.size() || entry.wSTLength > bytes.size() - entry.dwSTAddr)
         throw std::runtime_error(file.string() + " ends before its SMBIOS table does");
-    tables.Table.assign(bytes.begin() + static_cast<std::ptrdiff_t>(entry.dwSTAddr),
-                        bytes.begin() + static_cast<std::ptrdiff_t>(entry.dwSTAddr + entry.wSTLength));
+    const char* pTable = bytes.data() + entry.dwSTAddr;
+    tables.Table.assign(pTable, pTable + entry.wSTLength);
     SetAddress(tables.Entry, address);
     return tables;
 }

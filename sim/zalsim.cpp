@@ -71,6 +71,7 @@ int Run(const std::string& folder, bool realTime, const std::vector<std::string>
     setenv("LD_PRELOAD", PreloadList().c_str(), 1);
 
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
     arguments.push_back(nullptr);
     execvp(arguments[0], arguments.data());
