@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string>
 
+#include "crc.h"
 #include "zalftbl.h"
 
 namespace sim
@@ -30,7 +31,7 @@ void FillWithCode(std::vector<std::uint8_t>& image, const std::string& seed)
 std::vector<std::uint8_t> BuildRomImage(const RomDescription& rom, std::size_t size)
 {
     std::vector<std::uint8_t> image(size);
-    const std::string revision = rom.Version + " (" + rom.Date + ")";
+    const std::string revision = rom.Version.empty() ? "" : rom.Version + " (" + rom.Date + ")";
     FillWithCode(image, rom.Family + revision);
 
     ZALFLSH_HEADER header = {};
@@ -47,7 +48,41 @@ std::vector<std::uint8_t> BuildRomImage(const RomDescription& rom, std::size_t s
         std::strcpy(pString, pText->c_str());
         pString += pText->size() + 1;
     }
+    const std::uint32_t crc = Crc32(image.data(), size - sizeof(std::uint32_t));
+    std::memcpy(image.data() + size - sizeof crc, &crc, sizeof crc);
     return image;
+}
+
+bool IsWholeRomImage(const std::vector<std::uint8_t>& image)
+{
+    std::uint32_t crc = 0;
+    const std::size_t length = image.size() - sizeof crc;
+    std::memcpy(&crc, image.data() + length, sizeof crc);
+    return crc == Crc32(image.data(), length);
+}
+
+std::optional<RomHeader> FindRomHeader(const std::vector<std::uint8_t>& area)
+{
+    static const std::string signature = "$ZALFLSH";
+    const std::size_t stringsOffset = offsetof(ZALFLSH_HEADER, ImageName);
+    const auto found = std::search(area.begin(), area.end(), signature.begin(), signature.end());
+    if (static_cast<std::size_t>(area.end() - found) <= stringsOffset) return std::nullopt;
+
+    RomHeader header = {};
+    header.Offset = static_cast<std::size_t>(found - area.begin());
+    std::string revision;
+    auto string = found + static_cast<std::ptrdiff_t>(stringsOffset);
+    for (std::string* pText : {&header.Rom.Name, &header.Rom.Family, &revision}) {
+        const auto end = std::find(string, area.end(), 0);
+        if (end == area.end()) return std::nullopt;
+        pText->assign(string, end);
+        string = end + 1;
+    }
+    header.Size = static_cast<std::size_t>(string - found);
+    header.Rom.Version = revision.substr(0, revision.find(' '));
+    const std::size_t date = revision.find('(');
+    if (date != std::string::npos) header.Rom.Date = revision.substr(date + 1, revision.find(')') - date - 1);
+    return header;
 }
 
 }  // namespace sim
