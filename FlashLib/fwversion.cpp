@@ -170,9 +170,12 @@ BOOL CFwVersion::Parse(const char* text)
     }
     if (SetDate(s)) return TRUE;
 
-    const CStr code = s[0] == '0' && (s[1] == 'x' || s[1] == 'X') ? s.Mid(2) : s;
-    if (code.GetLength() == 2 && AllHexDigits(code)) return SetVersionByte(code);
-    if (code.GetLength() == 4 && AllHexDigits(code)) return SetVersionWord(code);
+    const int prefix = s[0] == '0' && (s[1] == 'x' || s[1] == 'X') ? 2 : 0;
+    const int digits = s.GetLength() - prefix;
+    if (digits == 2 || digits == 4) {
+        const CStr code = s.Mid(prefix);
+        if (AllHexDigits(code)) return digits == 2 ? SetVersionByte(code) : SetVersionWord(code);
+    }
     return SetVersion(s);
 }
 

@@ -47,6 +47,9 @@ typedef struct _zalinstallstate
     char szMessage[1024];  // for the user; NUL-terminated
 } ZALINSTALLSTATE;
 FLASHLIB_LAYOUT(_zalinstallstate, 1028);
+FLASHLIB_OFFSET(_zalinstallstate, szMessage, 4);
+
+#pragma pack(push, 1)
 
 // What the ROM utility driver's version query fills in; little-endian.
 struct _versioninfo
@@ -57,6 +60,11 @@ struct _versioninfo
     std::uint16_t cru_driver_build_num;
 };
 FLASHLIB_LAYOUT(_versioninfo, 8);
+FLASHLIB_OFFSET(_versioninfo, esxi_minor_version, 2);
+FLASHLIB_OFFSET(_versioninfo, cru_driver_version_num, 4);
+FLASHLIB_OFFSET(_versioninfo, cru_driver_build_num, 6);
+
+#pragma pack(pop)
 
 // Printf-style function of the deployment tool that shows a line to the user.
 typedef void (*PLOGFN)(const char* format, ...);
@@ -126,7 +134,7 @@ class FLASHLIB_API CComponent
     virtual void SelfDiscovery();
 
     // Stores the property in buffer, which must have room for it whole: length and language are ignored. FALSE when
-    // there is no such property.
+    // there is nothing to store; for the install state what GetInstallState returned.
     virtual BOOL GetProperty(ULONG id, PVOID buffer, ULONG length, LPCTSTR language);
 
     // Reports the outcome of discovery when that was requested, else installs. Returns an eReturnCode. A text for the
@@ -149,7 +157,7 @@ class FLASHLIB_API CComponent
     // The same for the joined line; override to read further switches, and call the base.
     virtual void ParseCmdLine(const CStr& commandLine);
 
-    // Fills in m_InstallState and, for states 6 and 7, the message. Returns TRUE.
+    // Fills in m_InstallState and, for states 6, 7 and 8, the message. Returns TRUE.
     virtual BOOL GetInstallState(ZALINSTALLSTATE* state);
 
     virtual BOOL OkToInstall();

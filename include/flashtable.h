@@ -1,6 +1,7 @@
-// The running system ROM's flash image header.
+// Flashing of the system ROM: the running ROM's flash image header, and the engine that runs its flash tables.
 #pragma once
 
+#include "fwversion.h"
 #include "types.h"
 #include "zalftbl.h"
 #include "zalph/str.h"
@@ -34,4 +35,76 @@ class FLASHLIB_API CFlashTableHeader
     CStr m_sImageName;
     CStr m_sROMFamily;
     CStr m_sROMRevision;
+};
+
+// Flashes the system ROM: loads the flash table that the running ROM carries and runs the tables in their fixed order.
+// Call Initialize, then GetTableFromBootBlock, then DoFlash. A failure returns FALSE and leaves its text in
+// GetErrorMessage; nothing is undone, so an erase that no program follows leaves the ROM erased.
+class FLASHLIB_API CFlashTable
+{
+  public:
+    CFlashTable();
+    virtual ~CFlashTable();
+    CFlashTable(const CFlashTable&) = delete;
+    CFlashTable& operator=(const CFlashTable&) = delete;
+
+    virtual BOOL Initialize();
+
+    // Runs Setup, Erase and Program, then Cleanup and OS cleanup where the header's feature bits ask for them. The
+    // image is loaded; isSps tells that it is an SPS firmware image.
+    virtual BOOL DoFlash(CFwImage* image, BOOL isSps);
+
+    BOOL InstallDrivers();
+    void RemoveDrivers();
+
+    CStr GetErrorMessage() const { return m_sErrorMessage; }
+
+  protected:
+    void SetErrorMessage(CStr text);
+
+    // Releases the header and the table.
+    void ResetTableInformation();
+
+    // Loads header and table of the named table set (null: "$ZALFLSH"). TRUE without a table, too, when there is no
+    // header: DoFlash tells then.
+    BOOL GetTableFromBootBlock(const char* name);
+
+    // The driver library reports nothing back to these: they always return TRUE.
+    BOOL SelectTable(const char* name);
+    BOOL QueryTableInfo(TABLE_QUERY_RESULT* result);
+    BOOL ReadHeader(ZALFLSH_HEADER* header, int size);
+    BOOL ReadTable(void* table, int size);
+    BOOL WriteTable(const void* table, int size);
+    BOOL ExecuteTable(TABLE_EXEC_REQUEST* request);
+
+    // Run one table each; TRUE when it reports status 0, the Setup table whatever it reports.
+    BOOL ExecuteSetupTable(BOOL isSps);
+    BOOL ExecuteBackupTable(const void* buffer, int size);
+    BOOL ExecuteEraseTable();
+    BOOL ExecuteProgramTable(CFwImage* image);
+    BOOL ExecuteCleanupTable();
+    BOOL ExecuteCleanupTable2();
+
+    // Invalidates the ROM's settings: defaults are restored at the next boot.
+    BOOL ResetNVRAM();
+
+    void SetFeatureBits1(ULONG bits) { m_FeatureBits1 = bits; }
+    void SetFeatureBits2(ULONG bits) { m_FeatureBits2 = bits; }
+    ULONG GetFeatureBits1() const { return m_FeatureBits1; }
+    ULONG GetFeatureBits2() const { return m_FeatureBits2; }
+
+    CStr m_sErrorMessage;
+    CStr m_sFlashDriver;
+    BOOL m_bFlashDriverInstalled;
+    ULONG m_FeatureBits1;
+    ULONG m_FeatureBits2;
+    int m_HeaderSize;           // bytes
+    ZALFLSH_HEADER* m_pHeader;  // owned copy
+    int m_TableSize;            // bytes; 0: no table
+    void* m_pTable;             // owned copy
+    ULONG m_TableCRC;           // of that copy
+
+  private:
+    BOOL Fail(const char* message);
+    BOOL RunTable(TABLE_EXEC_REQUEST& request);
 };

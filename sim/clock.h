@@ -12,8 +12,10 @@ class CClock
     // Nanoseconds since the epoch. Starts at the host's time; asking moves it by a microsecond, so that a loop that
     // waits for a time by asking for it comes to an end.
     std::int64_t Ask();
-    std::int64_t Now() const { return m_Now; }
-    void Advance(std::int64_t nanoseconds) { m_Now += nanoseconds; }
+    std::int64_t Now() const;
+
+    // Lets so many nanoseconds pass.
+    void Wait(std::int64_t nanoseconds);
 
     // True when the process asked for the host's own time instead (environment variable ZALSIM_REAL_TIME).
     bool IsReal() const { return m_bReal; }

@@ -1,10 +1,10 @@
 #include "description.h"
 
+#include <cstdlib>
 #include <fstream>
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <stdexcept>
 
 namespace sim
@@ -66,9 +66,38 @@ FirmwareDescription Firmware(const Json& object)
     return firmware;
 }
 
+FlashFaults FlashPartFaults(const Json& object)
+{
+    FlashFaults faults = {};
+    faults.FailsAtTable = object.value("fails_at_table", -1);
+    faults.PowerLostAfterBlocks = object.value("power_lost_after_blocks", -1);
+    faults.PowerLostAtTable = object.value("power_lost_at_table", faults.PowerLostAfterBlocks < 0 ? -1 : 3);
+    if (faults.PowerLostAfterBlocks < 0) faults.PowerLostAfterBlocks = 0;
+    faults.StuckBlock = object.value("stuck_block", -1);
+    faults.NoHeader = object.value("no_header", false);
+    return faults;
+}
+
+IpmiFaults ManagementControllerFaults(const Json& object)
+{
+    IpmiFaults faults = {};
+    faults.Missing = object.value("missing", false);
+    faults.Silent = object.value("silent", false);
+    faults.Foreign = object.value("foreign", false);
+    faults.Event = object.value("event", false);
+    faults.DelayMs = object.value("delay_ms", 0);
+    faults.Interruptions = object.value("interruptions", 0);
+    faults.CompletionCode = object.value("completion_code", 0);
+    faults.Status = object.value("status", 0);
+    faults.SendFails = object.value("send_fails", false);
+    faults.EmptyAnswer = object.value("empty_answer", false);
+    return faults;
+}
+
 ServerDescription Describe(const Json& json, const std::filesystem::path& folder)
 {
     ServerDescription server = {};
+    server.Folder = folder;
     server.Product = Text(json, "product");
     server.Manufacturer = Text(json, "manufacturer", "Quorvant");
     server.Serial = Text(json, "serial");
@@ -79,6 +108,10 @@ ServerDescription Describe(const Json& json, const std::filesystem::path& folder
 
     const Json& rom = Object(json, "rom");
     server.Rom = {Text(rom, "family"), Text(rom, "version"), Text(rom, "date"), Text(rom, "name", "SYSTEM ROM")};
+    server.RomSize = Numeric<std::size_t>(rom, "size", 1048576);
+    if (server.RomSize < 65536 || server.RomSize % 65536 != 0)
+        throw std::runtime_error("a ROM's size is a multiple of 65536 bytes");
+    server.FlashTables = json.value("flash_tables", std::vector<std::string>{"$ZALFLSH"});
     server.RedundantRomDate = Text(rom, "redundant_date");
     server.BootBlockDate = Text(rom, "boot_block_date");
     server.OemRomName = Text(rom, "oem_name");
@@ -111,27 +144,25 @@ ServerDescription Describe(const Json& json, const std::filesystem::path& folder
                                          {"refuses", DriverFault::Refuses},
                                          {"fails", DriverFault::Fails}});
     if (server.DriverVersion.empty()) server.Driver = DriverFault::Missing;
+    server.Flash = FlashPartFaults(Object(faults, "flash"));
+    server.Ipmi = ManagementControllerFaults(Object(faults, "ipmi"));
+    if (!json.value("management_controller", true)) server.Ipmi.Missing = true;
     return server;
 }
 
 }  // namespace
 
-ServerDescription ParseDescription(const std::string& text, const std::filesystem::path& folder)
-{
-    try {
-        return Describe(Json::parse(text), folder);
-    } catch (const std::exception& error) {
-        throw std::runtime_error("The description of the server in " + folder.string() + " is wrong: " + error.what());
-    }
-}
-
 ServerDescription ReadDescription(const std::filesystem::path& folder)
 {
     std::ifstream file(folder / "server.json");
-    std::ostringstream text;
-    if (!(text << file.rdbuf()))
-        throw std::runtime_error("There is no server in " + folder.string() + ": no server.json");
-    return ParseDescription(text.str(), folder);
+    if (!file) throw std::runtime_error("There is no server in " + folder.string() + ": no server.json");
+    try {
+        Json json = Json::parse(file);
+        if (const char* pszFaults = std::getenv("ZALSIM_FAULTS")) json["faults"].merge_patch(Json::parse(pszFaults));
+        return Describe(json, folder);
+    } catch (const std::exception& error) {
+        throw std::runtime_error("The description of the server in " + folder.string() + " is wrong: " + error.what());
+    }
 }
 
 }  // namespace sim

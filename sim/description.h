@@ -49,14 +49,41 @@ enum class DriverFault
     Fails,    // answers every request with an error
 };
 
+struct FlashFaults
+{
+    int FailsAtTable;      // this table reports an error after half of its work; -1: none does
+    int PowerLostAtTable;  // power goes while this table runs, after so many blocks of 64 KiB; -1: never
+    int PowerLostAfterBlocks;
+    int StuckBlock;  // this block keeps what it holds when it is programmed; -1: none
+    bool NoHeader;   // the driver library tells a table but no header
+};
+
+// What is wrong with the management controller's answers on the IPMI device.
+struct IpmiFaults
+{
+    bool Missing;        // no device node
+    bool Silent;         // no answer
+    bool Foreign;        // the answer has another message's id
+    bool Event;          // what comes is an event, no answer
+    int DelayMs;         // the answer comes so late
+    int Interruptions;   // so many waits are interrupted by a signal
+    int CompletionCode;  // every command is answered with it; 0: as it should be
+    int Status;          // NVRAM accesses are answered with it
+    bool SendFails;      // the driver takes no request
+    bool EmptyAnswer;    // the answer carries no data at all
+};
+
 struct ServerDescription
 {
+    std::filesystem::path Folder;
     std::string Product;
     std::string Manufacturer;
     std::string Serial;
     int Generation;  // from 8 on, version records tell of the firmware
 
     RomDescription Rom;
+    std::size_t RomSize;                   // bytes of the flash part
+    std::vector<std::string> FlashTables;  // names of the table sets
     std::string RedundantRomDate;
     std::string BootBlockDate;
     std::string OemRomName;
@@ -75,12 +102,12 @@ struct ServerDescription
 
     SmbiosFault Smbios;
     DriverFault Driver;
+    FlashFaults Flash;
+    IpmiFaults Ipmi;
 };
 
-// Reads server.json in the server's folder. Throws std::runtime_error with a sentence for the user.
+// Reads server.json in the server's folder, and over its faults those in the environment variable ZALSIM_FAULTS. Throws
+// std::runtime_error with a sentence for the user.
 ServerDescription ReadDescription(const std::filesystem::path& folder);
-
-// The same for a text; folder is where files that it names are looked for.
-ServerDescription ParseDescription(const std::string& text, const std::filesystem::path& folder);
 
 }  // namespace sim

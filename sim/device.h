@@ -18,6 +18,14 @@ class IDevice
     virtual ssize_t Read(void*, std::size_t) { return Fail(EINVAL); }
     virtual int Ioctl(unsigned long, void*) { return Fail(ENOTTY); }
 
+    // Waits at most timeout milliseconds (negative: for ever) for one of the events. Returns 1 with those in occurred,
+    // 0 when the time is over.
+    virtual int Poll(short events, int, short& occurred)
+    {
+        occurred = events;
+        return 1;
+    }
+
   protected:
     static int Fail(int error)
     {

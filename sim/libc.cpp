@@ -2,6 +2,7 @@
 // current server and the clock are played, everything else goes on to the C library.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/time.h>
 #include <time.h>
@@ -32,7 +33,7 @@ Function* Next(Function*, const char* name)
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-#define NEXT(function) static auto* const next = Next(static_cast<decltype(&function)>(nullptr), #function)
+#define NEXT(function) static auto* const next = Next(static_cast<decltype(&(function))>(nullptr), #function)
 
 // Never destroyed: calls come in until the very end of the process.
 std::map<int, std::unique_ptr<sim::IDevice>>& OpenDevices()
@@ -115,6 +116,16 @@ ENTRY_POINT int ioctl(int fd, unsigned long request, ...)
     return pDevice ? pDevice->Ioctl(request, pArgument) : next(fd, request, pArgument);
 }
 
+// A device is waited for alone; sets of descriptors are the C library's.
+ENTRY_POINT int poll(pollfd* descriptors, nfds_t count, int timeout)
+{
+    NEXT(poll);
+    sim::IDevice* pDevice = count == 1 ? FindDevice(descriptors[0].fd) : nullptr;
+    if (!pDevice) return next(descriptors, count, timeout);
+    descriptors[0].revents = 0;
+    return pDevice->Poll(descriptors[0].events, timeout, descriptors[0].revents);
+}
+
 ENTRY_POINT int close(int fd)
 {
     NEXT(close);
@@ -155,7 +166,7 @@ ENTRY_POINT unsigned int sleep(unsigned int seconds)
 {
     NEXT(sleep);
     if (CClock::Instance().IsReal()) return next(seconds);
-    CClock::Instance().Advance(seconds * Second);
+    CClock::Instance().Wait(seconds * Second);
     return 0;
 }
 
@@ -163,7 +174,7 @@ ENTRY_POINT int usleep(useconds_t microseconds)
 {
     NEXT(usleep);
     if (CClock::Instance().IsReal()) return next(microseconds);
-    CClock::Instance().Advance(microseconds * std::int64_t{1000});
+    CClock::Instance().Wait(microseconds * std::int64_t{1000});
     return 0;
 }
 
@@ -171,6 +182,6 @@ ENTRY_POINT int nanosleep(const timespec* request, timespec* remaining)
 {
     NEXT(nanosleep);
     if (CClock::Instance().IsReal()) return next(request, remaining);
-    CClock::Instance().Advance(request->tv_sec * Second + request->tv_nsec);
+    CClock::Instance().Wait(request->tv_sec * Second + request->tv_nsec);
     return 0;
 }

@@ -62,7 +62,7 @@ class CRomDriver : public IDevice
 
 }  // namespace
 
-std::unique_ptr<IDevice> OpenRomUtilityDriver(const CServer& server)
+std::unique_ptr<IDevice> OpenRomUtilityDriver(CServer& server)
 {
     if (server.GetDescription().Driver == DriverFault::Missing) {
         errno = ENOENT;

@@ -25,12 +25,18 @@ void FillWithCode(std::vector<std::uint8_t>& image, const std::string& seed)
     }
 }
 
+// "2.30 (09/12/2019)"; empty for a ROM without a version.
+std::string Revision(const RomDescription& rom)
+{
+    return rom.Version.empty() ? "" : rom.Version + " (" + rom.Date + ")";
+}
+
 }  // namespace
 
 std::vector<std::uint8_t> BuildRomImage(const RomDescription& rom, std::size_t size)
 {
     std::vector<std::uint8_t> image(size);
-    const std::string revision = rom.Version + " (" + rom.Date + ")";
+    const std::string revision = Revision(rom);
     FillWithCode(image, rom.Family + revision);
 
     ZALFLSH_HEADER header = {};
@@ -48,6 +54,37 @@ std::vector<std::uint8_t> BuildRomImage(const RomDescription& rom, std::size_t s
         pString += pText->size() + 1;
     }
     return image;
+}
+
+std::optional<std::size_t> FindRomHeader(const std::vector<std::uint8_t>& area)
+{
+    static const std::string signature = "$ZALFLSH";
+    const auto found = std::search(area.begin(), area.end(), signature.begin(), signature.end());
+    const std::size_t offset = static_cast<std::size_t>(found - area.begin());
+    if (area.size() - offset <= offsetof(ZALFLSH_HEADER, ImageName)) return std::nullopt;
+    const auto strings = found + offsetof(ZALFLSH_HEADER, ImageName);
+    if (std::count(strings, area.end(), 0) < 3) return std::nullopt;
+    return offset;
+}
+
+RomDescription ReadRomHeader(const std::vector<std::uint8_t>& area, std::size_t offset)
+{
+    const char* pString = reinterpret_cast<const char*>(area.data() + offset) + offsetof(ZALFLSH_HEADER, ImageName);
+    RomDescription rom;
+    std::string revision;
+    for (std::string* pText : {&rom.Name, &rom.Family, &revision}) {
+        *pText = pString;
+        pString += pText->size() + 1;
+    }
+    rom.Version = revision.substr(0, revision.find(' '));
+    const std::size_t date = revision.find('(');
+    if (date != std::string::npos) rom.Date = revision.substr(date + 1, revision.find(')') - date - 1);
+    return rom;
+}
+
+std::size_t RomHeaderSize(const RomDescription& rom)
+{
+    return offsetof(ZALFLSH_HEADER, ImageName) + rom.Name.size() + rom.Family.size() + Revision(rom).size() + 3;
 }
 
 }  // namespace sim

@@ -7,7 +7,6 @@
 #include <stdexcept>
 
 #include "devices.h"
-#include "romimage.h"
 
 namespace sim
 {
@@ -18,7 +17,7 @@ namespace
 const std::uint32_t BiosArea = 0xF0000;
 const std::uint32_t SmbiosAddress = 0x7B7F0000;
 
-using Opener = std::unique_ptr<IDevice> (*)(const CServer&);
+using Opener = std::unique_ptr<IDevice> (*)(CServer&);
 
 // What follows is never destroyed: calls come in until the very end of the process.
 const std::map<std::string, Opener>& DeviceNodes()
@@ -26,6 +25,7 @@ const std::map<std::string, Opener>& DeviceNodes()
     static const auto& nodes = *new std::map<std::string, Opener>{
         {"/vmfs/devices/char/mem/smbios", OpenSmbiosNode},
         {"/dev/qvrcru", OpenRomUtilityDriver},
+        {"/dev/ipmi0", OpenIpmiNode},
     };
     return nodes;
 }
@@ -38,14 +38,15 @@ std::unique_ptr<CServer>& CurrentServerSlot()
 
 }  // namespace
 
-CServer::CServer(const std::filesystem::path& folder) : CServer(ReadDescription(folder)) {}
-
-CServer::CServer(const ServerDescription& description) : m_Description(description)
+CServer::CServer(const std::filesystem::path& folder)
+    : m_Description(ReadDescription(folder)),
+      m_Journal(folder / "journal.log"),
+      m_FlashPart(m_Description, folder, m_Journal),
+      m_Bmc(m_Description.Ipmi, folder, m_Journal)
 {
-    m_Smbios = description.SmbiosDump.empty() ? BuildSmbios(description, SmbiosAddress)
-                                              : ReadSmbiosDump(description.SmbiosDump, SmbiosAddress);
-    MapMemory(BiosArea, description.Rom.Family.empty() ? std::vector<std::uint8_t>(BiosAreaSize, 0xFF)
-                                                       : BuildRomImage(description.Rom, BiosAreaSize));
+    m_Smbios = m_Description.SmbiosDump.empty() ? BuildSmbios(m_Description, m_FlashPart.GetRunningRom(), SmbiosAddress)
+                                                : ReadSmbiosDump(m_Description.SmbiosDump, SmbiosAddress);
+    MapMemory(BiosArea, m_FlashPart.GetBiosArea());
     MapMemory(SmbiosAddress, m_Smbios.Table);
 }
 
@@ -71,7 +72,7 @@ bool CServer::OwnsPath(const std::string& path)
     return DeviceNodes().count(path) != 0;
 }
 
-std::unique_ptr<IDevice> CServer::Open(const std::string& path) const
+std::unique_ptr<IDevice> CServer::Open(const std::string& path)
 {
     return DeviceNodes().at(path)(*this);
 }

@@ -7,8 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "bmc.h"
 #include "description.h"
 #include "device.h"
+#include "flashpart.h"
+#include "journal.h"
 #include "smbios.h"
 
 namespace sim
@@ -19,10 +22,13 @@ class CServer
   public:
     // The server in a folder. Throws std::runtime_error with a sentence for the user.
     explicit CServer(const std::filesystem::path& folder);
-    explicit CServer(const ServerDescription& description);
+    CServer(const CServer&) = delete;
+    CServer& operator=(const CServer&) = delete;
 
     const ServerDescription& GetDescription() const { return m_Description; }
     const SmbiosTables& GetSmbios() const { return m_Smbios; }
+    CFlashPart& GetFlashPart() { return m_FlashPart; }
+    CBmc& GetBmc() { return m_Bmc; }
 
     // Gives a range of addresses contents, ahead of what the server has there.
     void MapMemory(std::uint32_t address, std::vector<std::uint8_t> bytes);
@@ -34,7 +40,7 @@ class CServer
     static bool OwnsPath(const std::string& path);
 
     // Opens one of those; null with errno when the server does not have it.
-    std::unique_ptr<IDevice> Open(const std::string& path) const;
+    std::unique_ptr<IDevice> Open(const std::string& path);
 
   private:
     struct Region
@@ -43,7 +49,10 @@ class CServer
         std::vector<std::uint8_t> Bytes;
     };
 
-    ServerDescription m_Description;
+    const ServerDescription m_Description;
+    CJournal m_Journal;
+    CFlashPart m_FlashPart;
+    CBmc m_Bmc;
     SmbiosTables m_Smbios;
     std::vector<Region> m_Memory;
 };

@@ -1,6 +1,7 @@
 #include "smbios.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -98,23 +99,27 @@ std::string RomVersionText(const RomDescription& rom)
     return "v" + rom.Version + " (" + rom.Date + ")";
 }
 
-void AddBios(CTable& table, const ServerDescription& server)
+// What stands before and behind the point of the ROM's version; 255, which means none, for a boot block.
+BYTE VersionNumber(const RomDescription& rom, bool minor)
+{
+    const std::size_t point = rom.Version.find('.');
+    if (point == std::string::npos) return 0xFF;
+    return static_cast<BYTE>(std::atoi(rom.Version.c_str() + (minor ? point + 1 : 0)));
+}
+
+void AddBios(CTable& table, const ServerDescription& server, const RomDescription& rom)
 {
     SMBIOS_BIOS_INFORMATION bios = {};
     bios.byVendor = table.String(server.Manufacturer);
-    bios.byBIOSVersion = table.String(server.Rom.Family + " " + RomVersionText(server.Rom));
+    bios.byBIOSVersion = table.String(rom.Version.empty() ? rom.Family : rom.Family + " " + RomVersionText(rom));
     bios.wStartSegment = 0xF000;
-    bios.byReleaseDate = table.String(server.Rom.Date);
+    bios.byReleaseDate = table.String(rom.Date);
     bios.byROMSize = 0xFF;                // 16 MiB
     bios.baCharacteristics[0] = 0x80;     // PCI is supported
     bios.baCharacteristics[1] = 0x08;     // the BIOS can be flashed
     bios.baCharacteristicsExt[0] = 0x01;  // ACPI is supported
-    // The numbers before and after the point, and no embedded controller.
-    const std::size_t point = server.Rom.Version.find('.');
-    if (point != std::string::npos) {
-        bios.byBIOSMajorVersion = static_cast<BYTE>(std::stoi(server.Rom.Version.substr(0, point)));
-        bios.byBIOSMinorVersion = static_cast<BYTE>(std::stoi(server.Rom.Version.substr(point + 1)));
-    }
+    bios.byBIOSMajorVersion = VersionNumber(rom, false);
+    bios.byBIOSMinorVersion = VersionNumber(rom, true);
     bios.byECMajorVersion = bios.byECMinorVersion = 0xFF;
     table.Add(0, bios, HasVersionRecords(server) ? sizeof bios : 20);
 }
@@ -163,10 +168,10 @@ void AddVersion(CTable& table, const FirmwareDescription& firmware, std::size_t 
 
 }  // namespace
 
-SmbiosTables BuildSmbios(const ServerDescription& server, std::uint32_t address)
+SmbiosTables BuildSmbios(const ServerDescription& server, const RomDescription& rom, std::uint32_t address)
 {
     CTable table;
-    AddBios(table, server);
+    AddBios(table, server, rom);
     AddSystem(table, server);
     AddOtherRoms(table, server);
 
@@ -176,7 +181,8 @@ SmbiosTables BuildSmbios(const ServerDescription& server, std::uint32_t address)
     table.Add(195, id);
 
     if (HasVersionRecords(server)) {
-        AddVersion(table, {SMBIOS_VERSION_TYPE_SYSTEMROM, "System ROM", RomVersionText(server.Rom), 0, {}}, 0);
+        if (!rom.Version.empty())
+            AddVersion(table, {SMBIOS_VERSION_TYPE_SYSTEMROM, "System ROM", RomVersionText(rom), 0, {}}, 0);
         for (std::size_t i = 0; i < server.Firmware.size(); i++) AddVersion(table, server.Firmware[i], i + 1);
     }
 
@@ -210,8 +216,8 @@ SmbiosTables ReadSmbiosDump(const std::filesystem::path& file, std::uint32_t add
         throw std::runtime_error(file.string() + " is no SMBIOS dump with a 32-bit entry point");
     if (entry.dwSTAddr > bytes.size() || entry.wSTLength > bytes.size() - entry.dwSTAddr)
         throw std::runtime_error(file.string() + " ends before its SMBIOS table does");
-    tables.Table.assign(bytes.begin() + static_cast<std::ptrdiff_t>(entry.dwSTAddr),
-                        bytes.begin() + static_cast<std::ptrdiff_t>(entry.dwSTAddr + entry.wSTLength));
+    const char* pTable = bytes.data() + entry.dwSTAddr;
+    tables.Table.assign(pTable, pTable + entry.wSTLength);
     SetAddress(tables.Entry, address);
     return tables;
 }

@@ -17,9 +17,9 @@ struct SmbiosTables
     std::vector<std::uint8_t> Table;
 };
 
-// Builds well-formed tables: types 0, 1 and 127, and the platform's own 193, 195, 216, 224 and 229. The checksums of
-// the entry point hold for the address that it tells.
-SmbiosTables BuildSmbios(const ServerDescription& server, std::uint32_t address);
+// Builds well-formed tables for the ROM that runs: types 0, 1 and 127, and the platform's own 193, 195, 216, 224 and
+// 229. The checksums of the entry point hold for the address that it tells.
+SmbiosTables BuildSmbios(const ServerDescription& server, const RomDescription& rom, std::uint32_t address);
 
 // Reads and writes a dump in the layout of "dmidecode --dump-bin": the entry point at the start of the file, the table
 // at the offset that it tells. Reading places the table at address. Throw std::runtime_error with a sentence.

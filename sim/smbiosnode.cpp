@@ -45,7 +45,7 @@ class CSmbiosNode : public IDevice
 
 }  // namespace
 
-std::unique_ptr<IDevice> OpenSmbiosNode(const CServer& server)
+std::unique_ptr<IDevice> OpenSmbiosNode(CServer& server)
 {
     const SmbiosFault fault = server.GetDescription().Smbios;
     if (fault == SmbiosFault::Missing) {

@@ -41,6 +41,11 @@ fs::path RunFolder()
     return std::getenv("FLASHTEST_FOLDER");
 }
 
+fs::path ServerFolder()
+{
+    return RunFolder() / "server";
+}
+
 std::string ReadFile(const fs::path& file)
 {
     std::ifstream stream(file, std::ios::binary);
@@ -60,9 +65,18 @@ std::string CLogCapture::Text() const
 
 void UseServer(const std::string& json)
 {
+    sim::SetCurrentServer(nullptr);
+    fs::remove_all(ServerFolder());
+    fs::create_directory(ServerFolder());
+    std::ofstream(ServerFolder() / "server.json") << json;
+    RestartServer();
+}
+
+void RestartServer()
+{
     if (cruFd >= 0) close(cruFd);
     cruFd = -1;
-    sim::SetCurrentServer(std::make_unique<sim::CServer>(sim::ParseDescription(json, fs::current_path())));
+    sim::SetCurrentServer(std::make_unique<sim::CServer>(ServerFolder()));
 }
 
 std::string RackServer(const std::string& members)

@@ -33,8 +33,14 @@ class CLogCapture
     std::string m_Before;
 };
 
-// Puts the process on a server with that server.json, and closes the ROM utility driver.
+// Puts the process on a new server with that server.json, and closes the ROM utility driver.
 void UseServer(const std::string& json);
+
+// Starts that server anew: what was flashed now runs.
+void RestartServer();
+
+// Its folder.
+std::filesystem::path ServerFolder();
 
 // The server.json of a healthy rack server, with members that take the place of its own.
 std::string RackServer(const std::string& members = "{}");

@@ -168,8 +168,9 @@ BOOL CComponent::GetInstallState(ZALINSTALLSTATE* state)
     _DebugPrintf("CComponent::GetInstallState: %s\n", szStateNames[known ? m_InstallState : 0]);
 
     CStr message;
-    if (state->nState == ZALSTATE_NOTINSTALLEDNOTNEEDED || state->nState == ZALSTATE_INSTALLNOTALLOWED)
-        message = m_sErrorMessage;
+    const bool explains =
+        state->nState == ZALSTATE_NOTINSTALLEDNOTNEEDED || state->nState == ZALSTATE_INSTALLNOTALLOWED;
+    if (explains && !m_sErrorMessage.IsEmpty()) message = m_sErrorMessage;
     if (state->nState == ZALSTATE_INSTALLNOTALLOWED && message.IsEmpty())
         message = "The component is incomplete or damaged.";
     if (state->nState == ZALSTATE_UNKNOWN) message = "Internal component error!";

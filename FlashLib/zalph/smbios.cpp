@@ -263,10 +263,9 @@ CStr CSMBIOS::GetROMFamily()
         _DebugPrintf("GetRecordByType(0) FAILED\n");
         return "";
     }
-    CStr family = GetString(pRecord, As<SMBIOS_BIOS_INFORMATION>(pRecord)->byBIOSVersion);
-    family.TrimLeft(' ');
-    const int space = family.Find(" ");
-    return space < 0 ? family : family.Left(space);
+    const CStr version = GetString(pRecord, As<SMBIOS_BIOS_INFORMATION>(pRecord)->byBIOSVersion);
+    const char* pszFirst = version.GetAnsiString() + std::strspn(version.GetAnsiString(), " ");
+    return CStr(pszFirst).Left(static_cast<int>(std::strcspn(pszFirst, " ")));
 }
 
 CStr CSMBIOS::GetROMDate()
@@ -346,28 +345,29 @@ CStr CSMBIOS::GetSPSVersion()
     return szVersion;
 }
 
-// The other-ROM record that answers for programmable logic device index: only where no version record tells of any.
-BYTE* CSMBIOS::GetPalFallback(int index, int minimumLength)
+// The version record of programmable logic device index, and how many such records there are.
+BYTE* CSMBIOS::GetPalVersionRecord(int index, int& count)
 {
-    if (GetVersionRecord(SMBIOS_VERSION_TYPE_CPLD) || index < 0 || index > MaxPalIndex) return nullptr;
-    BYTE* pRecord = GetRecordByType(Type_OtherRom);
-    return pRecord && As<SMBIOS_HEADER>(pRecord)->byLength >= minimumLength ? pRecord : nullptr;
-}
-
-BYTE* CSMBIOS::GetPalVersionRecord(int index)
-{
-    int count = 0;
     BYTE** pList = GetVersionRecordListByType(SMBIOS_VERSION_TYPE_CPLD, count);
     BYTE* pRecord = index >= 0 && index < count ? pList[index] : nullptr;
     std::free(pList);
     return pRecord;
 }
 
+// The other-ROM record that answers for the device where there is no version record of any.
+BYTE* CSMBIOS::GetPalFallback(int index, int minimumLength)
+{
+    if (index < 0 || index > MaxPalIndex) return nullptr;
+    BYTE* pRecord = GetRecordByType(Type_OtherRom);
+    return pRecord && As<SMBIOS_HEADER>(pRecord)->byLength >= minimumLength ? pRecord : nullptr;
+}
+
 CStr CSMBIOS::GetPALType(int index)
 {
-    if (BYTE* pRecord = GetPalVersionRecord(index))
+    int count = 0;
+    if (BYTE* pRecord = GetPalVersionRecord(index, count))
         return GetString(pRecord, As<SMBIOS_VERSION_INDICATOR>(pRecord)->byFirmwareName);
-    BYTE* pRecord = GetPalFallback(index, 23);
+    BYTE* pRecord = count == 0 ? GetPalFallback(index, 23) : nullptr;
     if (!pRecord) return "";
     const BYTE* pTypes = As<SMBIOS_OTHER_ROMINFO>(pRecord)->byPALType;
     return GetString(pRecord, pTypes[index]);
@@ -375,11 +375,12 @@ CStr CSMBIOS::GetPALType(int index)
 
 WORD CSMBIOS::GetPALVersion(int index)
 {
-    if (BYTE* pRecord = GetPalVersionRecord(index)) {
+    int count = 0;
+    if (BYTE* pRecord = GetPalVersionRecord(index, count)) {
         const BYTE* pData = As<SMBIOS_VERSION_INDICATOR>(pRecord)->baVersionData;
         return static_cast<WORD>(pData[1] << 8 | pData[2]);
     }
-    BYTE* pRecord = GetPalFallback(index, 11);
+    BYTE* pRecord = count == 0 ? GetPalFallback(index, 11) : nullptr;
     if (!pRecord) return 0;
     const auto* pVersions = reinterpret_cast<const BYTE*>(&As<SMBIOS_OTHER_ROMINFO>(pRecord)->wPALVersion);
     return static_cast<WORD>(pVersions[2 * index] | pVersions[2 * index + 1] << 8);

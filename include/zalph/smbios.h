@@ -173,7 +173,7 @@ class FLASHLIB_API CSMBIOS
     CSMBIOS& operator=(const CSMBIOS&) = delete;
 
     // Reads the table; FALSE when there is none or it can't be read. Tries once: after a failed read of physical memory
-    // later calls return TRUE and find nothing.
+    // later calls return TRUE, and the accessors walk what that read left.
     BOOL Initialize();
     BOOL Exists() { return Initialize(); }
 
@@ -220,7 +220,7 @@ class FLASHLIB_API CSMBIOS
 
     // Single records, null where there is none.
     BYTE* GetVersionRecord(WORD versionType);
-    BYTE* GetPalVersionRecord(int index);
+    BYTE* GetPalVersionRecord(int index, int& count);
     BYTE* GetPalFallback(int index, int minimumLength);
 
     CStr GetString(BYTE* record, int number);

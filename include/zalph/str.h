@@ -78,7 +78,7 @@ class FLASHLIB_API CStr
 
     // count bytes from start, all bytes from start; empty when that is not wholly inside the text.
     CStr Mid(int start, int count) const;
-    CStr Mid(int start) const { return Mid(start, m_nLength - start); }
+    CStr Mid(int start) const { return start < 0 ? CStr() : Mid(start, m_nLength - start); }
 
     // Position of the first, the first regardless of case, the last occurrence; -1 when there is none. An empty text is
     // found at 0, by ReverseFind at the end.

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <deque>
+#include <exception>
 #include <memory>
 #include <new>
 #include <string>
@@ -17,6 +18,7 @@ namespace
 {
 
 const std::size_t MaxDepth = 5000;
+const std::size_t MaxContents = std::size_t{64} << 20;  // bytes kept of a document: default attributes multiply, too
 const std::size_t ChunkSize = 65536;
 
 struct CElement : CZalXMLNode
@@ -97,8 +99,17 @@ class CBuilder
         }
     }
 
+    // Counts what is kept; the sum may not go beyond the limit.
+    void Keep(std::size_t bytes)
+    {
+        m_Contents += bytes;
+        if (m_Contents > MaxContents) throw std::bad_alloc();
+    }
+
     void Open(const char* name, const char** attributes)
     {
+        Keep(sizeof(CElement) + std::strlen(name));
+        for (const char** ppText = attributes; ppText && *ppText; ppText++) Keep(std::strlen(*ppText));
         std::deque<CElement>& elements = m_pDocument->Elements;
         m_OpenElements.push_back(elements.size());
         elements.emplace_back();
@@ -128,7 +139,7 @@ class CBuilder
     {
         try {
             action();
-        } catch (const std::bad_alloc&) {
+        } catch (const std::exception&) {
             Stop(XMLErrAlloc);
         }
     }
@@ -140,12 +151,18 @@ class CBuilder
         pThis->Guard([=] { pThis->Open(name, attributes); });
     }
 
-    static void XMLCALL OnEnd(void* user, const char*) { static_cast<CBuilder*>(user)->Close(); }
+    // Comes once more after a stop inside an empty element.
+    static void XMLCALL OnEnd(void* user, const char*)
+    {
+        CBuilder* pThis = static_cast<CBuilder*>(user);
+        if (pThis->m_Error == XMLNoError) pThis->Close();
+    }
 
     static void XMLCALL OnText(void* user, const char* text, int length)
     {
         CBuilder* pThis = static_cast<CBuilder*>(user);
         pThis->Guard([=] {
+            pThis->Keep(static_cast<std::size_t>(length));
             pThis->m_pDocument->Elements[pThis->m_OpenElements.back()].Text.append(text,
                                                                                    static_cast<std::size_t>(length));
         });
@@ -154,6 +171,7 @@ class CBuilder
     std::unique_ptr<std::remove_pointer_t<XML_Parser>, FreeParser> m_pParser;
     std::unique_ptr<CDocument> m_pDocument;
     std::vector<std::size_t> m_OpenElements;
+    std::size_t m_Contents = 0;
     ULONG m_Error;
 };
 
@@ -215,7 +233,7 @@ ULONG CZalXMLReader::ParseFile(LPCTSTR path)
         const ULONG error = ReadFile(pFile.get(), builder);
         if (error == XMLNoError) m_pDocument = builder.Finish();
         return error;
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) {
         return XMLErrAlloc;
     }
 }
@@ -233,8 +251,8 @@ CZalXMLNode* CZalXMLReader::GetRootNode()
 CZalXMLNode* CZalXMLReader::FindFirstChildOf(CZalXMLNode* parent, LPCTSTR element, LPCTSTR attribute, LPCTSTR value)
 {
     if (!m_pDocument || !element) return nullptr;
-    std::deque<CElement>& elements = m_pDocument->Elements;
-    const CElement& top = parent ? *AsElement(parent) : elements.front();
+    const CElement& top = parent ? *AsElement(parent) : m_pDocument->Elements.front();
+    std::deque<CElement>& elements = *top.pElements;
     for (std::size_t i = top.Index + 1; i < top.End; i++) {
         if (elements[i].Name != element) continue;
         if (!attribute || !value) return &elements[i];

@@ -1,0 +1,40 @@
+#include "journal.h"
+
+#include <cstdarg>
+#include <cstdlib>
+#include <stdexcept>
+
+#include "clock.h"
+
+namespace sim
+{
+
+namespace
+{
+
+std::filesystem::path ChosenFile(const std::filesystem::path& file)
+{
+    const char* pszOther = std::getenv("ZALSIM_JOURNAL");
+    return pszOther ? std::filesystem::path(pszOther) : file;
+}
+
+}  // namespace
+
+CJournal::CJournal(const std::filesystem::path& file) : m_File(ChosenFile(file)), m_pFile(nullptr, std::fclose) {}
+
+void CJournal::Write(const char* format, ...)
+{
+    if (!m_pFile) m_pFile.reset(std::fopen(m_File.c_str(), "ae"));
+    if (!m_pFile) throw std::runtime_error("Can't write the journal " + m_File.string());
+    const std::int64_t now = CClock::Instance().Now();
+    std::fprintf(m_pFile.get(), "%lld.%06lld ", static_cast<long long>(now / 1000000000),
+                 static_cast<long long>(now / 1000 % 1000000));
+    va_list arguments;
+    va_start(arguments, format);
+    std::vfprintf(m_pFile.get(), format, arguments);
+    va_end(arguments);
+    std::fputc('\n', m_pFile.get());
+    std::fflush(m_pFile.get());
+}
+
+}  // namespace sim
