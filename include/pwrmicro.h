@@ -132,9 +132,9 @@ class FLASHLIB_API CPowerMicro
     CChannelInterface* m_pChannel;  // not owned
     PowerControllerType m_ControllerType;
     PowerControllerRegisterSet m_RegisterSet;
-    int m_Bus;               // -1: not set
-    int m_Address;           // -1: not set
-    int m_KeyholeRegister;   // takes the value that unlocks the boot loader; 0: none
+    int m_Bus;              // -1: not set
+    int m_Address;          // -1: not set
+    int m_KeyholeRegister;  // takes the value that unlocks the boot loader; 0: none
     int m_ControlRegister;
     int m_MaxRetries;                  // tries of a register access and of a programming step
     CRegisterList* m_RegisterList[2];  // what was saved, in this order; null for none

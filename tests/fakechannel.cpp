@@ -65,6 +65,9 @@ int ZalCiRecv(ZALCIHANDLE, void* pBuffer, int size, ZALCISTATUS* pStatus, int* p
     const auto body = g_FakeChannel.body.find(header.Command);
     std::string reply(static_cast<std::size_t>(size), '\0');
     if (body != g_FakeChannel.body.end()) reply = std::string(sizeof header, '\0') + body->second;
+    const auto answer = g_FakeChannel.answer.find(header.Command);
+    if (answer != g_FakeChannel.answer.end())
+        reply = std::string(sizeof header, '\0') + answer->second(g_FakeChannel.sent.back());
     header.Length = static_cast<WORD>(reply.size());
     header.Sequence = static_cast<WORD>(header.Sequence + step.sequence);
     std::memcpy(reply.data(), &header, sizeof header);

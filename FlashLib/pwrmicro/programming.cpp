@@ -34,12 +34,35 @@ const UINT8 ResetPacket[] = {0x00, 0x00, 0x00, 0x01, 0xFF};
 // The order within each list is intended.
 
 CRegisterList OpalSavedRegisterList[] = {
-    {0x16, 0x0001},        {0x1C, WholeRegister}, {0x1E, WholeRegister}, {0x20, WholeRegister}, {0x22, WholeRegister},
-    {0x24, WholeRegister}, {0x26, WholeRegister}, {0x28, WholeRegister}, {0x2A, WholeRegister}, {0x2C, WholeRegister},
-    {0x2E, WholeRegister}, {0x30, WholeRegister}, {0x32, WholeRegister}, {0x34, WholeRegister}, {0x36, WholeRegister},
-    {0x38, WholeRegister}, {0x3A, WholeRegister}, {0x3C, WholeRegister}, {0x3E, WholeRegister}, {0x40, WholeRegister},
-    {0x42, WholeRegister}, {0x44, WholeRegister}, {0x46, WholeRegister}, {0x4E, WholeRegister}, {0x52, WholeRegister},
-    {0x50, WholeRegister}, {0x5A, WholeRegister}, {0x1A, WholeRegister}, {-1, 0},
+    {0x16, 0x0001},
+    {0x1C, WholeRegister},
+    {0x1E, WholeRegister},
+    {0x20, WholeRegister},
+    {0x22, WholeRegister},
+    {0x24, WholeRegister},
+    {0x26, WholeRegister},
+    {0x28, WholeRegister},
+    {0x2A, WholeRegister},
+    {0x2C, WholeRegister},
+    {0x2E, WholeRegister},
+    {0x30, WholeRegister},
+    {0x32, WholeRegister},
+    {0x34, WholeRegister},
+    {0x36, WholeRegister},
+    {0x38, WholeRegister},
+    {0x3A, WholeRegister},
+    {0x3C, WholeRegister},
+    {0x3E, WholeRegister},
+    {0x40, WholeRegister},
+    {0x42, WholeRegister},
+    {0x44, WholeRegister},
+    {0x46, WholeRegister},
+    {0x4E, WholeRegister},
+    {0x52, WholeRegister},
+    {0x50, WholeRegister},
+    {0x5A, WholeRegister},
+    {0x1A, WholeRegister},
+    {-1, 0},
 };
 
 CRegisterList ZephyraSavedRegisterList[] = {
@@ -52,8 +75,13 @@ CRegisterList QuillonSavedRegisterList[] = {
 };
 
 CRegisterList BriskSavedRegisterList[] = {
-    {0x02, WholeRegister}, {0x6C, WholeRegister}, {0x6E, WholeRegister}, {0x70, WholeRegister},
-    {0x72, WholeRegister}, {0x76, WholeRegister}, {-1, 0},
+    {0x02, WholeRegister},
+    {0x6C, WholeRegister},
+    {0x6E, WholeRegister},
+    {0x70, WholeRegister},
+    {0x72, WholeRegister},
+    {0x76, WholeRegister},
+    {-1, 0},
 };
 
 bool InTime(std::time_t start)
