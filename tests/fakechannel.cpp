@@ -57,6 +57,9 @@ int ZalCiRecv(ZALCIHANDLE, void* pBuffer, int size, ZALCISTATUS* pStatus, int* p
 
     std::string reply = g_FakeChannel.sent.back().substr(0, sizeof(SMIFHDR));
     SMIFHDR* pHeader = reinterpret_cast<SMIFHDR*>(reply.data());
+    const auto answer = g_FakeChannel.answer.find(pHeader->Command);
+    if (answer != g_FakeChannel.answer.end())
+        g_FakeChannel.body[pHeader->Command] = answer->second(g_FakeChannel.sent.back());
     const auto body = g_FakeChannel.body.find(pHeader->Command);
     pHeader->Sequence = static_cast<WORD>(pHeader->Sequence + step.sequence);
     const std::size_t length =

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -27,6 +28,7 @@ struct CFakeChannel
     bool noHandle = false;                      // creates succeed without a channel
     bool silent = false;                        // the processor does not answer
     std::map<std::uint16_t, std::string> body;  // of a command's reply, behind the header; zeros by default
+    std::map<std::uint16_t, std::function<std::string(const std::string&)>> answer;  // makes the body from the packet
 
     // What has happened.
     int open = 0;                   // channels
