@@ -6,6 +6,7 @@
 
 #include "component.h"
 #include "util.h"
+#include "zalph.h"
 
 CStr g_InstallLocalDir(".");
 
@@ -15,18 +16,54 @@ namespace
 const int ResultSize = 1024;
 
 const char* const szUsage =
-    "Usage: %s [/d [FILE]] [/y FOLDER]\n"
+    "Usage: %s [/d [FILE]] [/y FOLDER] [/f] [/s]\n"
     "\n"
     "  /d [FILE]    discovery: write what is found and what is offered to FILE\n"
     "               (default: /var/zal/PROGRAM_disc.xml) and install nothing\n"
     "  /y FOLDER    the component's package folder (default: the current folder)\n"
-    "  --help       this text\n"
+    "  /f           force: write the same version again, or an older one\n"
+    "  /s           silent: show no progress\n"
+    "  /?, --help   this text\n"
     "\n"
-    "Switches may be written with - too. Without /d the component is installed.\n"
+    "/d and /y may be written with - too. Without /d the component is installed.\n"
     "Exit status: 0 done, 1 done and takes effect after a reboot, 2 already current,\n"
     "3 a newer version is installed, 4 no such device, 5 cancelled, 6 could not run,\n"
     "7 error or not allowed.\n"
     "The debug log goes to the file that QVFLASHLOG names, else to /var/zal/flash.debug.log.\n";
+
+// The switches that are the host's own.
+const char* const szSyntax = "/f /s /? --help";
+
+struct Switches
+{
+    bool Valid;
+    bool Help;
+    bool Discovery;
+    bool Force;
+    bool Silent;
+};
+
+// The library reads /d and /y, each with the argument behind it; the rest is read here.
+Switches ReadSwitches(int argc, char** argv)
+{
+    Switches switches = {};
+    CStr own;
+    for (int i = 1; i < argc; i++) {
+        const CStr argument = CStr(argv[i]).ToLower();
+        const bool discovery = argument == "/d" || argument == "-d";
+        if (discovery) switches.Discovery = true;
+        if (!discovery && argument != "/y" && argument != "-y")
+            own += CStr(argv[i]) + " ";
+        else if (i + 1 < argc && argv[i + 1][0] != '-')
+            i++;
+    }
+    const CCommandLine line(own);
+    switches.Valid = line.VerifySyntax(szSyntax);
+    switches.Help = line.FindArgOption("/?") >= 0 || line.FindArgOption("--help") >= 0;
+    switches.Force = line.FindArgOption("/f") >= 0;
+    switches.Silent = line.FindArgOption("/s") >= 0;
+    return switches;
+}
 
 const char* StateText(int state)
 {
@@ -103,11 +140,10 @@ void PrintLine(const char* format, ...)
 
 int RunComponent(CComponent& component, int argc, char** argv)
 {
-    for (int i = 1; i < argc; i++) {
-        if (std::strcmp(argv[i], "--help") == 0) {
-            std::printf(szUsage, argv[0]);
-            return ReturnCodeNone;
-        }
+    const Switches switches = ReadSwitches(argc, argv);
+    if (switches.Help || !switches.Valid) {
+        std::fprintf(switches.Help ? stdout : stderr, szUsage, argv[0]);
+        return switches.Help ? ReturnCodeNone : ReturnCodeCouldNotRun;
     }
 
     std::setvbuf(stdout, nullptr, _IOLBF, 0);  // progress is seen as it happens, also through a pipe
@@ -116,10 +152,19 @@ int RunComponent(CComponent& component, int argc, char** argv)
     ZALINSTALLSTATE state = {};
     PrintProperties(component, state);
 
+    if (!switches.Discovery && !switches.Force && state.nState == ZALSTATE_INSTALLEDSAME) {
+        std::printf("This version is installed already; /f writes it again.\n");
+        return ReturnCodeTargetCurrent;
+    }
+    if (!switches.Discovery && !switches.Force && state.nState == ZALSTATE_INSTALLEDNEWER) {
+        std::printf("A newer version is installed; /f goes back to this one.\n");
+        return ReturnCodeTargetNewer;
+    }
+
     char szResult[ResultSize] = "";
     component.SelfDiscovery();
-    ULONG result = component.Install(FALSE, PrintLine, szResult, sizeof szResult, "en");
-    component.PostInstall(FALSE, result);
+    ULONG result = component.Install(switches.Silent, PrintLine, szResult, sizeof szResult, "en");
+    component.PostInstall(switches.Silent, result);
     component.SwizzleLinuxReturnCode(result);
     // A component that may not be installed says nothing of its own.
     if (szResult[0] == '\0' && result == ReturnCodeErrorReturn)

@@ -1,25 +1,16 @@
 #include "romflasher.h"
 
+#include <algorithm>
 #include <cstring>
-#include <memory>
 #include <new>
 
-namespace
+#include "../host/signals.h"
+#include "zalph/smbios.h"
+
+BOOL CRomFlasher::FailWith(const CStr& message)
 {
-
-const ULONG Feature_Cleanup = 4;
-const ULONG Feature_Cleanup2 = 8;
-
-}  // namespace
-
-BOOL CRomFlasher::LoadTable()
-{
-    if (!Initialize() || !GetTableFromBootBlock(nullptr)) return FALSE;
-    if (m_HeaderSize == 0 || m_TableSize == 0) {
-        SetErrorMessage("The running ROM offers no flash table with a header");
-        return FALSE;
-    }
-    return TRUE;
+    SetErrorMessage(message);
+    return FALSE;
 }
 
 void CRomFlasher::Show(const char* step) const
@@ -27,47 +18,85 @@ void CRomFlasher::Show(const char* step) const
     if (m_pfnLogger) m_pfnLogger("  %s ...\n", step);
 }
 
-BOOL CRomFlasher::FailTable(const char* message)
+BOOL CRomFlasher::LoadTable()
 {
-    SetErrorMessage(message);
-    return FALSE;
+    if (!Initialize() || !GetTableFromBootBlock(nullptr)) return FALSE;
+    if (m_HeaderSize == 0 || m_TableSize == 0 || std::memcmp(m_pHeader->Signature, "$ZALFLSH", 8) != 0)
+        return FailWith("the running ROM offers no flash table with a header");
+    return TRUE;
+}
+
+// Runs a table that needs no buffer, and looks at its status.
+BOOL CRomFlasher::Run(FlashTable table, const char* step, BOOL isSps)
+{
+    Show(step);
+    TABLE_EXEC_REQUEST request = {};
+    request.TableNumber = table;
+    request.IsSpsFlash = static_cast<BYTE>(isSps);
+    return ExecuteTable(&request) && request.Status == 0;
+}
+
+// Reads the whole part into memory and returns its size; 0 when it can't be read. The part may be larger than expected,
+// up to what the firmware reserves for a ROM.
+int CRomFlasher::ReadPart(int expectedSize)
+{
+    DWORD reserved = 0;
+    CSMBIOS().GetFlashBuffer(reserved);
+    const DWORD size = std::max(reserved, static_cast<DWORD>(expectedSize));
+    m_pPart.reset(new (std::nothrow) char[size]());
+    if (!m_pPart) return 0;
+    TABLE_EXEC_REQUEST request = {};
+    request.TableNumber = FlashTable_Backup;
+    request.pBuffer = m_pPart.get();
+    request.BufferSize = size;
+    const bool read = ExecuteTable(&request) && request.Status == 0 && request.BytesReturned <= size;
+    return read ? static_cast<int>(request.BytesReturned) : 0;
+}
+
+BOOL CRomFlasher::CheckSize(const CFwImage& image)
+{
+    Show("Reading the flash part");
+    const int size = ReadPart(image.GetImageSize());
+    if (size == 0 || size == image.GetImageSize()) return TRUE;
+    CStr message;
+    message.Format("the flash part has %d bytes and the image %d", size, image.GetImageSize());
+    return FailWith(message);
+}
+
+// TRUE unless the part is known to differ.
+BOOL CRomFlasher::Verify(const CFwImage& image)
+{
+    Show("Reading the ROM back");
+    const int size = ReadPart(image.GetImageSize());
+    m_bVerified = size != 0;
+    return size == 0 || (size == image.GetImageSize() &&
+                         std::memcmp(m_pPart.get(), image.GetImageBuffer(), static_cast<std::size_t>(size)) == 0);
 }
 
 BOOL CRomFlasher::DoFlash(CFwImage* image, BOOL isSps)
 {
-    Show("Preparing the flash part");
-    if (!ExecuteSetupTable(isSps)) return FailTable("The Setup table failed");
+    const CIgnoreSignals ignore;
+    if (m_TableSize == 0) return FailWith("there is no flash table");
+    if (!Run(FlashTable_Setup, "Preparing the flash part", isSps)) return FailWith("the Setup table failed");
+    if (!CheckSize(*image)) {
+        RunCleanupTables();
+        return FALSE;
+    }
 
-    Show("Erasing the flash part");
     m_State = RomState_Broken;
-    if (!ExecuteEraseTable()) return FailTable("The Erase table failed");
-
+    if (!Run(FlashTable_Erase, "Erasing the flash part")) return FailWith("the Erase table failed");
     Show("Programming the new ROM");
-    if (!ExecuteProgramTable(image)) return FailTable("The Program table failed");
-
-    Show("Reading the ROM back");
-    if (!Verify(image)) return FailTable("The flash part does not hold what was written");
+    if (!ExecuteProgramTable(image)) return FailWith("the Program table failed");
+    if (!Verify(*image)) return FailWith("the flash part does not hold what was written");
     m_State = RomState_Written;
-
-    if (GetFeatureBits1() & Feature_Cleanup) {
-        Show("Cleaning up");
-        if (!ExecuteCleanupTable()) return FailTable("The Cleanup table failed");
-    }
-    if (GetFeatureBits1() & Feature_Cleanup2) {
-        Show("Cleaning up for the operating system");
-        if (!ExecuteCleanupTable2()) return FailTable("The OS Cleanup table failed");
-    }
-    return TRUE;
+    return RunCleanupTables() || FailWith("a Cleanup table failed");
 }
 
-// TRUE unless the part is known to differ.
-BOOL CRomFlasher::Verify(CFwImage* image)
+BOOL CRomFlasher::RunCleanupTables()
 {
-    const std::size_t size = static_cast<std::size_t>(image->GetImageSize());
-    const std::unique_ptr<char[]> pCopy(new (std::nothrow) char[size]);
-    if (!pCopy || !ExecuteBackupTable(pCopy.get(), image->GetImageSize())) return TRUE;
-    m_bVerified = TRUE;
-    return std::memcmp(pCopy.get(), image->GetImageBuffer(), size) == 0;
+    const ULONG features = GetFeatureBits1();
+    return (!(features & FlashFeature_Cleanup) || Run(FlashTable_Cleanup, "Cleaning up")) &&
+           (!(features & FlashFeature_OsCleanup) || Run(FlashTable_OsCleanup, "Cleaning up for the system"));
 }
 
 CStr CRomFlasher::GetRomState() const
@@ -76,8 +105,8 @@ CStr CRomFlasher::GetRomState() const
         case RomState_Untouched:
             return "The ROM was not touched and runs as before.";
         case RomState_Broken:
-            return "The flash part holds no whole ROM: do not restart the server, run this installer again.";
+            return "The flash part may hold no whole ROM: do not restart the server, run this installer again.";
         default:
-            return "The flash part holds the new ROM whole: run this installer again before the server is restarted.";
+            return "Run this installer with /f once more before the server is restarted.";
     }
 }

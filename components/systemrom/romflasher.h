@@ -1,11 +1,13 @@
 // Flashes a system ROM image and checks what was written.
 #pragma once
 
+#include <memory>
+
 #include "component.h"
 #include "flashtable.h"
 
-// Runs the flash tables with a line for the user before each, reads the flash part back, and knows what state it leaves
-// the ROM in.
+// Runs the flash tables with a line for the user before each, and with the flash part read before and after: a part of
+// another size is not touched, and what was written is compared. Knows what state it leaves the ROM in.
 class CRomFlasher : public CFlashTable
 {
   public:
@@ -15,17 +17,17 @@ class CRomFlasher : public CFlashTable
     // Loads the flash table of the running ROM; FALSE when there is none to be used.
     BOOL LoadTable();
 
-    // As the base's, with the part read back into memory and compared before the cleanup tables run.
+    // The base's tables in its order, and the backup table before the erase and after the programming.
     BOOL DoFlash(CFwImage* image, BOOL isSps) override;
 
-    // What state the ROM is in and what to do, after DoFlash or LoadTable failed.
+    // After a failure: what state the ROM is in and what to do.
     CStr GetRomState() const;
 
-    // FALSE when the part could not be read back, so that nothing is known against what was written.
-    BOOL IsVerified() const { return m_bVerified; }
-
-    // TRUE once anything was erased.
     BOOL IsTouched() const { return m_State != RomState_Untouched; }
+    BOOL IsWritten() const { return m_State == RomState_Written; }
+
+    // FALSE when the part could not be read back.
+    BOOL IsVerified() const { return m_bVerified; }
 
   private:
     enum RomState
@@ -35,11 +37,16 @@ class CRomFlasher : public CFlashTable
         RomState_Written,  // written whole; only cleanup is missing
     };
 
-    BOOL Verify(CFwImage* image);
-    BOOL FailTable(const char* message);
+    BOOL Run(FlashTable table, const char* step, BOOL isSps = FALSE);
+    BOOL RunCleanupTables();
+    int ReadPart(int expectedSize);
+    BOOL CheckSize(const CFwImage& image);
+    BOOL Verify(const CFwImage& image);
+    BOOL FailWith(const CStr& message);
     void Show(const char* step) const;
 
     PLOGFN m_pfnLogger;
     RomState m_State = RomState_Untouched;
     BOOL m_bVerified = FALSE;
+    std::unique_ptr<char[]> m_pPart;  // what was read last
 };

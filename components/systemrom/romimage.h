@@ -1,19 +1,18 @@
 // The system ROM image of a package.
 #pragma once
 
-#include "fwversion.h"
+#include "../host/packageimage.h"
 
-// Loads the image that the package description names and checks that it is whole. The identifier is the ROM family.
-class CRomImage : public CFwImage
+// An image with a flash image header, which tells its ROM family (the identifier) and its version.
+class CRomImage : public CPackageImage
 {
   public:
-    ~CRomImage() override;
+    CRomImage() : CPackageImage("ROM image") {}
     BOOL Initialize() override;
 
+    // Longer families are none.
+    static const int MaxFamilyLength = 16;
+
   private:
-    bool FindInPackage(CStr& fileName, CStr& checksum);
-    bool Load(const CStr& fileName);
-    bool CheckWhole(const CStr& checksum);
     bool ReadHeader();
-    bool Fail(const CStr& message);
 };

@@ -1,0 +1,83 @@
+#include "packageimage.h"
+
+#include <cctype>
+#include <cstdlib>
+
+#include "crc32.h"
+#include "util.h"
+
+namespace
+{
+
+const int MaxFileNameLength = 255;
+
+bool IsChecksum(const CStr& text)
+{
+    for (int i = 0; i < text.GetLength(); i++)
+        if (!std::isxdigit(static_cast<unsigned char>(text[i]))) return false;
+    return text.GetLength() == 8;
+}
+
+}  // namespace
+
+CPackageImage::~CPackageImage()
+{
+    delete[] static_cast<char*>(m_pImageBuffer);
+}
+
+void CPackageImage::SetFile(const CStr& fileName, const CStr& checksum)
+{
+    m_sFile = fileName;
+    m_sChecksum = checksum;
+}
+
+BOOL CPackageImage::Initialize()
+{
+    return CheckNames() && Load() && CheckWhole();
+}
+
+bool CPackageImage::Fail(const CStr& message)
+{
+    SetErrorMessage(message);
+    return false;
+}
+
+CStr CPackageImage::Subject() const
+{
+    return CStr("The ") + m_pszWhat + " " + m_sFile;
+}
+
+// A file of another folder is none of the package.
+bool CPackageImage::CheckNames()
+{
+    if (m_sFile.IsEmpty() || m_sFile.GetLength() > MaxFileNameLength || m_sFile.Find("/") >= 0 ||
+        !IsChecksum(m_sChecksum))
+        return Fail(CStr("The settings name no ") + m_pszWhat + " with its checksum.");
+    return true;
+}
+
+bool CPackageImage::Load()
+{
+    delete[] static_cast<char*>(m_pImageBuffer);
+    m_pImageBuffer = nullptr;
+    m_ImageSize = 0;
+    int size = 0;
+    void* pBuffer = nullptr;
+    if (!ReadFileIntoMemory(FileInComponentDir(m_sFile), pBuffer, size))
+        return Fail(Subject() + " is missing or can't be read.");
+    m_pImageBuffer = pBuffer;
+    m_ImageSize = size;
+    return true;
+}
+
+bool CPackageImage::CheckWhole()
+{
+    if (m_ImageSize == 0) return Fail(Subject() + " is damaged: it is empty.");
+    const unsigned long crc =
+        rom_crc32(static_cast<unsigned char*>(m_pImageBuffer), static_cast<unsigned int>(m_ImageSize), 0);
+    if (crc == std::strtoul(m_sChecksum, nullptr, 16)) return true;
+    CStr message;
+    message.Format("%s is damaged: it has %d bytes with checksum %08lX, the package states %s.",
+                   Subject().GetAnsiString(), m_ImageSize, crc, m_sChecksum.GetAnsiString());
+    return Fail(message);
+}

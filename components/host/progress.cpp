@@ -1,0 +1,52 @@
+#include "progress.h"
+
+#include <time.h>
+#include <unistd.h>
+
+#include <cstring>
+
+namespace
+{
+
+const int BarWidth = 30;
+
+std::int64_t Milliseconds()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+}  // namespace
+
+CProgressBar::CProgressBar(PLOGFN logger, const char* what, int total)
+    : m_pfnLogger(logger),
+      m_pszWhat(what),
+      m_Total(total),
+      m_bTerminal(isatty(STDOUT_FILENO) != 0),
+      m_Shown(-1),
+      m_Start(Milliseconds())
+{
+}
+
+void CProgressBar::Show(int done)
+{
+    if (!m_pfnLogger || m_Total <= 0) return;
+    const int percent = static_cast<int>(std::int64_t{done} * 100 / m_Total);
+    const int step = m_bTerminal ? 1 : 10;
+    if (m_Shown >= 0 && percent / step == m_Shown / step) return;
+    m_Shown = percent;
+
+    const std::int64_t elapsed = Milliseconds() - m_Start;
+    const long long rate = elapsed > 0 ? done * std::int64_t{1000} / elapsed / 1024 : 0;
+    if (!m_bTerminal) {
+        m_pfnLogger("  %s: %d of %d bytes, %d%%, %lld KiB/s\n", m_pszWhat, done, m_Total, percent, rate);
+        return;
+    }
+    char szBar[BarWidth + 1];
+    std::memset(szBar, ' ', BarWidth);
+    std::memset(szBar, '#', static_cast<std::size_t>(percent * BarWidth / 100));
+    szBar[BarWidth] = '\0';
+    m_pfnLogger("\r  %s [%s] %d of %d bytes, %3d%%, %lld KiB/s%s", m_pszWhat, szBar, done, m_Total, percent, rate,
+                done == m_Total ? "\n" : "");
+}

@@ -1,0 +1,220 @@
+#include "powercontroller.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "../host/progress.h"
+#include "../host/signals.h"
+
+namespace
+{
+
+const std::size_t PieceSize = 1024;  // bytes of HEX text between two steps of the progress bar
+const char* const EndRecord = ":00000001FF\n";
+
+const struct
+{
+    const char* pszName;
+    PowerControllerType Type;
+} Families[] = {
+    {"Opal", ControllerType_Opal},
+    {"Zephyra", ControllerType_Zephyra},
+    {"Quillon", ControllerType_Quillon},
+    {"Brisk", ControllerType_Brisk},
+};
+
+PowerControllerType FamilyType(const CStr& name)
+{
+    for (const auto& family : Families)
+        if (name == family.pszName) return family.Type;
+    return ControllerType_Unknown;
+}
+
+const char* FamilyName(PowerControllerType type)
+{
+    for (const auto& family : Families)
+        if (type == family.Type) return family.pszName;
+    return "unknown";
+}
+
+// ":00000001FF" and the like, in a text that is known to be valid.
+bool IsEndRecord(const char* line, std::size_t length)
+{
+    return length >= 9 && line[0] == ':' && line[7] == '0' && line[8] == '1';
+}
+
+// Takes whole lines of a HEX text, about PieceSize bytes and at least one, up to its end record, and returns how many
+// bytes they are. piece becomes a text of its own.
+std::size_t TakePiece(const char* text, std::size_t length, std::string& piece, bool& isLast)
+{
+    std::size_t taken = 0;
+    while (taken < length && taken < PieceSize && !isLast) {
+        const char* pLine = text + taken;
+        while (taken < length && (text[taken] == ' ' || text[taken] == '\t')) pLine = text + ++taken;
+        const void* pEnd = std::memchr(pLine, '\n', length - taken);
+        const std::size_t size =
+            pEnd ? static_cast<std::size_t>(static_cast<const char*>(pEnd) - pLine) + 1 : length - taken;
+        isLast = IsEndRecord(pLine, size);
+        taken += size;
+    }
+    isLast = isLast || taken >= length;
+    piece.assign(text, taken);
+    piece += '\n';
+    piece += EndRecord;
+    return taken;
+}
+
+}  // namespace
+
+CPowerController::CPowerController() : CSampleComponent(FALSE), m_Image("microcode image")
+{
+    for (CFwVersion* pVersion : {&m_CurrentVersion, &m_OfferedVersion}) pVersion->MajorMinorFormat = "%d.%d";
+}
+
+void CPowerController::ReadDevice()
+{
+    m_Wanted = FamilyType(Setting("Device", "Family"));
+    if (!Channel().IsOpen() || m_Wanted == ControllerType_Unknown) return;
+    m_pMicro = std::make_unique<CPowerMicro>(&Channel());
+    m_pMicro->SetBus(std::atoi(Setting("Device", "Bus")));
+    m_pMicro->SetAddress(std::atoi(Setting("Device", "Address")));
+    m_bFound = ReadVersion() && Identify();
+}
+
+// A controller in its boot loader need not tell what it is: then it is what the package is for.
+BOOL CPowerController::Identify()
+{
+    if (m_pMicro->DetermineControllerType()) return TRUE;
+    return m_bBootLoader && m_pMicro->SetControllerType(m_Wanted);
+}
+
+BOOL CPowerController::ReadVersion()
+{
+    m_CurrentVersion.Clear();
+    if (!m_pMicro->GetVersion(&m_bBootLoader, &m_CurrentVersion.Major, &m_CurrentVersion.Minor)) return FALSE;
+    m_Properties.sCurrentVersion = m_bBootLoader ? CStr("Incomplete") : m_CurrentVersion.ToString();
+    return TRUE;
+}
+
+int CPowerController::DecideInstallState()
+{
+    if (m_Wanted == ControllerType_Unknown)
+        return Refuse(ZALSTATE_INSTALLNOTALLOWED, "The settings name no family of power controllers.");
+    if (!Channel().IsOpen()) return RefuseWithoutChannel();
+    if (!m_bFound) return RefuseWithoutTarget("This server has no power controller that this package knows.");
+    if (m_pMicro->GetControllerType() != m_Wanted)
+        return Refuse(ZALSTATE_NOTINSTALLEDNOTNEEDED, CStr("This package is for ") + FamilyName(m_Wanted) +
+                                                          " controllers; this server has a controller of family " +
+                                                          FamilyName(m_pMicro->GetControllerType()) + ".");
+    return CheckImage();
+}
+
+int CPowerController::CheckImage()
+{
+    m_Image.SetFile(Setting("Image", "File"), Setting("Image", "CRC32"));
+    if (!m_Image.Initialize()) return Refuse(ZALSTATE_INSTALLNOTALLOWED, m_Image.GetErrorMessage());
+    if (!m_pMicro->ValidateHex(static_cast<const char*>(m_Image.GetImageBuffer()), m_Image.GetImageSize()))
+        return Refuse(ZALSTATE_INSTALLNOTALLOWED, "The microcode image is no valid Intel HEX text; see the debug log.");
+    return m_bBootLoader ? ZALSTATE_INSTALLEDOLDER : CompareVersions(m_CurrentVersion, m_OfferedVersion);
+}
+
+BOOL CPowerController::PerformDiscovery()
+{
+    if (!m_bFound) return FALSE;
+    m_Discovery.sDeviceId = FamilyName(m_pMicro->GetControllerType());
+    m_Discovery.sFirmwareItemType = "power_controller";
+    return TRUE;
+}
+
+BOOL CPowerController::FailWith(const CStr& message)
+{
+    m_sFailure = message;
+    return FALSE;
+}
+
+void CPowerController::InstallWorker(InstallParameters* params)
+{
+    const CStr microcode = CStr("Power controller microcode ") + m_OfferedVersion.ToString();
+    const CStr was = CStr("; was ") + m_Properties.sCurrentVersion;
+    if (Update(params->bSilent ? nullptr : params->pfnLogger)) {
+        const BOOL logged = CSystem().LogFlashEventToVRL(microcode + " flashed" + was);
+        Finish(params, ReturnCodeNone,
+               microcode + " was flashed and runs." + (logged ? "" : " The event could not be logged."));
+        return;
+    }
+    if (m_bTouched) CSystem().LogMaintenanceNoteToVRL(microcode + " not flashed: " + m_sFailure + was);
+    Finish(params, ReturnCodeErrorReturn, microcode + " was not installed: " + m_sFailure + ". " + DescribeState());
+}
+
+CStr CPowerController::DescribeState()
+{
+    if (!m_bTouched) return "The controller was not touched and runs as before.";
+    if (!ReadVersion()) return "The controller does not answer: run this installer again.";
+    if (m_bBootLoader) return "The controller waits in its boot loader: running this installer again will finish.";
+    return CStr("The controller runs version ") + m_CurrentVersion.ToString() + ": run this installer again.";
+}
+
+// Registers are restored and the device resumed whatever became of the programming.
+BOOL CPowerController::Update(PLOGFN logger)
+{
+    const CIgnoreSignals ignore;
+    const BOOL registersLost = m_bBootLoader;
+    if (!registersLost) {
+        if (logger) logger("  Saving the controller's registers ...\n");
+        m_bStateSaved = m_pMicro->SaveState();
+        if (!m_bStateSaved) return FailWith("its registers can't be saved");
+    }
+    if (logger) logger("  Halting the traffic to the controller ...\n");
+    if (!m_pMicro->HaltDevice()) return FailWith("the management processor can't halt its traffic to the controller");
+
+    const BOOL programmed = Program(logger);
+    if (logger) logger("  Bringing the controller back ...\n");
+    const BOOL back = BringBack();
+    const BOOL resumed = m_pMicro->ResumeDevice();
+    if (!programmed || !back) return FALSE;
+    if (!resumed) return FailWith("the management processor can't resume its traffic to the controller");
+    return Verify();
+}
+
+// An upload that fails is tried once more.
+BOOL CPowerController::Program(PLOGFN logger)
+{
+    if (logger) logger("  Unlocking the controller ...\n");
+    m_bTouched = TRUE;
+    if (!m_pMicro->Unlock()) return FailWith("it does not enter its boot loader");
+    if (Upload(logger)) return TRUE;
+    if (logger) logger("  The upload failed; once more ...\n");
+    return Upload(logger) || FailWith("it refused the microcode twice");
+}
+
+BOOL CPowerController::Upload(PLOGFN logger)
+{
+    const char* pText = static_cast<const char*>(m_Image.GetImageBuffer());
+    const std::size_t size = static_cast<std::size_t>(m_Image.GetImageSize());
+    CProgressBar progress(logger, "Uploading", m_Image.GetImageSize());
+    std::string piece;
+    bool isLast = false;
+    for (std::size_t done = 0; !isLast;) {
+        done += TakePiece(pText + done, size - done, piece, isLast);
+        if (!m_pMicro->FlashHex(piece.data(), static_cast<int>(piece.size()))) return FALSE;
+        progress.Show(isLast ? m_Image.GetImageSize() : static_cast<int>(done));
+    }
+    return TRUE;
+}
+
+// Back into the application, as far as that is whole, and its registers restored.
+BOOL CPowerController::BringBack()
+{
+    if (!m_pMicro->Reset()) return m_sFailure.IsEmpty() ? FailWith("it does not leave its boot loader") : FALSE;
+    if (m_bStateSaved && !m_pMicro->RestoreState()) return FailWith("its registers can't be restored");
+    return TRUE;
+}
+
+BOOL CPowerController::Verify()
+{
+    if (!ReadVersion()) return FailWith("it does not answer after the update");
+    if (m_bBootLoader || !(m_CurrentVersion == m_OfferedVersion))
+        return FailWith(CStr("it runs ") + m_Properties.sCurrentVersion + " after the update");
+    return TRUE;
+}
