@@ -1,0 +1,472 @@
+// SMIF packets: what goes to the management processor and what comes back. Little-endian, without padding. Reserved
+// fields of a request are 0.
+#pragma once
+
+#include "types.h"
+
+// Command codes. A command's request is SMIFREQ_.., its reply SMIFRSP_.. of the same name.
+#define SMIFCMD_GET_STATUS              2
+#define SMIFCMD_MOXFLASH_COMMAND        80
+#define SMIFCMD_I2C_TRANSACTION         114
+#define SMIFCMD_IO_ACCESS               136
+#define SMIFCMD_DEVICE_FLASH            137
+#define SMIFCMD_DEVICE_CONTROL          139
+#define SMIFCMD_DEVICE_CONTROL_EX       140
+#define SMIFCMD_HOST_RESET              152
+#define SMIFCMD_GET_TMBLN_INFO          275
+#define SMIFCMD_PS_INFO                 285
+#define SMIFCMD_GET_POWERPIC_INFO       294
+#define SMIFCMD_GET_NVME_BACKPLANE_INFO 298
+
+#pragma pack(push, 1)
+
+struct SMIFHDR
+{
+    WORD Length;    // bytes of the whole packet
+    WORD Sequence;  // set by the transport; the reply carries its request's
+    WORD Command;
+    WORD ServiceType;  // 0
+};
+FLASHLIB_LAYOUT(SMIFHDR, 8);
+FLASHLIB_OFFSET(SMIFHDR, Sequence, 2);
+FLASHLIB_OFFSET(SMIFHDR, Command, 4);
+FLASHLIB_OFFSET(SMIFHDR, ServiceType, 6);
+
+// The header alone: what all requests derive from, and a whole request without parameters.
+struct SMIFPACKET : SMIFHDR
+{
+};
+FLASHLIB_LAYOUT(SMIFPACKET, 8);
+
+// What all replies derive from.
+struct SMIFRESPONSE : SMIFPACKET
+{
+    DWORD ErrorCode;  // 0: the processor executed the command
+};
+FLASHLIB_LAYOUT(SMIFRESPONSE, 12);
+FLASHLIB_OFFSET(SMIFRESPONSE, ErrorCode, 8);
+
+// Status of the management processor
+
+struct SMIFDATE
+{
+    DWORD Second : 6;
+    DWORD Minute : 6;
+    DWORD Hour : 5;
+    DWORD Day : 5;
+    DWORD Month : 4;
+    DWORD Year : 6;  // since 1990
+};
+FLASHLIB_LAYOUT(SMIFDATE, 4);
+
+struct SMIFREQ_GET_STATUS : SMIFPACKET
+{
+};
+FLASHLIB_LAYOUT(SMIFREQ_GET_STATUS, 8);
+
+struct SMIFRSP_GET_STATUS : SMIFRESPONSE
+{
+    WORD StatusBits;
+    WORD MaxUsers;
+    BYTE FwVersionMinor;
+    BYTE FwVersionMajor;
+    SMIFDATE FwDate;
+    DWORD DiagErrorStatus;
+    SMIFDATE CurrentDate;
+    DWORD HardwareVersion;
+    char SerialNumber[20];
+    WORD CableStatus;
+    DWORD LastEvent;
+    DWORD NvramChangeStatus;
+    DWORD DiagErrorMask;
+    BYTE KORClass;
+    BYTE KORSubClass;
+    BYTE RemoteConsoleInUse;
+    BYTE Application;
+    BYTE Reserved[28];
+};
+FLASHLIB_LAYOUT(SMIFRSP_GET_STATUS, 100);
+FLASHLIB_OFFSET(SMIFRSP_GET_STATUS, StatusBits, 12);
+FLASHLIB_OFFSET(SMIFRSP_GET_STATUS, FwVersionMinor, 16);
+FLASHLIB_OFFSET(SMIFRSP_GET_STATUS, FwVersionMajor, 17);
+FLASHLIB_OFFSET(SMIFRSP_GET_STATUS, FwDate, 18);
+FLASHLIB_OFFSET(SMIFRSP_GET_STATUS, CurrentDate, 26);
+FLASHLIB_OFFSET(SMIFRSP_GET_STATUS, SerialNumber, 34);
+FLASHLIB_OFFSET(SMIFRSP_GET_STATUS, CableStatus, 54);
+FLASHLIB_OFFSET(SMIFRSP_GET_STATUS, DiagErrorMask, 64);
+FLASHLIB_OFFSET(SMIFRSP_GET_STATUS, KORClass, 68);
+FLASHLIB_OFFSET(SMIFRSP_GET_STATUS, Application, 71);
+FLASHLIB_OFFSET(SMIFRSP_GET_STATUS, Reserved, 72);
+
+// The management processor's own firmware
+
+enum MOXFlashOp
+{
+    MOXFlashOp_Unknown = 0,
+    MOXFlashOp_Mox1_Open = 1,
+    MOXFlashOp_Mox1_Close = 2,
+    MOXFlashOp_Reset = 3,
+    MOXFlashOp_NOP = 4,
+    MOXFlashOp_Open = 5,
+    MOXFlashOp_Close = 6,
+    MOXFlashOp_Commit = 7,
+    MOXFlashOp_Query = 8,
+};
+
+struct SMIFREQ_MOXFLASH_COMMAND : SMIFPACKET
+{
+    DWORD Operation;  // MOXFlashOp
+};
+FLASHLIB_LAYOUT(SMIFREQ_MOXFLASH_COMMAND, 12);
+FLASHLIB_OFFSET(SMIFREQ_MOXFLASH_COMMAND, Operation, 8);
+
+struct SMIFRSP_MOXFLASH_COMMAND : SMIFRESPONSE
+{
+    DWORD FlashSectorSize;
+    char Date[20];
+    char Time[20];
+    char Number[10];
+    char Pass[10];
+    char Name[20];
+    BYTE ASICMajor;
+    BYTE ASICMminor;
+    BYTE CPLDVersion;
+    BYTE XPLDVersion;
+    DWORD Reserved;
+    char Bootleg[80];
+    BYTE FlashManufacturer;
+    BYTE FlashDevice;
+    BYTE FlashState;
+    BYTE FlashStage;
+    BYTE FlashPercent;
+};
+FLASHLIB_LAYOUT(SMIFRSP_MOXFLASH_COMMAND, 189);
+FLASHLIB_OFFSET(SMIFRSP_MOXFLASH_COMMAND, FlashSectorSize, 12);
+FLASHLIB_OFFSET(SMIFRSP_MOXFLASH_COMMAND, Date, 16);
+FLASHLIB_OFFSET(SMIFRSP_MOXFLASH_COMMAND, Number, 56);
+FLASHLIB_OFFSET(SMIFRSP_MOXFLASH_COMMAND, Name, 76);
+FLASHLIB_OFFSET(SMIFRSP_MOXFLASH_COMMAND, ASICMajor, 96);
+FLASHLIB_OFFSET(SMIFRSP_MOXFLASH_COMMAND, Reserved, 100);
+FLASHLIB_OFFSET(SMIFRSP_MOXFLASH_COMMAND, Bootleg, 104);
+FLASHLIB_OFFSET(SMIFRSP_MOXFLASH_COMMAND, FlashManufacturer, 184);
+FLASHLIB_OFFSET(SMIFRSP_MOXFLASH_COMMAND, FlashPercent, 188);
+
+// I2C transactions
+
+struct SMIFREQ_I2C_TRANSACTION : SMIFPACKET
+{
+    DWORD Reserved;
+    DWORD Magic[2];  // seven letters and a NUL, without which the processor refuses the request
+    WORD Address;    // of the device
+    BYTE Bus;
+    BYTE WriteLength;  // bytes
+    BYTE ReadLength;   // bytes
+    BYTE Data[32];     // to write
+};
+FLASHLIB_LAYOUT(SMIFREQ_I2C_TRANSACTION, 57);
+FLASHLIB_OFFSET(SMIFREQ_I2C_TRANSACTION, Magic, 12);
+FLASHLIB_OFFSET(SMIFREQ_I2C_TRANSACTION, Address, 20);
+FLASHLIB_OFFSET(SMIFREQ_I2C_TRANSACTION, Bus, 22);
+FLASHLIB_OFFSET(SMIFREQ_I2C_TRANSACTION, WriteLength, 23);
+FLASHLIB_OFFSET(SMIFREQ_I2C_TRANSACTION, ReadLength, 24);
+FLASHLIB_OFFSET(SMIFREQ_I2C_TRANSACTION, Data, 25);
+
+struct SMIFRSP_I2C_TRANSACTION : SMIFRESPONSE
+{
+    BYTE Reserved1[8];
+    WORD Address;
+    BYTE Bus;
+    BYTE Reserved2;
+    BYTE ReadLength;  // bytes that were read
+    BYTE Data[32];
+};
+FLASHLIB_LAYOUT(SMIFRSP_I2C_TRANSACTION, 57);
+FLASHLIB_OFFSET(SMIFRSP_I2C_TRANSACTION, Address, 20);
+FLASHLIB_OFFSET(SMIFRSP_I2C_TRANSACTION, Bus, 22);
+FLASHLIB_OFFSET(SMIFRSP_I2C_TRANSACTION, ReadLength, 24);
+FLASHLIB_OFFSET(SMIFRSP_I2C_TRANSACTION, Data, 25);
+
+// Hardware registers, one byte at a time
+
+enum IoAccessOp
+{
+    IoAccessOp_GetMEMID = 1,
+    IoAccessOp_GetGPI = 2,
+    IoAccessOp_GetCPLD = 3,
+    IoAccessOp_PutGPO = 4,
+    IoAccessOp_PutCPLD = 5,
+    IoAccessOp_GetGPIEN = 6,
+    IoAccessOp_GetGPIST = 7,
+    IoAccessOp_PutGPIEN = 8,
+    IoAccessOp_PutGPIST = 9,
+    IoAccessOp_GetGPO = 10,
+    IoAccessOp_GetXPLD = 11,
+    IoAccessOp_PutXPLD = 12,
+};
+
+struct SMIFREQ_IO_ACCESS : SMIFPACKET
+{
+    DWORD Operation;  // IoAccessOp
+    DWORD Index;
+    DWORD _Reserved1;
+    DWORD _Status;
+    BYTE _Reserved2[3];
+    BYTE Value;
+};
+FLASHLIB_LAYOUT(SMIFREQ_IO_ACCESS, 28);
+FLASHLIB_OFFSET(SMIFREQ_IO_ACCESS, Operation, 8);
+FLASHLIB_OFFSET(SMIFREQ_IO_ACCESS, Index, 12);
+FLASHLIB_OFFSET(SMIFREQ_IO_ACCESS, _Status, 20);
+FLASHLIB_OFFSET(SMIFREQ_IO_ACCESS, Value, 27);
+
+struct SMIFRSP_IO_ACCESS : SMIFRESPONSE
+{
+    DWORD _Index;
+    DWORD _Reserved1;
+    DWORD Status;  // 0: done
+    BYTE _Reserved2[3];
+    BYTE Value;
+};
+FLASHLIB_LAYOUT(SMIFRSP_IO_ACCESS, 28);
+FLASHLIB_OFFSET(SMIFRSP_IO_ACCESS, Status, 20);
+FLASHLIB_OFFSET(SMIFRSP_IO_ACCESS, Value, 27);
+
+// Devices that the management processor looks after
+
+enum DeviceFlashOp
+{
+    DevFlashOp_Query = 0,
+    DevFlashOp_Open = 1,
+    DevFlashOp_Reset = 2,
+    DevFlashOp_Data = 3,
+    DevFlashOp_Dispatch = 4,
+    DevFlashOp_SubQuery = 5,
+    DevFlashOp_SubReset = 6,
+};
+
+enum DeviceFlashStatus
+{
+    DeviceFlashStatus_Failed = -1,
+    DeviceFlashStatus_OK = 0,
+    DeviceFlashStatus_Data = 1,
+    DeviceFlashStatus_Busy = 2,
+    DeviceFlashStatus_Error = 3,
+    DeviceFlashStatus_Overflow = 4,
+};
+
+struct SMIFREQ_DEVICE_FLASH : SMIFPACKET
+{
+    DWORD _ErrorCode;
+    DWORD _Status;
+    DWORD Operation;   // DeviceFlashOp
+    DWORD Offset;      // bytes from the start of the image
+    DWORD DataLength;  // bytes of Data in use
+    DWORD In;
+    DWORD _Out;
+    DWORD Reserved[2];
+    char Handler[16];  // NUL-terminated
+    BYTE Data[1024];
+};
+FLASHLIB_LAYOUT(SMIFREQ_DEVICE_FLASH, 1084);
+FLASHLIB_OFFSET(SMIFREQ_DEVICE_FLASH, Operation, 16);
+FLASHLIB_OFFSET(SMIFREQ_DEVICE_FLASH, Offset, 20);
+FLASHLIB_OFFSET(SMIFREQ_DEVICE_FLASH, DataLength, 24);
+FLASHLIB_OFFSET(SMIFREQ_DEVICE_FLASH, In, 28);
+FLASHLIB_OFFSET(SMIFREQ_DEVICE_FLASH, Reserved, 36);
+FLASHLIB_OFFSET(SMIFREQ_DEVICE_FLASH, Handler, 44);
+FLASHLIB_OFFSET(SMIFREQ_DEVICE_FLASH, Data, 60);
+
+struct SMIFRSP_DEVICE_FLASH : SMIFRESPONSE
+{
+    DWORD Status;  // DeviceFlashStatus
+    DWORD _Operation;
+    DWORD _Offset;
+    DWORD DataLength;  // bytes
+    DWORD _In;
+    DWORD Out;
+    DWORD Reserved[2];
+    char _Handler[16];
+    BYTE Data[1024];
+};
+FLASHLIB_LAYOUT(SMIFRSP_DEVICE_FLASH, 1084);
+FLASHLIB_OFFSET(SMIFRSP_DEVICE_FLASH, Status, 12);
+FLASHLIB_OFFSET(SMIFRSP_DEVICE_FLASH, DataLength, 24);
+FLASHLIB_OFFSET(SMIFRSP_DEVICE_FLASH, Out, 32);
+FLASHLIB_OFFSET(SMIFRSP_DEVICE_FLASH, _Handler, 44);
+FLASHLIB_OFFSET(SMIFRSP_DEVICE_FLASH, Data, 60);
+
+enum DeviceControlOp
+{
+    DevCtlOp_GetStatus = 0,
+    DevCtlOp_Halt = 1,
+    DevCtlOp_Resume = 2,
+};
+
+// Device numbers.
+enum
+{
+    DeviceID_PowerPIC = 1,
+    DeviceID_DriveBackplane = 2,
+};
+
+struct SMIFREQ_DEVICE_CONTROL : SMIFPACKET
+{
+    WORD DeviceID;
+    WORD Operation;  // DeviceControlOp
+};
+FLASHLIB_LAYOUT(SMIFREQ_DEVICE_CONTROL, 12);
+FLASHLIB_OFFSET(SMIFREQ_DEVICE_CONTROL, DeviceID, 8);
+FLASHLIB_OFFSET(SMIFREQ_DEVICE_CONTROL, Operation, 10);
+
+struct SMIFRSP_DEVICE_CONTROL : SMIFRESPONSE
+{
+    DWORD FlagBits;
+    BYTE StatusData[48];
+};
+FLASHLIB_LAYOUT(SMIFRSP_DEVICE_CONTROL, 64);
+FLASHLIB_OFFSET(SMIFRSP_DEVICE_CONTROL, FlagBits, 12);
+FLASHLIB_OFFSET(SMIFRSP_DEVICE_CONTROL, StatusData, 16);
+
+struct SMIFREQ_DEVICE_CONTROL_EX : SMIFPACKET
+{
+    WORD DeviceID;
+    WORD Operation;  // DeviceControlOp
+    DWORD Timeout;
+    DWORD Reserved;
+};
+FLASHLIB_LAYOUT(SMIFREQ_DEVICE_CONTROL_EX, 20);
+FLASHLIB_OFFSET(SMIFREQ_DEVICE_CONTROL_EX, DeviceID, 8);
+FLASHLIB_OFFSET(SMIFREQ_DEVICE_CONTROL_EX, Operation, 10);
+FLASHLIB_OFFSET(SMIFREQ_DEVICE_CONTROL_EX, Timeout, 12);
+
+struct SMIFRSP_DEVICE_CONTROL_EX : SMIFRESPONSE
+{
+    DWORD FlagBits;
+    DWORD Timeout;
+    BYTE StatusData[48];
+};
+FLASHLIB_LAYOUT(SMIFRSP_DEVICE_CONTROL_EX, 68);
+FLASHLIB_OFFSET(SMIFRSP_DEVICE_CONTROL_EX, FlagBits, 12);
+FLASHLIB_OFFSET(SMIFRSP_DEVICE_CONTROL_EX, Timeout, 16);
+FLASHLIB_OFFSET(SMIFRSP_DEVICE_CONTROL_EX, StatusData, 20);
+
+// The host's next reset
+
+enum HostResetMode
+{
+    HostResetMode_Default = 0,
+    HostResetMode_ColdBoot = 1,
+    HostResetMode_AuxPowerCycle = 2,
+};
+
+struct SMIFREQ_HOST_RESET : SMIFPACKET
+{
+    DWORD _ErrorCode;
+    WORD Mode;  // HostResetMode
+};
+FLASHLIB_LAYOUT(SMIFREQ_HOST_RESET, 14);
+FLASHLIB_OFFSET(SMIFREQ_HOST_RESET, Mode, 12);
+
+struct SMIFRSP_HOST_RESET : SMIFRESPONSE
+{
+    WORD Mode;
+};
+FLASHLIB_LAYOUT(SMIFRSP_HOST_RESET, 14);
+FLASHLIB_OFFSET(SMIFRSP_HOST_RESET, Mode, 12);
+
+// Inventory
+
+struct SMIFREQ_GET_TMBLN_INFO : SMIFPACKET
+{
+};
+FLASHLIB_LAYOUT(SMIFREQ_GET_TMBLN_INFO, 8);
+
+struct SMIFRSP_GET_TMBLN_INFO : SMIFRESPONSE
+{
+    DWORD StatusAndVersion;   // bits 12 to 15: major, 8 to 11: minor
+    DWORD StatusAndFamily;    // bits 8 to 15: family, 0 to 6: pass
+    DWORD BootloaderVersion;  // bits 12 to 15: major, 8 to 11: minor
+};
+FLASHLIB_LAYOUT(SMIFRSP_GET_TMBLN_INFO, 24);
+FLASHLIB_OFFSET(SMIFRSP_GET_TMBLN_INFO, StatusAndVersion, 12);
+FLASHLIB_OFFSET(SMIFRSP_GET_TMBLN_INFO, StatusAndFamily, 16);
+FLASHLIB_OFFSET(SMIFRSP_GET_TMBLN_INFO, BootloaderVersion, 20);
+
+struct PS_GUID
+{
+    DWORD Data1;  // 0: no power supply from here on
+    WORD Data2;
+    WORD Data3;
+    BYTE Data4[8];
+};
+FLASHLIB_LAYOUT(PS_GUID, 16);
+FLASHLIB_OFFSET(PS_GUID, Data2, 4);
+FLASHLIB_OFFSET(PS_GUID, Data3, 6);
+FLASHLIB_OFFSET(PS_GUID, Data4, 8);
+
+struct SMIFREQ_PS_INFO : SMIFPACKET
+{
+};
+FLASHLIB_LAYOUT(SMIFREQ_PS_INFO, 8);
+
+struct SMIFRSP_PS_INFO : SMIFRESPONSE
+{
+    PS_GUID ps_data[8];
+};
+FLASHLIB_LAYOUT(SMIFRSP_PS_INFO, 140);
+FLASHLIB_OFFSET(SMIFRSP_PS_INFO, ps_data, 12);
+
+struct SMIFREQ_GET_POWERPIC_INFO : SMIFPACKET
+{
+};
+FLASHLIB_LAYOUT(SMIFREQ_GET_POWERPIC_INFO, 8);
+
+struct SMIFRSP_GET_POWERPIC_INFO : SMIFRESPONSE
+{
+    WORD FwVersion;  // bits 12 to 15: major, 8 to 11: minor, 0 to 7: pass
+    WORD uCType;
+    WORD Data[128];  // bit 3 of the first word: the boot loader is running
+};
+FLASHLIB_LAYOUT(SMIFRSP_GET_POWERPIC_INFO, 272);
+FLASHLIB_OFFSET(SMIFRSP_GET_POWERPIC_INFO, FwVersion, 12);
+FLASHLIB_OFFSET(SMIFRSP_GET_POWERPIC_INFO, uCType, 14);
+FLASHLIB_OFFSET(SMIFRSP_GET_POWERPIC_INFO, Data, 16);
+
+struct NVME_BACKPLANE_INFO
+{
+    BYTE FwVersion;
+    BYTE FwBuild;
+    BYTE LoaderVersion;
+    BYTE Status;  // bit 0: the boot loader is running
+    BYTE Segment;
+    BYTE Address;
+    BYTE Type;
+    BYTE _reserved1;
+    BYTE Id[16];
+    BYTE _reserved2[64];
+};
+FLASHLIB_LAYOUT(NVME_BACKPLANE_INFO, 88);
+FLASHLIB_OFFSET(NVME_BACKPLANE_INFO, Status, 3);
+FLASHLIB_OFFSET(NVME_BACKPLANE_INFO, Type, 6);
+FLASHLIB_OFFSET(NVME_BACKPLANE_INFO, Id, 8);
+
+struct SMIFREQ_GET_NVME_BACKPLANE_INFO : SMIFPACKET
+{
+};
+FLASHLIB_LAYOUT(SMIFREQ_GET_NVME_BACKPLANE_INFO, 8);
+
+struct SMIFRSP_GET_NVME_BACKPLANE_INFO : SMIFRESPONSE
+{
+    enum
+    {
+        MaxBackplanes = 4,
+    };
+
+    DWORD Count;
+    NVME_BACKPLANE_INFO BackplaneInfo[MaxBackplanes];
+};
+FLASHLIB_LAYOUT(SMIFRSP_GET_NVME_BACKPLANE_INFO, 368);
+FLASHLIB_OFFSET(SMIFRSP_GET_NVME_BACKPLANE_INFO, Count, 12);
+FLASHLIB_OFFSET(SMIFRSP_GET_NVME_BACKPLANE_INFO, BackplaneInfo, 16);
+
+#pragma pack(pop)
