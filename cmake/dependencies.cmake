@@ -1,19 +1,25 @@
 # What is not ours. script/bootstrap installs all of it.
 
-set(SYSROOT_I386 "${CMAKE_SOURCE_DIR}/build/sysroot-i386" CACHE PATH "Where script/bootstrap unpacks the 32-bit Expat")
+set(SYSROOT_I386 "${CMAKE_SOURCE_DIR}/build/sysroot-i386" CACHE PATH "Where script/bootstrap unpacks 32-bit libraries")
 set(GTEST_SOURCE_DIR /usr/src/googletest CACHE PATH "GoogleTest's sources")
+
+# Adds the target of a 32-bit library by its file and header in the sysroot.
+function(add_library_i386 name file header)
+    string(TOUPPER ${name}32 prefix)
+    find_library(${prefix}_LIBRARY ${file} PATHS "${SYSROOT_I386}/usr/lib/i386-linux-gnu" NO_DEFAULT_PATH)
+    if(NOT ${prefix}_LIBRARY)
+        message(FATAL_ERROR "No 32-bit ${name} in ${SYSROOT_I386}. Run script/bootstrap (with --bench for the "
+                            "measurements), point ${prefix}_LIBRARY at your own, or use the preset 'native'.")
+    endif()
+    find_path(${prefix}_INCLUDE_DIR ${header} PATHS "${SYSROOT_I386}/usr/include" NO_DEFAULT_PATH REQUIRED)
+    add_library(${name} UNKNOWN IMPORTED)
+    set_target_properties(${name} PROPERTIES IMPORTED_LOCATION "${${prefix}_LIBRARY}"
+                                             INTERFACE_INCLUDE_DIRECTORIES "${${prefix}_INCLUDE_DIR}")
+endfunction()
 
 if(FLASHLIB_32BIT)
     # The archive: libzalxml.so then needs no 32-bit Expat on the host it runs on.
-    find_library(EXPAT32_LIBRARY libexpat.a PATHS "${SYSROOT_I386}/usr/lib/i386-linux-gnu" NO_DEFAULT_PATH)
-    if(NOT EXPAT32_LIBRARY)
-        message(FATAL_ERROR "No 32-bit Expat in ${SYSROOT_I386}. Run script/bootstrap, point EXPAT32_LIBRARY at your "
-                            "own, or use the preset 'native'.")
-    endif()
-    find_path(EXPAT32_INCLUDE_DIR expat.h PATHS "${SYSROOT_I386}/usr/include" NO_DEFAULT_PATH REQUIRED)
-    add_library(Expat STATIC IMPORTED)
-    set_target_properties(Expat PROPERTIES IMPORTED_LOCATION "${EXPAT32_LIBRARY}"
-                                           INTERFACE_INCLUDE_DIRECTORIES "${EXPAT32_INCLUDE_DIR}")
+    add_library_i386(Expat libexpat.a expat.h)
 else()
     find_package(EXPAT 2.4 REQUIRED)
     add_library(Expat ALIAS EXPAT::EXPAT)
@@ -22,3 +28,10 @@ endif()
 # Headers only.
 find_path(NLOHMANN_JSON_INCLUDE_DIR nlohmann/json.hpp REQUIRED)
 find_path(CLI11_INCLUDE_DIR CLI/CLI.hpp REQUIRED)
+
+if(FLASHLIB_BENCH AND FLASHLIB_32BIT)
+    add_library_i386(Zlib libz.a zlib.h)
+elseif(FLASHLIB_BENCH)
+    find_package(ZLIB REQUIRED)
+    add_library(Zlib ALIAS ZLIB::ZLIB)
+endif()

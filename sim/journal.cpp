@@ -20,13 +20,12 @@ std::filesystem::path ChosenFile(const std::filesystem::path& file)
 
 }  // namespace
 
-CJournal::CJournal(const std::filesystem::path& file) : m_pFile(std::fopen(ChosenFile(file).c_str(), "ae"), std::fclose)
-{
-    if (!m_pFile) throw std::runtime_error("Can't write the journal " + ChosenFile(file).string());
-}
+CJournal::CJournal(const std::filesystem::path& file) : m_File(ChosenFile(file)), m_pFile(nullptr, std::fclose) {}
 
 void CJournal::Write(const char* format, ...)
 {
+    if (!m_pFile) m_pFile.reset(std::fopen(m_File.c_str(), "ae"));
+    if (!m_pFile) throw std::runtime_error("Can't write the journal " + m_File.string());
     const std::int64_t now = CClock::Instance().Now();
     std::fprintf(m_pFile.get(), "%lld.%06lld ", static_cast<long long>(now / 1000000000),
                  static_cast<long long>(now / 1000 % 1000000));

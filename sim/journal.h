@@ -11,7 +11,7 @@ namespace sim
 class CJournal
 {
   public:
-    // Appends to the file; the environment variable ZALSIM_JOURNAL names another one.
+    // Appends to the file, which the first line creates; the environment variable ZALSIM_JOURNAL names another one.
     explicit CJournal(const std::filesystem::path& file);
 
     // Adds a line: the virtual time in seconds since the epoch, then the printf-style text. It is on disk when the call
@@ -19,6 +19,7 @@ class CJournal
     void Write(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
   private:
+    std::filesystem::path m_File;
     std::unique_ptr<FILE, int (*)(FILE*)> m_pFile;
 };
 

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +12,8 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -23,18 +26,58 @@ namespace fs = std::filesystem;
 
 const int CouldNotRun = 126;
 
-void Describe(const sim::ServerDescription& server)
+void Describe(sim::CServer& simulated)
 {
+    const sim::ServerDescription& server = simulated.GetDescription();
+    const sim::RomDescription& rom = simulated.GetFlashPart().GetRunningRom();
     const auto line = [](const char* name, const std::string& value) {
         std::printf("  %-14s %s\n", name, value.empty() ? "none" : value.c_str());
     };
     line("product", server.Product);
-    line("system ROM",
-         server.Rom.Family.empty() ? "" : server.Rom.Family + " v" + server.Rom.Version + " (" + server.Rom.Date + ")");
+    line("system ROM", rom.Family.empty() ? ""
+                       : simulated.GetFlashPart().RunsOnBootBlock()
+                           ? rom.Family + ", incomplete: runs on its boot block"
+                           : rom.Family + " v" + rom.Version + " (" + rom.Date + ")");
     line("ROM driver", server.DriverVersion);
     line("SMBIOS", server.Smbios == sim::SmbiosFault::Missing ? ""
                    : server.SmbiosDump.empty()                ? "built from the description"
                                                               : server.SmbiosDump.string());
+}
+
+std::string SeverityName(int severity)
+{
+    return severity == 2 ? "info" : std::to_string(severity);
+}
+
+const char* ClassName(const sim::EventLogEntry& entry)
+{
+    if (entry.Class == 0x20 && entry.Code == 1) return "ROM flash";
+    if (entry.Class == 0x21 && entry.Code == 2) return "maintenance";
+    return "other";
+}
+
+void ShowLog(const sim::CBmc& bmc)
+{
+    std::printf("  %4s  %-16s  %-11s  %-8s  %s\n", "no.", "time", "class", "severity", "text");
+    for (const sim::EventLogEntry& entry : bmc.GetLog())
+        std::printf("  %4u  %-16s  %-11s  %-8s  %s\n", entry.Number, entry.Time.c_str(), ClassName(entry),
+                    SeverityName(entry.Severity).c_str(), entry.Text.c_str());
+}
+
+// Turns "flash.fails_at_table=3" into {"flash": {"fails_at_table": 3}}; values that are no JSON are texts.
+nlohmann::json FaultPatch(const std::vector<std::string>& faults)
+{
+    nlohmann::json patch = nlohmann::json::object();
+    for (const std::string& fault : faults) {
+        const std::size_t equals = fault.find('=');
+        if (equals == std::string::npos) throw std::runtime_error("a fault is written NAME=VALUE, not " + fault);
+        std::string path = "/" + fault.substr(0, equals);
+        std::replace(path.begin(), path.end(), '.', '/');
+        const std::string text = fault.substr(equals + 1);
+        const nlohmann::json value = nlohmann::json::parse(text, nullptr, false);
+        patch[nlohmann::json::json_pointer(path)] = value.is_discarded() ? nlohmann::json(text) : value;
+    }
+    return patch;
 }
 
 // The preloaded library sees only programs of its own word size: says so instead of letting the loader skip it.
@@ -87,26 +130,36 @@ int main(int argc, char** argv)
     app.footer("Example: zalsim --server sim/servers/rack -- ./installer /d out.xml /y package/");
     std::string folder;
     std::string dumpFile;
+    std::string journal;
+    std::vector<std::string> faults;
     bool describe = false;
+    bool showLog = false;
     bool realTime = false;
     std::vector<std::string> command;
     app.add_option("--server", folder, "Folder of the server: its server.json and its state")->required();
     app.add_flag("--describe", describe, "Print what the server is");
     app.add_option("--dump-smbios", dumpFile, "Write the server's SMBIOS tables as dmidecode --dump-bin does");
+    app.add_flag("--show-log", showLog, "Print the server event log");
+    app.add_option("--fault", faults, "A fault for this run, on top of the description's: NAME=VALUE")
+        ->allow_extra_args(false);
+    app.add_option("--journal", journal, "Write what is done to the server there, not to journal.log in its folder");
     app.add_flag("--real-time", realTime, "Let sleeps take their time");
     app.add_option("command", command, "The installer and its arguments, behind --");
     CLI11_PARSE(app, argc, argv);
 
     try {
-        const sim::CServer server{fs::path(folder)};
-        if (describe) Describe(server.GetDescription());
+        if (!faults.empty()) setenv("ZALSIM_FAULTS", FaultPatch(faults).dump().c_str(), 1);
+        if (!journal.empty()) setenv("ZALSIM_JOURNAL", fs::absolute(journal).c_str(), 1);
+        sim::CServer server{fs::path(folder)};
+        if (describe) Describe(server);
+        if (showLog) ShowLog(server.GetBmc());
         if (!dumpFile.empty()) sim::WriteSmbiosDump(server.GetSmbios(), dumpFile);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "zalsim: %s\n", error.what());
         return CouldNotRun;
     }
     if (!command.empty()) return Run(folder, realTime, command);
-    if (describe || !dumpFile.empty()) return 0;
+    if (describe || showLog || !dumpFile.empty()) return 0;
     std::fprintf(stderr, "zalsim: nothing to do; name an installer behind --, or see --help.\n");
     return CouldNotRun;
 }

@@ -1,6 +1,5 @@
 #include <cstdlib>
 
-#include "crc32.h"
 #include "fwversion.h"
 #include "support.h"
 
@@ -171,13 +170,4 @@ TEST(FwVersion, ComparesAsBothRecordsAsk)
         "fwversion::CompareVersion::Revision difference 5fwversoin::Compare: pver1:  1:23:dfwversoin::Compare: pver2:  "
         "1:23:d",
         log.Text());
-}
-
-TEST(Crc32, IsTheOneOfIeee8023AndContinues)
-{
-    unsigned char text[] = "123456789";
-    EXPECT_EQ(0xCBF43926ul, rom_crc32(text, 9, 0));
-    for (unsigned int cut = 0; cut <= 9; cut++)
-        EXPECT_EQ(0xCBF43926ul, rom_crc32(text + cut, 9 - cut, rom_crc32(text, cut, 0))) << cut;
-    EXPECT_EQ(0xDEADBEEFul, rom_crc32(text, 0, 0xDEADBEEF));
 }

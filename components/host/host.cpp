@@ -110,6 +110,7 @@ int RunComponent(CComponent& component, int argc, char** argv)
         }
     }
 
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);  // progress is seen as it happens, also through a pipe
     component.ParseCmdLine(argc, argv);
     component.Initialize();
     ZALINSTALLSTATE state = {};

@@ -16,9 +16,12 @@ class CSystemRom : public CComponent
   private:
     void ReadRunningRom();
     int DecideInstallState();
+    int CheckImage(const CFwVersion& offered);
     int Refuse(int state, const CStr& message);
 
     CStr m_sFamily;               // of the running ROM
     CFwVersion m_CurrentVersion;  // of the running ROM
+    BOOL m_bVersionKnown = FALSE;
+    BOOL m_bIncomplete = FALSE;  // an update was cut off: the server runs on its boot block
     CRomImage m_Image;
 };
