@@ -9,7 +9,7 @@ fail() { echo "$*" >&2; exit 1; }
 
 # Names without a version come from no system library.
 unknown=$(echo "$symbols" | awk '$2 !~ /@/ && $1 != "WEAK" { print $2 }' | grep -vxE \
-    'g_InstallLocalDir|cruFd|(OpenCru|InitFlashTable)Driver|(Select|Query|Read|Write|Execute)FlashTable|ReadFlashHeader|CorruptNVRAM|_ZN1[13]CZalXML(Node|Reader).*' || true)
+    'g_InstallLocalDir|cruFd|(OpenCru|InitFlashTable)Driver|(Select|Query|Read|Write|Execute)FlashTable|ReadFlashHeader|CorruptNVRAM|ZalCi(Initialize|Create|Send|Recv|Close|StatusMessage)|_ZN1[13]CZalXML(Node|Reader).*' || true)
 [ -z "$unknown" ] || fail "undefined and from nowhere: $unknown"
 
 needed=$(readelf -dW "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | grep -vxE 'libstdc\+\+\.so\.6|libgcc_s\.so\.1|libm\.so\.6|libc\.so\.6' || true)
@@ -23,7 +23,7 @@ readelf -lW "$library" | grep 'GNU_STACK' | grep -q 'RWE' && fail "executable st
 
 # Exported: the library's own classes and functions alone.
 exported=$(readelf --dyn-syms -W "$library" | awk '$7 != "UND" && $5 != "LOCAL" && $8 != "" && $8 != "Name" { print $8 }' |
-    grep -vE '^(_Z(N|NK|TV|TI|TS)[0-9]*(4CStr|8CFwImage|10CFwVersion|7CSMBIOS|7CSystem|13CSystemCommon|10CComponent|13CComponentXML|20CComponentProperties|17CFlashTableHeader|11CFlashTable)|_Z[0-9]+(FileInComponentDir|FindFileInComponentDir|ReadFileIntoMemory|ReplaceStr|GetCmdLineToken)|_DebugPrintf$|rom_crc32$)' || true)
+    grep -vE '^(_Z(N|NK|TV|TI|TS)[0-9]*(4CStr|8CFwImage|10CFwVersion|7CSMBIOS|7CSystem|13CSystemCommon|10CComponent|13CComponentXML|20CComponentProperties|17CFlashTableHeader|11CFlashTable|17CChannelInterface)|_Z[0-9]+(FileInComponentDir|FindFileInComponentDir|ReadFileIntoMemory|ReplaceStr|GetCmdLineToken)|_DebugPrintf$|rom_crc32$)' || true)
 [ -z "$exported" ] || fail "exports what is not public: $exported"
 
 readelf -h "$library" | grep -q ELF32 || exit 0

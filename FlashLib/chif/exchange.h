@@ -1,0 +1,98 @@
+// The typed exchange that carries every command of the channel, and what its operations have in common.
+#pragma once
+
+#include "chif.h"
+#include "debug.h"
+
+// A command's packets, and its name in the log.
+template <int Command>
+struct CPackets;
+
+#define CHIF_COMMAND(name)                                                 \
+    template <>                                                            \
+    struct CPackets<SMIFCMD_##name>                                        \
+    {                                                                      \
+        using Request = SMIFREQ_##name;                                    \
+        using Response = SMIFRSP_##name;                                   \
+        static constexpr const char* Failure = "SMIFCMD_" #name " failed"; \
+    }
+
+CHIF_COMMAND(GET_STATUS);
+CHIF_COMMAND(MOXFLASH_COMMAND);
+CHIF_COMMAND(I2C_TRANSACTION);
+CHIF_COMMAND(IO_ACCESS);
+CHIF_COMMAND(DEVICE_FLASH);
+CHIF_COMMAND(DEVICE_CONTROL);
+CHIF_COMMAND(DEVICE_CONTROL_EX);
+CHIF_COMMAND(HOST_RESET);
+CHIF_COMMAND(GET_TMBLN_INFO);
+CHIF_COMMAND(PS_INFO);
+CHIF_COMMAND(GET_POWERPIC_INFO);
+CHIF_COMMAND(GET_NVME_BACKPLANE_INFO);
+
+#undef CHIF_COMMAND
+
+// Logs why an operation failed; returns FALSE.
+inline BOOL LogFailure(const char* pszMethod, const char* pszReason)
+{
+    _DebugPrintf("CChannelInterface::%s: %s\n", pszMethod, pszReason);
+    return FALSE;
+}
+
+// Every operation asks this first. Logs it when there is no channel.
+inline BOOL ChannelAvailable(const CChannelInterface& channel, const char* pszMethod)
+{
+    return channel.IsOpen() || LogFailure(pszMethod, "Channel not available");
+}
+
+// Stores an output of an operation where the caller wants it.
+template <typename Output, typename Value>
+void HandOut(Output* pOutput, Value value)
+{
+    if (pOutput) *pOutput = static_cast<Output>(value);
+}
+
+// One command of one operation. The request is zero but for its length and code; the caller fills in the rest.
+template <int Command>
+class CExchange
+{
+  public:
+    CExchange(CChannelInterface& channel, const char* pszMethod)
+        : request(), response(), m_Channel(channel), m_pszMethod(pszMethod)
+    {
+        request.Length = sizeof request;
+        request.Command = Command;
+    }
+
+    // Exchanges the request for the response; 0 or a status. Logs no line of its own.
+    int Try(int timeout = CChannelInterface::DefaultRecvTimeout)
+    {
+        return m_Channel.SmifCommand(&request, &response, sizeof response, timeout);
+    }
+
+    // The exchanges of an operation: logged when they fail, and FALSE then. Those of the second and third kind leave
+    // the response's ErrorCode alone.
+    BOOL Run(int timeout = CChannelInterface::DefaultRecvTimeout) { return Succeeded(Try(timeout)); }
+    BOOL RunNoErr(int timeout = CChannelInterface::DefaultRecvTimeout)
+    {
+        return Succeeded(m_Channel.SmifCommandNoErr(&request, &response, sizeof response, timeout));
+    }
+    BOOL RunNoErrWithOverallTimeout(int seconds)
+    {
+        return Succeeded(m_Channel.SmifCommandNoErrWithOverallTimeout(&request, &response, sizeof response, seconds));
+    }
+    // The reply overwrites the request, so that any reply counts as the right one.
+    BOOL RunInPlace(int timeout = CChannelInterface::DefaultRecvTimeout)
+    {
+        return Succeeded(m_Channel.SmifCommand(&request, &request, sizeof request, timeout));
+    }
+
+    typename CPackets<Command>::Request request;
+    typename CPackets<Command>::Response response;
+
+  private:
+    BOOL Succeeded(int status) const { return status == 0 || LogFailure(m_pszMethod, CPackets<Command>::Failure); }
+
+    CChannelInterface& m_Channel;
+    const char* m_pszMethod;
+};

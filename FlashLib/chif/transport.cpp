@@ -1,0 +1,162 @@
+#include <unistd.h>
+
+#include <cstring>
+#include <ctime>
+
+#include "chif.h"
+#include "debug.h"
+
+namespace
+{
+
+const int FifoEntries = 2;
+const int FifoEntrySize = 4096;
+
+const int SendAttempts = 10;
+const int FifoFullDelay = 50000;  // microseconds
+
+const int ReceiveAttempts = 4;
+
+const int CommandFailed = ZalCiErrMax;
+
+// A discarded reply leaves nothing behind that a shorter one would bring to light.
+void Discard(SMIFPACKET* pResponse, int bufferSize)
+{
+    std::memset(pResponse, 0, static_cast<std::size_t>(bufferSize));
+}
+
+}  // namespace
+
+CChannelInterface::CChannelInterface()
+    : m_bBroken(FALSE),
+      m_bDriverFound(FALSE),
+      m_bHardwareFound(FALSE),
+      m_hChannel(nullptr),
+      m_NextSequenceNumber(0),
+      m_Generation(0),
+      m_PSInfo()
+{
+    _DebugPrintf("CChannelInterface::CChannelInterface()\n");
+    InitChannelDriver();
+}
+
+CChannelInterface::~CChannelInterface()
+{
+    _DebugPrintf("CChannelInterface::~CChannelInterface()\n");
+    TerminateChannelDriver();
+}
+
+void CChannelInterface::InitChannelDriver()
+{
+    m_bHardwareFound = FALSE;
+    ZalCiInitialize(nullptr);
+    CheckDriver();
+    if (!m_bDriverFound && !m_bBroken && FindDevice())
+        _DebugPrintf("CChannelInterface::InitChannelDriver: Device exists, but driver not loaded\n");
+}
+
+void CChannelInterface::TerminateChannelDriver()
+{
+    Close();
+}
+
+int CChannelInterface::Open()
+{
+    Close();
+    const ZALCISTATUS status = ZalCiCreate(nullptr, &m_hChannel, FifoEntries, FifoEntrySize, FifoEntries, FifoEntrySize,
+                                           ZalCiNormalPriority, nullptr);
+    // Success without a channel is logged, but is success: intended.
+    if (status != ZalCiSuccess || !m_hChannel)
+        _DebugPrintf("CChannelInterface::Open: %s\n", ZalCiStatusMessage(status));
+    return status;
+}
+
+void CChannelInterface::Close()
+{
+    if (m_hChannel) ZalCiClose(m_hChannel);
+    m_hChannel = nullptr;
+}
+
+int CChannelInterface::Send(SMIFPACKET* pPacket)
+{
+    if (!m_hChannel) return ZalCiErrNoDevice;
+    if (!pPacket || pPacket->Length < sizeof(SMIFHDR)) return ZalCiErrBadParameter;
+
+    pPacket->Sequence = m_NextSequenceNumber++;  // used up even when the packet can't be sent
+    pPacket->ServiceType = 0;
+
+    ZALCISTATUS status = ZalCiErrFifoFull;
+    for (int i = 0; i < SendAttempts && status == ZalCiErrFifoFull; i++) {
+        ZalCiSend(m_hChannel, pPacket, pPacket->Length, &status, nullptr);
+        if (status == ZalCiErrFifoFull) usleep(FifoFullDelay);
+    }
+    if (status != ZalCiSuccess) _DebugPrintf("CChannelInterface::Send: %s\n", ZalCiStatusMessage(status));
+    return status;
+}
+
+int CChannelInterface::Recv(SMIFPACKET* pPacket, int PacketBufferSize, int Timeout)
+{
+    if (!m_hChannel) return ZalCiErrNoDevice;
+    if (!pPacket || PacketBufferSize < static_cast<int>(sizeof(SMIFRESPONSE))) return ZalCiErrBadParameter;
+
+    ZALCISTATUS status = ZalCiSuccess;
+    const int received = ZalCiRecv(m_hChannel, pPacket, PacketBufferSize, &status, Timeout ? &Timeout : nullptr);
+    if (status == ZalCiSuccess && received < pPacket->Length) {
+        _DebugPrintf("CChannelInterface::Recv: Runt packet (Header length = %d)\n", pPacket->Length);
+        status = ZalCiErrPartialTransfer;
+    }
+    if (status != ZalCiSuccess) _DebugPrintf("CChannelInterface::Recv: %s\n", ZalCiStatusMessage(status));
+    return status;
+}
+
+int CChannelInterface::SmifCommandNoErr(SMIFPACKET* pRequest, SMIFPACKET* pResponse, int ResponseBufferSize,
+                                        int Timeout)
+{
+    int status = Send(pRequest);
+    if (status != 0) return status;
+
+    for (int i = 0; i < ReceiveAttempts; i++) {
+        status = Recv(pResponse, ResponseBufferSize, Timeout);
+        // The request is read again each time: it may be the buffer that the reply came in.
+        if (status != 0 || pResponse->Sequence == pRequest->Sequence) return status;
+
+        _DebugPrintf("CChannelInterface::SmifCommandNoErr: Out of sequence response (%04X/%04X)\n", pRequest->Sequence,
+                     pResponse->Sequence);
+        Discard(pResponse, ResponseBufferSize);
+    }
+    return CommandFailed;
+}
+
+int CChannelInterface::SmifCommand(SMIFPACKET* pRequest, SMIFPACKET* pResponse, int ResponseBufferSize, int Timeout)
+{
+    const int status = SmifCommandNoErr(pRequest, pResponse, ResponseBufferSize, Timeout);
+    if (status != 0) return status;
+
+    const DWORD errorCode = static_cast<SMIFRESPONSE*>(pResponse)->ErrorCode;
+    if (errorCode == 0) return 0;
+    _DebugPrintf("CChannelInterface::SmifCommand: ErrorCode = %08X\n", errorCode);
+    return CommandFailed;
+}
+
+int CChannelInterface::SmifCommandNoErrWithOverallTimeout(SMIFPACKET* pRequest, SMIFPACKET* pResponse,
+                                                          int ResponseBufferSize, int Seconds)
+{
+    int status = Send(pRequest);
+    if (status != 0) return status;
+
+    const std::time_t start = std::time(nullptr);
+    do {
+        status = Recv(pResponse, ResponseBufferSize, DefaultRecvTimeout);
+        if (status == ZalCiErrFifoEmpty) {
+            _DebugPrintf("CChannelInterface::SmifCommandNoErrWithOverallTimeout: FIFO is empty\n");
+            continue;
+        }
+        if (status != 0 || pResponse->Sequence == pRequest->Sequence) return status;
+
+        status = CommandFailed;
+        _DebugPrintf("CChannelInterface::SmifCommandNoErrWithOverallTimeout: Out of sequence response (%04X/%04X)\n",
+                     pRequest->Sequence, pResponse->Sequence);
+        Discard(pResponse, ResponseBufferSize);
+    } while (std::time(nullptr) - start < Seconds);
+    return status;
+}
