@@ -1,5 +1,5 @@
-// A serial EEPROM, "eeprom" in "i2c": "size" bytes behind a pointer of one byte, first all 0xFF, with the text "data" at
-// its start. With a "device_id" it is written only while that device is halted.
+// A serial EEPROM, "eeprom" in "i2c": "size" bytes behind a pointer of one byte, first all 0xFF, with the text "data"
+// at its start. With a "device_id" it is written only while that device is halted.
 #include <algorithm>
 #include <fstream>
 #include <iterator>

@@ -34,8 +34,8 @@ CI2CBuses::CI2CBuses(const ProcessorDescription& processor, const std::filesyste
         const auto maker = Makers().find(device.Type);
         if (maker == Makers().end()) throw std::runtime_error("there is no I2C device of type \"" + device.Type + "\"");
         const Json description = Json::parse(device.Json);
-        m_Devices[{device.Bus, device.Address}] = maker->second(
-            {device.Bus, device.Address, folder, journal, description, faults, pPowerPic, isHalted});
+        m_Devices[{device.Bus, device.Address}] =
+            maker->second({device.Bus, device.Address, folder, journal, description, faults, pPowerPic, isHalted});
     }
 }
 

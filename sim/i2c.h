@@ -38,9 +38,9 @@ struct I2CSite
     int Address;
     std::filesystem::path Folder;  // of the server, for what the device keeps
     CJournal& Journal;
-    const nlohmann::json& Description;       // the device's object in server.json
-    const nlohmann::json& Faults;            // "faults.processor.i2c"
-    PowerPicDescription* pPowerPic;          // what the processor tells of the power PIC; null: there is none
+    const nlohmann::json& Description;           // the device's object in server.json
+    const nlohmann::json& Faults;                // "faults.processor.i2c"
+    PowerPicDescription* pPowerPic;              // what the processor tells of the power PIC; null: there is none
     std::function<bool(int deviceID)> IsHalted;  // whether device control has stopped that device's own traffic
 };
 

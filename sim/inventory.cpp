@@ -115,14 +115,18 @@ void DescribeBackplane(const BackplaneDescription& backplane, const std::optiona
     std::copy_n(backplane.Id.begin(), std::min(backplane.Id.size(), sizeof info.Id), info.Id);
 }
 
+std::string VersionText(const FirmwareVersion& version)
+{
+    const std::string text = std::to_string(version.Major) + "." + std::to_string(version.Minor);
+    return version.Pass == 0 ? text : text + "." + std::to_string(version.Pass);
+}
+
 DWORD DescribeDevice(const CFlashDevice& device, BYTE* buffer, std::size_t size)
 {
     const std::optional<FirmwareVersion> version = device.GetFirmware();
-    const char* pszHandler = device.GetDescription().Handler.c_str();
-    char* pText = reinterpret_cast<char*>(buffer);
     const int length =
-        version ? std::snprintf(pText, size, "%s %d.%d.%d", pszHandler, version->Major, version->Minor, version->Pass)
-                : std::snprintf(pText, size, "%s boot loader", pszHandler);
+        std::snprintf(reinterpret_cast<char*>(buffer), size, "%s %s", device.GetDescription().Handler.c_str(),
+                      version ? VersionText(*version).c_str() : "boot loader");
     return static_cast<DWORD>(length + 1);
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 
 #include "flashdevice.h"
 #include "processordescription.h"
@@ -19,7 +20,10 @@ void DescribeTamberline(const TamberlineDescription& controller, const std::opti
 void DescribeBackplane(const BackplaneDescription& backplane, const std::optional<FirmwareVersion>& version,
                        NVME_BACKPLANE_INFO& info);
 
-// "TMBR 1.2.3" or "TMBR boot loader", with its NUL; the bytes of it.
+// "1.2.5", or "1.20" for a pass of 0.
+std::string VersionText(const FirmwareVersion& version);
+
+// "TMBR 1.2.5" or "TMBR boot loader", with its NUL; the bytes of it.
 DWORD DescribeDevice(const CFlashDevice& device, BYTE* buffer, std::size_t size);
 
 }  // namespace sim

@@ -18,7 +18,11 @@ class CJournal
     // returns.
     void Write(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
+    // Packets to and from the management processor are for a journal that was asked for.
+    bool RecordsPackets() const { return m_bNamed; }
+
   private:
+    bool m_bNamed;  // by the environment variable
     std::filesystem::path m_File;
     std::unique_ptr<FILE, int (*)(FILE*)> m_pFile;
 };

@@ -46,11 +46,11 @@ std::string WithPciDevices(const std::string& command, const ServerDescription& 
 {
     const std::filesystem::path file = server.Folder / "pci_devices";
     std::ofstream stream(file);
-    stream << Line(0x0000, "80862f00", "") << Line(0x00fa, "80868d02", "ahci");
+    stream << Line(0x0000, "90010001", "") << Line(0x00fa, "90010002", "sata");
     const int functions = server.Processor ? server.Processor->PciFunctions : 0;
     for (int i = 0; i < functions; i++)
         stream << Line(0x0100 + i, ProcessorIds[static_cast<std::size_t>(i) % 4], i == 2 ? "chif" : "");
-    stream << Line(0x0200, "14e41657", "tg3");
+    stream << Line(0x0200, "90020001", "nic");
     if (!stream.flush()) throw std::runtime_error("Can't write " + file.string());
 
     std::string changed = command;

@@ -281,8 +281,7 @@ DWORD CProcessor::Control(int deviceID, int operation, DWORD seconds)
     if (operation == DevCtlOp_GetStatus) return SmifError_OK;
     if (operation != DevCtlOp_Halt && operation != DevCtlOp_Resume) return SmifError_BadParameter;
     m_Halted.erase(deviceID);
-    if (operation == DevCtlOp_Halt)
-        m_Halted[deviceID] = seconds == 0 ? 0 : CClock::Instance().Now() + seconds * Second;
+    if (operation == DevCtlOp_Halt) m_Halted[deviceID] = seconds == 0 ? 0 : CClock::Instance().Now() + seconds * Second;
     m_Journal.Write("processor %s device=%d seconds=%u", operation == DevCtlOp_Halt ? "halt" : "resume", deviceID,
                     seconds);
     Save();

@@ -98,7 +98,7 @@ class CProcessor
     FirmwareVersion m_Version;  // of what it runs
 
     int m_HostResetMode;
-    std::map<int, std::int64_t> m_Halted;     // devices and when they go on by themselves; 0: they do not
+    std::map<int, std::int64_t> m_Halted;       // devices and when they go on by themselves; 0: they do not
     std::map<std::string, DWORD> m_Dispatches;  // that a handler got
     bool m_bDead;
     int m_BootNumber;

@@ -22,25 +22,16 @@ const std::size_t MaxBackplanes = SMIFRSP_GET_NVME_BACKPLANE_INFO::MaxBackplanes
     throw std::runtime_error(what + " can't be \"" + text + "\"");
 }
 
-// "2.70" or "1.2.3"; nothing is 0.0.
 FirmwareVersion Version(const Json& object, const char* key)
 {
-    FirmwareVersion version = {};
-    const std::string text = Text(object, key);
-    if (!text.empty() &&
-        std::sscanf(text.c_str(), "%3hhu.%3hhu.%3hhu", &version.Major, &version.Minor, &version.Pass) < 2)
-        Refuse(key, text);
-    const std::string date = Text(object, "date");
-    if (!date.empty() && std::sscanf(date.c_str(), "%2hhu/%2hhu/%4hu", &version.Month, &version.Day, &version.Year) < 3)
-        Refuse("date", date);
-    return version;
+    return ParseFirmwareVersion(Text(object, key), Text(object, "date"));
 }
 
 FlashDescription Flash(const Json& object)
 {
     const Json& flash = Object(object, "flash");
-    const FlashDescription description = {Text(flash, "handler"), Numeric<std::uint32_t>(flash, "size", 1048576),
-                                          flash.value("busy_seconds", 5), flash.value("query_seconds", 0)};
+    FlashDescription description = {Text(flash, "handler"), Numeric<std::uint32_t>(flash, "size", 1048576),
+                                    flash.value("busy_seconds", 5), flash.value("query_seconds", 0)};
     // It names a file too.
     if (description.Handler.size() > MaxHandler || description.Handler.find('/') != std::string::npos)
         Refuse("handler", description.Handler);
@@ -102,7 +93,8 @@ PS_GUID PowerSupply(const std::string& text)
     return guid;
 }
 
-// A fault is the number of an exchange, the name of a command, or an object with both and a value; true: every exchange.
+// A fault is the number of an exchange, the name of a command, or an object with both and a value; true: every
+// exchange.
 PacketFault Packets(const Json& faults, const char* key, const char* valueKey, int otherwise)
 {
     const auto entry = faults.find(key);
@@ -142,6 +134,17 @@ ProcessorFaults Faults(const Json& object)
 }
 
 }  // namespace
+
+FirmwareVersion ParseFirmwareVersion(const std::string& version, const std::string& date)
+{
+    FirmwareVersion parsed = {};
+    if (!version.empty() &&
+        std::sscanf(version.c_str(), "%3hhu.%3hhu.%3hhu", &parsed.Major, &parsed.Minor, &parsed.Pass) < 2)
+        Refuse("version", version);
+    if (!date.empty() && std::sscanf(date.c_str(), "%2hhu/%2hhu/%4hu", &parsed.Month, &parsed.Day, &parsed.Year) < 3)
+        Refuse("date", date);
+    return parsed;
+}
 
 std::optional<ProcessorDescription> DescribeProcessor(const Json& processor, const Json& faults)
 {

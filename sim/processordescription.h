@@ -24,6 +24,9 @@ struct FirmwareVersion
     std::uint16_t Year;  // 0: no date
 };
 
+// Of "2.70" or "1.2.3" and "05/14/2018"; 0 for what is empty. Throws std::runtime_error with a sentence for the user.
+FirmwareVersion ParseFirmwareVersion(const std::string& version, const std::string& date);
+
 // How a device's firmware is flashed through the processor.
 struct FlashDescription
 {
@@ -73,7 +76,7 @@ struct I2CDescription
 struct PacketFault
 {
     bool Set;
-    int Exchange;         // the one with that number, from 1, of the command or of all; 0: every one
+    int Exchange;           // the one with that number, from 1, of the command or of all; 0: every one
     std::uint16_t Command;  // 0: of any command
     int Value;
 };

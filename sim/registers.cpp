@@ -14,14 +14,14 @@ namespace
 
 const struct
 {
-    DWORD Operation;
     const char* File;
+    DWORD Operation;
     bool Writes;
 } Accesses[] = {
-    {IoAccessOp_GetMEMID, "MEMID", false}, {IoAccessOp_GetGPI, "GPI", false},     {IoAccessOp_GetCPLD, "CPLD", false},
-    {IoAccessOp_PutGPO, "GPO", true},      {IoAccessOp_PutCPLD, "CPLD", true},    {IoAccessOp_GetGPIEN, "GPIEN", false},
-    {IoAccessOp_GetGPIST, "GPIST", false}, {IoAccessOp_PutGPIEN, "GPIEN", true},  {IoAccessOp_PutGPIST, "GPIST", true},
-    {IoAccessOp_GetGPO, "GPO", false},     {IoAccessOp_GetXPLD, "XPLD", false},   {IoAccessOp_PutXPLD, "XPLD", true},
+    {"MEMID", IoAccessOp_GetMEMID, false}, {"GPI", IoAccessOp_GetGPI, false},    {"CPLD", IoAccessOp_GetCPLD, false},
+    {"GPO", IoAccessOp_PutGPO, true},      {"CPLD", IoAccessOp_PutCPLD, true},   {"GPIEN", IoAccessOp_GetGPIEN, false},
+    {"GPIST", IoAccessOp_GetGPIST, false}, {"GPIEN", IoAccessOp_PutGPIEN, true}, {"GPIST", IoAccessOp_PutGPIST, true},
+    {"GPO", IoAccessOp_GetGPO, false},     {"XPLD", IoAccessOp_GetXPLD, false},  {"XPLD", IoAccessOp_PutXPLD, true},
 };
 
 }  // namespace

@@ -96,7 +96,7 @@ class Channel : public testing::Test
     {
         // Half a second and half a millisecond from where the numbers change.
         sim::CClock& clock = sim::CClock::Instance();
-        clock.Advance(1500500000 - clock.Now() % 1000000000);
+        clock.Wait(1500500000 - clock.Now() % 1000000000);
         g_FakeChannel = CFakeChannel();
         g_FakeChannel.body[SMIFCMD_GET_STATUS] = StatusBody();
     }
