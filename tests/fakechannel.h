@@ -3,8 +3,8 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -19,6 +19,8 @@ struct CFakeChannel
         int missing = 0;   // bytes of the reply
     };
 
+    static const int NoTimeout = -2;
+
     // What is to happen; success, and the answer to the last packet, when nothing is left.
     std::deque<ZALCISTATUS> creates;
     std::deque<ZALCISTATUS> sends;
@@ -26,12 +28,13 @@ struct CFakeChannel
     bool noHandle = false;                      // creates succeed without a channel
     bool silent = false;                        // the processor does not answer
     std::map<std::uint16_t, std::string> body;  // of a command's reply, behind the header; zeros by default
+    std::map<std::uint16_t, std::function<std::string(const std::string&)>> answer;  // makes the body from the packet
 
     // What has happened.
     int open = 0;                   // channels
     std::vector<std::string> sent;  // every attempt
-    std::vector<int> sizes;         // of receive buffers
-    std::vector<int> timeouts;      // of receives; 0: null
+    int size = 0;                   // of the last receive's buffer
+    int timeout = 0;                // of the last receive; NoTimeout: null
 };
 
 extern CFakeChannel g_FakeChannel;

@@ -55,12 +55,14 @@ std::string ReadFile(const fs::path& file)
 CLogCapture::CLogCapture()
 {
     _DebugPrintf("%s", "");  // the log's header is out after this
-    m_Before = ReadFile(std::getenv("QVFLASHLOG"));
+    m_Before = fs::file_size(std::getenv("QVFLASHLOG"));
 }
 
 std::string CLogCapture::Text() const
 {
-    return ReadFile(std::getenv("QVFLASHLOG")).substr(m_Before.size());
+    std::ifstream log(std::getenv("QVFLASHLOG"), std::ios::binary);
+    log.seekg(static_cast<std::streamoff>(m_Before));
+    return std::string(std::istreambuf_iterator<char>(log), std::istreambuf_iterator<char>());
 }
 
 void UseServer(const std::string& json)

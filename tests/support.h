@@ -30,7 +30,7 @@ class CLogCapture
     bool Has(const std::string& text) const { return Text().find(text) != std::string::npos; }
 
   private:
-    std::string m_Before;
+    std::uintmax_t m_Before;  // bytes
 };
 
 // Puts the process on a new server with that server.json, and closes the ROM utility driver.
