@@ -3,8 +3,11 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "processordescription.h"
 
 namespace sim
 {
@@ -105,6 +108,8 @@ struct ServerDescription
     DriverFault Driver;
     FlashFaults Flash;
     IpmiFaults Ipmi;
+
+    std::optional<ProcessorDescription> Processor;
 };
 
 // Reads server.json in the server's folder, and over its faults those in the environment variable ZALSIM_FAULTS. Throws

@@ -20,7 +20,8 @@ std::filesystem::path ChosenFile(const std::filesystem::path& file)
 
 }  // namespace
 
-CJournal::CJournal(const std::filesystem::path& file) : m_File(ChosenFile(file)), m_pFile(nullptr, std::fclose)
+CJournal::CJournal(const std::filesystem::path& file)
+    : m_bNamed(std::getenv("ZALSIM_JOURNAL") != nullptr), m_File(ChosenFile(file)), m_pFile(nullptr, std::fclose)
 {
     if (m_File != file) Open();  // one that can't be written is refused before anything is done
 }

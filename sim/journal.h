@@ -18,9 +18,13 @@ class CJournal
     // call returns.
     void Write(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
+    // Packets to and from the management processor are for a journal that was asked for.
+    bool RecordsPackets() const { return m_bNamed; }
+
   private:
     void Open();
 
+    bool m_bNamed;  // by the environment variable
     std::filesystem::path m_File;
     std::unique_ptr<FILE, int (*)(FILE*)> m_pFile;
 };

@@ -10,11 +10,15 @@
 
 #include <cstdarg>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "clock.h"
+#include "pcidevices.h"
 #include "server.h"
 
 #define ENTRY_POINT extern "C" __attribute__((visibility("default")))
@@ -73,6 +77,27 @@ bool IsVirtual(clockid_t clock)
            (clock == CLOCK_REALTIME || clock == CLOCK_MONOTONIC || clock == CLOCK_BOOTTIME ||
             clock == CLOCK_REALTIME_COARSE || clock == CLOCK_MONOTONIC_COARSE || clock == CLOCK_MONOTONIC_RAW);
 }
+
+// Takes the preloaded libraries from the processes that start meanwhile.
+class CWithoutPreload
+{
+  public:
+    CWithoutPreload()
+    {
+        if (const char* pszLibraries = std::getenv(szVariable)) m_Libraries = pszLibraries;
+        unsetenv(szVariable);
+    }
+    ~CWithoutPreload()
+    {
+        if (m_Libraries) setenv(szVariable, m_Libraries->c_str(), 1);
+    }
+    CWithoutPreload(const CWithoutPreload&) = delete;
+    CWithoutPreload& operator=(const CWithoutPreload&) = delete;
+
+  private:
+    static constexpr const char* szVariable = "LD_PRELOAD";
+    std::optional<std::string> m_Libraries;
+};
 
 }  // namespace
 
@@ -184,4 +209,14 @@ ENTRY_POINT int nanosleep(const timespec* request, timespec* remaining)
     if (CClock::Instance().IsReal()) return next(request, remaining);
     CClock::Instance().Wait(request->tv_sec * Second + request->tv_nsec);
     return 0;
+}
+
+// The shell and what it starts are the host's own programs, which the simulation is not in.
+ENTRY_POINT FILE* popen(const char* command, const char* mode)
+{
+    NEXT(popen);
+    sim::CServer* pServer = sim::ReadsPciDevices(command) ? sim::CurrentServer() : nullptr;
+    if (!pServer) return next(command, mode);
+    const CWithoutPreload withoutPreload;
+    return next(sim::WithPciDevices(command, pServer->GetDescription()).c_str(), mode);
 }

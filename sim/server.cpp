@@ -44,6 +44,10 @@ CServer::CServer(const std::filesystem::path& folder)
       m_FlashPart(m_Description, folder, m_Journal),
       m_Bmc(m_Description.Ipmi, folder, m_Journal)
 {
+    if (m_Description.Processor) {
+        m_pProcessor = std::make_unique<CProcessor>(*m_Description.Processor, folder, m_Journal);
+        m_pChannelDriver = std::make_unique<CChannelDriver>(*m_pProcessor, *m_Description.Processor, m_Journal);
+    }
     m_Smbios = m_Description.SmbiosDump.empty() ? BuildSmbios(m_Description, m_FlashPart.GetRunningRom(), SmbiosAddress)
                                                 : ReadSmbiosDump(m_Description.SmbiosDump, SmbiosAddress);
     const SMBIOS_RESERVED_BUFFER buffer = FindFlashBuffer(m_Smbios);

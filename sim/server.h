@@ -8,10 +8,12 @@
 #include <vector>
 
 #include "bmc.h"
+#include "channel.h"
 #include "description.h"
 #include "device.h"
 #include "flashpart.h"
 #include "journal.h"
+#include "processor.h"
 #include "smbios.h"
 
 namespace sim
@@ -29,6 +31,10 @@ class CServer
     const SmbiosTables& GetSmbios() const { return m_Smbios; }
     CFlashPart& GetFlashPart() { return m_FlashPart; }
     CBmc& GetBmc() { return m_Bmc; }
+
+    // Null without a management processor.
+    const CProcessor* GetProcessor() const { return m_pProcessor.get(); }
+    CChannelDriver* GetChannelDriver() { return m_pChannelDriver.get(); }
 
     // Gives a range of addresses contents, ahead of what the server has there.
     void MapMemory(std::uint32_t address, std::vector<std::uint8_t> bytes);
@@ -53,6 +59,8 @@ class CServer
     CJournal m_Journal;
     CFlashPart m_FlashPart;
     CBmc m_Bmc;
+    std::unique_ptr<CProcessor> m_pProcessor;
+    std::unique_ptr<CChannelDriver> m_pChannelDriver;
     SmbiosTables m_Smbios;
     std::vector<Region> m_Memory;
 };

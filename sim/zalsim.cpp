@@ -13,10 +13,12 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "inventory.h"
 #include "server.h"
 
 namespace
@@ -25,6 +27,25 @@ namespace
 namespace fs = std::filesystem;
 
 const int CouldNotRun = 126;
+
+// The management processor, and what the devices that are flashed through it run.
+void DescribeProcessor(const sim::CServer& simulated)
+{
+    const sim::CProcessor* pProcessor = simulated.GetProcessor();
+    if (!pProcessor) return;
+    const sim::ProcessorDescription& processor = *simulated.GetDescription().Processor;
+    const sim::FirmwareVersion& version = pProcessor->GetVersion();
+    std::printf("  %-14s Mox %d v%d.%02d (%02d/%02d/%04d)%s\n", "processor", processor.Generation, version.Major,
+                version.Minor, version.Month, version.Day, version.Year,
+                processor.Faults.NoDriver ? ", no driver"
+                : processor.Faults.Dead   ? ", dead"
+                                          : "");
+    for (const sim::CFlashDevice& device : pProcessor->GetFlashDevices()) {
+        const std::optional<sim::FirmwareVersion> firmware = device.GetFirmware();
+        std::printf("  %-14s %s\n", device.GetDescription().Handler.c_str(),
+                    firmware ? sim::VersionText(*firmware).c_str() : "incomplete: runs its boot loader");
+    }
+}
 
 void Describe(sim::CServer& simulated)
 {
@@ -42,6 +63,7 @@ void Describe(sim::CServer& simulated)
     line("SMBIOS", server.Smbios == sim::SmbiosFault::Missing ? ""
                    : server.SmbiosDump.empty()                ? "built from the description"
                                                               : server.SmbiosDump.string());
+    DescribeProcessor(simulated);
 }
 
 std::string SeverityName(int severity)

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <initializer_list>
 
 #include "../host/progress.h"
 #include "../host/signals.h"
@@ -69,7 +70,6 @@ int CDeviceFirmware::DecideInstallState()
     const int notAllowed = ZALSTATE_INSTALLNOTALLOWED;
     if (m_Kind == DeviceKind_Unknown || m_sHandler.IsEmpty() || m_sHandler.GetLength() > MaxHandlerLength)
         return Refuse(notAllowed, "The settings name no device with its handler.");
-    if (!Channel().IsOpen()) return RefuseWithoutChannel();
     if (!m_bFound) return RefuseWithoutTarget(CStr("This server has no ") + m_sDevice + " of this kind.");
 
     m_Image.SetFile(Setting("Image", "File"), Setting("Image", "CRC32"));

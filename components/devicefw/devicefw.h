@@ -15,7 +15,7 @@
 class CDeviceFirmware : public CSampleComponent
 {
   public:
-    CDeviceFirmware() : CSampleComponent(FALSE), m_Image("device image") {}
+    CDeviceFirmware() : CSampleComponent(Needs_Channel), m_Image("device image") {}
 
   protected:
     void ReadDevice() override;

@@ -27,6 +27,7 @@ void CSampleComponent::Initialize()
 
     ReadDevice();
     m_InstallState = CheckPackage();
+    if (m_InstallState == StateOpen) m_InstallState = CheckChannel();
     if (m_InstallState == StateOpen) m_InstallState = CheckRule();
     if (m_InstallState == StateOpen) m_InstallState = DecideInstallState();
     LimitTexts();
@@ -44,8 +45,9 @@ int CSampleComponent::RefuseWithoutTarget(const CStr& message)
     return Refuse(ZALSTATE_NOTINSTALLEDNOTNEEDED, message);
 }
 
-int CSampleComponent::RefuseWithoutChannel()
+int CSampleComponent::CheckChannel()
 {
+    if (m_Needs != Needs_Channel || Channel().IsOpen()) return StateOpen;
     const BOOL broken = Channel().GetState() == ChannelState_Broken;
     return Refuse(ZALSTATE_INSTALLNOTALLOWED,
                   broken ? "The management processor does not answer; restart it, then try again."
@@ -80,7 +82,7 @@ int CSampleComponent::CheckPackage()
         return Refuse(notAllowed, CStr("There is no readable package description (qx*.xml) in ") + folder + ".");
     }
     // What is left in the message is the driver check's.
-    if (m_bNeedsRomDriver && m_bInitError) return notAllowed;
+    if (m_Needs == Needs_RomDriver && m_bInitError) return notAllowed;
     m_sErrorMessage = "";
 
     if (m_Properties.sName.IsEmpty() || m_Properties.sName.GetLength() > MaxTextLength)

@@ -29,8 +29,14 @@ class CSampleComponent : public CComponent
     ULONG Install(BOOL silent, PLOGFN logger, LPTSTR resultStr, ULONG resultLength, LPCTSTR language) override;
 
   protected:
-    // needsRomDriver: the component can't work without the ROM utility driver.
-    explicit CSampleComponent(BOOL needsRomDriver) : m_bNeedsRomDriver(needsRomDriver) {}
+    // What the component can't work without.
+    enum Needs
+    {
+        Needs_RomDriver,  // the ROM utility driver
+        Needs_Channel,    // the channel to the management processor
+    };
+
+    explicit CSampleComponent(Needs needs) : m_Needs(needs) {}
 
     // Finds the device and its current version; the properties are shown whatever becomes of it.
     virtual void ReadDevice() = 0;
@@ -41,9 +47,8 @@ class CSampleComponent : public CComponent
     // Keeps the message for the user and returns the state.
     int Refuse(int state, const CStr& message);
 
-    // The same for a server without the device, without a channel to the management processor.
+    // The same for a server without the device.
     int RefuseWithoutTarget(const CStr& message);
-    int RefuseWithoutChannel();
 
     // The state that follows from the versions.
     static int CompareVersions(const CFwVersion& current, const CFwVersion& offered);
@@ -65,10 +70,11 @@ class CSampleComponent : public CComponent
 
   private:
     int CheckPackage();
+    int CheckChannel();
     int CheckRule();
     void LimitTexts();
 
-    BOOL m_bNeedsRomDriver;
+    Needs m_Needs;
     BOOL m_bNoTarget = FALSE;
     std::unique_ptr<CINIFile> m_pSettings;
     std::unique_ptr<CChannelInterface> m_pChannel;

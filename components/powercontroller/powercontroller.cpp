@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <string>
 
 #include "../host/progress.h"
@@ -67,7 +68,7 @@ std::size_t TakePiece(const char* text, std::size_t length, std::string& piece, 
 
 }  // namespace
 
-CPowerController::CPowerController() : CSampleComponent(FALSE), m_Image("microcode image")
+CPowerController::CPowerController() : CSampleComponent(Needs_Channel), m_Image("microcode image")
 {
     for (CFwVersion* pVersion : {&m_CurrentVersion, &m_OfferedVersion}) pVersion->MajorMinorFormat = "%d.%d";
 }
@@ -101,7 +102,6 @@ int CPowerController::DecideInstallState()
 {
     if (m_Wanted == ControllerType_Unknown)
         return Refuse(ZALSTATE_INSTALLNOTALLOWED, "The settings name no family of power controllers.");
-    if (!Channel().IsOpen()) return RefuseWithoutChannel();
     if (!m_bFound) return RefuseWithoutTarget("This server has no power controller that this package knows.");
     if (m_pMicro->GetControllerType() != m_Wanted)
         return Refuse(ZALSTATE_NOTINSTALLEDNOTNEEDED, CStr("This package is for ") + FamilyName(m_Wanted) +

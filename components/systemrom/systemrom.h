@@ -7,7 +7,7 @@
 class CSystemRom : public CSampleComponent
 {
   public:
-    CSystemRom() : CSampleComponent(TRUE) {}
+    CSystemRom() : CSampleComponent(Needs_RomDriver) {}
 
   protected:
     void ReadDevice() override;
