@@ -1,7 +1,9 @@
 // Linked into every program of the sanitizer build: what is intended.
 extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions()
 {
-    return "leak:CStr::Format\n";  // the scratch buffer
+    return "leak:CStr::Format\n"  // the scratch buffer
+           "leak:CIntegerArray::Add\n"
+           "leak:CStrArray::Add\n";
 }
 
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options()

@@ -37,6 +37,21 @@ class FLASHLIB_API CFlashTableHeader
     CStr m_sROMRevision;
 };
 
+// Numbers of the flash tables: TABLE_EXEC_REQUEST::TableNumber.
+enum FlashTable
+{
+    FlashTable_Setup = 0,
+    FlashTable_Backup = 1,
+    FlashTable_Erase = 2,
+    FlashTable_Program = 3,
+    FlashTable_Cleanup = 4,
+    FlashTable_OsCleanup = 5,
+};
+
+// ZALFLSH_HEADER::FeatureBits1: which tables are run after programming.
+const ULONG FlashFeature_Cleanup = 4;
+const ULONG FlashFeature_OsCleanup = 8;
+
 // Flashes the system ROM: loads the flash table that the running ROM carries and runs the tables in their fixed order.
 // Call Initialize, then GetTableFromBootBlock, then DoFlash. A failure returns FALSE and leaves its text in
 // GetErrorMessage; nothing is undone, so an erase that no program follows leaves the ROM erased.

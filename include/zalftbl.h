@@ -34,6 +34,9 @@ struct TABLE_QUERY_RESULT
     DWORD TableSize;   // bytes
 };
 FLASHLIB_LAYOUT(TABLE_QUERY_RESULT, 16);
+FLASHLIB_OFFSET(TABLE_QUERY_RESULT, HeaderSize, 4);
+FLASHLIB_OFFSET(TABLE_QUERY_RESULT, TableAddr, 8);
+FLASHLIB_OFFSET(TABLE_QUERY_RESULT, TableSize, 12);
 
 // One run of a table. Zero-filled, then set by the caller; BytesReturned and Status are set by the library.
 struct TABLE_EXEC_REQUEST
@@ -48,7 +51,12 @@ struct TABLE_EXEC_REQUEST
     BYTE IsSpsFlash;           // the image is an SPS firmware image
 };
 FLASHLIB_LAYOUT(TABLE_EXEC_REQUEST, 25 + sizeof(void*));
+FLASHLIB_OFFSET(TABLE_EXEC_REQUEST, pBuffer, 4);
 FLASHLIB_OFFSET(TABLE_EXEC_REQUEST, BufferSize, 4 + sizeof(void*));
+FLASHLIB_OFFSET(TABLE_EXEC_REQUEST, BytesReturned, 8 + sizeof(void*));
+FLASHLIB_OFFSET(TABLE_EXEC_REQUEST, Status, 12 + sizeof(void*));
+FLASHLIB_OFFSET(TABLE_EXEC_REQUEST, PhysicalBuffer, 16 + sizeof(void*));
+FLASHLIB_OFFSET(TABLE_EXEC_REQUEST, PhysicalBufferSize, 20 + sizeof(void*));
 FLASHLIB_OFFSET(TABLE_EXEC_REQUEST, IsSpsFlash, 24 + sizeof(void*));
 
 #pragma pack(pop)

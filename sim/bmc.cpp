@@ -20,6 +20,7 @@ using Bytes = std::vector<std::uint8_t>;
 const std::uint8_t Completion_OK = 0x00;
 const std::uint8_t Completion_InvalidCommand = 0xC1;
 const std::uint8_t Completion_BadLength = 0xC7;
+const std::uint8_t Completion_BadField = 0xCC;
 
 const std::uint8_t NetFunction_App = 0x06;
 const std::uint8_t Command_GetDeviceId = 0x01;
@@ -74,7 +75,7 @@ Bytes CBmc::AccessNvram(const Bytes& request)
     std::memcpy(&access, request.data(), request.size());
     _evtLogHdr entry = {};
     std::memcpy(&entry, access.VRLEntry, sizeof entry);
-    if (access.Header.SubType != SubType_LogVrl) return {Completion_InvalidCommand};
+    if (access.Header.SubType != SubType_LogVrl) return {Completion_BadField};
     if (entry.wEvtLength <= sizeof entry || entry.wEvtLength != request.size() - RequestHeader ||
         access.Header.Size != entry.wEvtLength)
         return {Completion_BadLength};

@@ -90,6 +90,7 @@ IpmiFaults ManagementControllerFaults(const Json& object)
     faults.CompletionCode = object.value("completion_code", 0);
     faults.Status = object.value("status", 0);
     faults.SendFails = object.value("send_fails", false);
+    faults.Padding = object.value("padding", 0);
     faults.EmptyAnswer = object.value("empty_answer", false);
     return faults;
 }

@@ -70,6 +70,7 @@ struct IpmiFaults
     int CompletionCode;  // every command is answered with it; 0: as it should be
     int Status;          // NVRAM accesses are answered with it
     bool SendFails;      // the driver takes no request
+    int Padding;         // so many bytes more than it should have are in the answer
     bool EmptyAnswer;    // the answer carries no data at all
 };
 

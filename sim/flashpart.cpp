@@ -9,6 +9,8 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "flashtable.h"
+
 namespace sim
 {
 
@@ -21,16 +23,6 @@ const std::uint32_t BiosAreaAddress = 0xF0000;
 
 const char* const szTableNames[] = {"setup", "backup", "erase", "program", "cleanup", "os-cleanup"};
 
-enum : DWORD
-{
-    Table_Setup,
-    Table_Backup,
-    Table_Erase,
-    Table_Program,
-    Table_Cleanup,
-    Table_Cleanup2,
-};
-
 }  // namespace
 
 CFlashPart::CFlashPart(const ServerDescription& server, const std::filesystem::path& folder, CJournal& journal)
@@ -38,6 +30,8 @@ CFlashPart::CFlashPart(const ServerDescription& server, const std::filesystem::p
       m_File(folder / "rom.bin"),
       m_Journal(journal),
       m_Running(server.Rom),
+      m_BufferAddress(0),
+      m_BufferSize(0),
       m_bBootBlock(false),
       m_bSetUp(false),
       m_bErased(false)
@@ -52,20 +46,26 @@ CFlashPart::CFlashPart(const ServerDescription& server, const std::filesystem::p
     }
 
     m_BiosArea.assign(m_Bytes.end() - BiosAreaSize, m_Bytes.end());
-    m_HeaderOffset = FindRomHeader(m_BiosArea);
-    if (!m_HeaderOffset && !server.Rom.Family.empty()) {
+    m_Header = FindRomHeader(m_BiosArea);
+    if (!server.Rom.Family.empty() && !(m_Header && IsWholeRomImage(m_Bytes))) {
         m_bBootBlock = true;
         m_BiosArea = BuildRomImage({server.Rom.Family, "", "", "BOOT BLOCK"}, BiosAreaSize);
-        m_HeaderOffset = FindRomHeader(m_BiosArea);
+        m_Header = FindRomHeader(m_BiosArea);
     }
-    if (m_HeaderOffset) m_Running = ReadRomHeader(m_BiosArea, *m_HeaderOffset);
+    if (m_Header) m_Running = m_Header->Rom;
     m_Table.assign(m_BiosArea.begin(), m_BiosArea.begin() + TableSize);
+}
+
+void CFlashPart::SetBuffer(DWORD address, DWORD size)
+{
+    m_BufferAddress = address;
+    m_BufferSize = size;
 }
 
 bool CFlashPart::IsSelected() const
 {
     const auto& names = m_Server.FlashTables;
-    return m_HeaderOffset && std::find(names.begin(), names.end(), m_Selected) != names.end();
+    return m_Header && std::find(names.begin(), names.end(), m_Selected) != names.end();
 }
 
 TABLE_QUERY_RESULT CFlashPart::Query() const
@@ -75,14 +75,14 @@ TABLE_QUERY_RESULT CFlashPart::Query() const
     result.TableAddr = 0xFFFF0000;
     result.TableSize = static_cast<DWORD>(m_Table.size());
     if (m_Server.Flash.NoHeader) return result;
-    result.HeaderAddr = static_cast<DWORD>(BiosAreaAddress + *m_HeaderOffset);
-    result.HeaderSize = static_cast<DWORD>(RomHeaderSize(m_Running));
+    result.HeaderAddr = static_cast<DWORD>(BiosAreaAddress + m_Header->Offset);
+    result.HeaderSize = static_cast<DWORD>(m_Header->Size);
     return result;
 }
 
 void CFlashPart::ReadHeader(void* buffer) const
 {
-    if (IsSelected()) std::memcpy(buffer, m_BiosArea.data() + *m_HeaderOffset, Query().HeaderSize);
+    if (IsSelected()) std::memcpy(buffer, m_BiosArea.data() + m_Header->Offset, Query().HeaderSize);
 }
 
 void CFlashPart::ReadTable(void* buffer) const
@@ -104,7 +104,7 @@ void CFlashPart::CorruptNvram()
 
 void CFlashPart::Execute(TABLE_EXEC_REQUEST& request)
 {
-    const char* pszName = request.TableNumber <= Table_Cleanup2 ? szTableNames[request.TableNumber] : "unknown";
+    const char* pszName = request.TableNumber <= FlashTable_OsCleanup ? szTableNames[request.TableNumber] : "unknown";
     m_Journal.Write("flash start table=%u name=%s size=%u", request.TableNumber, pszName, request.BufferSize);
     request.Status = Run(request);
     m_Journal.Write("flash end table=%u name=%s status=%u", request.TableNumber, pszName, request.Status);
@@ -115,16 +115,16 @@ DWORD CFlashPart::Run(TABLE_EXEC_REQUEST& request)
 {
     const DWORD table = request.TableNumber;
     const bool fails = m_Server.Flash.FailsAtTable == static_cast<int>(table);
+    if (table > FlashTable_OsCleanup) return FlashStatus_UnknownTable;
     LosePower(table, 0);
-    if (table > Table_Cleanup2) return FlashStatus_UnknownTable;
-    if (table != Table_Setup && !m_bSetUp) return FlashStatus_NotSetUp;
+    if (table != FlashTable_Setup && !m_bSetUp) return FlashStatus_NotSetUp;
 
     DWORD status = FlashStatus_OK;
-    if (table == Table_Setup) m_bSetUp = !fails;
-    if (table == Table_Backup) status = Backup(request);
-    if (table == Table_Erase) status = Erase(fails ? m_Bytes.size() / 2 : m_Bytes.size());
-    if (table == Table_Program) status = Program(request, fails ? request.BufferSize / 2 : request.BufferSize);
-    if (table == Table_Cleanup2) m_bSetUp = false;
+    if (table == FlashTable_Setup) m_bSetUp = !fails;
+    if (table == FlashTable_Backup) status = Backup(request);
+    if (table == FlashTable_Erase) status = Erase(fails ? m_Bytes.size() / 2 : m_Bytes.size());
+    if (table == FlashTable_Program) status = Program(request, fails ? request.BufferSize / 2 : request.BufferSize);
+    if (table == FlashTable_OsCleanup) m_bSetUp = false;
     return fails ? DWORD{FlashStatus_DeviceError} : status;
 }
 
@@ -141,17 +141,16 @@ DWORD CFlashPart::Erase(std::size_t bytes)
     const std::vector<std::uint8_t> erased(BlockSize, 0xFF);
     for (std::size_t offset = 0; offset + BlockSize <= bytes; offset += BlockSize) {
         WriteBlock(offset, erased.data());
-        LosePower(Table_Erase, offset / BlockSize + 1);
+        LosePower(FlashTable_Erase, offset / BlockSize + 1);
     }
-    m_bErased = true;
+    m_bErased = bytes == m_Bytes.size();
     return FlashStatus_OK;
 }
 
 DWORD CFlashPart::Program(const TABLE_EXEC_REQUEST& request, std::size_t bytes)
 {
     if (!m_bErased) return FlashStatus_NotErased;
-    if (request.PhysicalBuffer != static_cast<DWORD>(m_Server.FlashBufferAddress) ||
-        request.PhysicalBufferSize != m_Server.FlashBufferSize || request.PhysicalBuffer == 0)
+    if (request.PhysicalBuffer != m_BufferAddress || request.PhysicalBufferSize != m_BufferSize || m_BufferAddress == 0)
         return FlashStatus_BadBuffer;
     if (request.BufferSize != m_Bytes.size() || request.BufferSize > request.PhysicalBufferSize)
         return FlashStatus_BadSize;
@@ -160,20 +159,20 @@ DWORD CFlashPart::Program(const TABLE_EXEC_REQUEST& request, std::size_t bytes)
     const auto* pImage = static_cast<const std::uint8_t*>(request.pBuffer);
     for (std::size_t offset = 0; offset + BlockSize <= bytes; offset += BlockSize) {
         if (m_Server.Flash.StuckBlock != static_cast<int>(offset / BlockSize)) WriteBlock(offset, pImage + offset);
-        LosePower(Table_Program, offset / BlockSize + 1);
+        LosePower(FlashTable_Program, offset / BlockSize + 1);
     }
     return FlashStatus_OK;
 }
 
 void CFlashPart::WriteBlock(std::size_t offset, const std::uint8_t* bytes)
 {
-    if (!std::filesystem::exists(m_File))
-        std::ofstream(m_File, std::ios::binary)
-            .write(reinterpret_cast<const char*>(m_Bytes.data()), static_cast<std::streamsize>(m_Bytes.size()));
     std::copy_n(bytes, BlockSize, m_Bytes.begin() + static_cast<std::ptrdiff_t>(offset));
-    std::fstream file(m_File, std::ios::binary | std::ios::in | std::ios::out);
-    file.seekp(static_cast<std::streamoff>(offset));
-    if (!file.write(reinterpret_cast<const char*>(bytes), BlockSize).flush())
+    const bool isNew = !std::filesystem::exists(m_File);
+    std::fstream file(m_File, std::ios::binary | (isNew ? std::ios::out : std::ios::in | std::ios::out));
+    const std::size_t start = isNew ? 0 : offset;
+    file.seekp(static_cast<std::streamoff>(start));
+    const char* pStart = reinterpret_cast<const char*>(m_Bytes.data() + start);
+    if (!file.write(pStart, static_cast<std::streamsize>(isNew ? m_Bytes.size() : BlockSize)).flush())
         throw std::runtime_error("Can't write " + m_File.string());
 }
 

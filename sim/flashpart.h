@@ -34,13 +34,16 @@ class CFlashPart
     // description's.
     CFlashPart(const ServerDescription& server, const std::filesystem::path& folder, CJournal& journal);
 
-    // What runs since the server was started: the ROM of the part, or, where that has no flash image header, the boot
-    // block, which knows the ROM family alone.
+    // What runs since the server was started: the ROM of the part, or, where that is not whole, the boot block, which
+    // knows the ROM family alone.
     const RomDescription& GetRunningRom() const { return m_Running; }
     bool RunsOnBootBlock() const { return m_bBootBlock; }
 
     // The BiosAreaSize bytes that the server maps into the legacy BIOS area.
     const std::vector<std::uint8_t>& GetBiosArea() const { return m_BiosArea; }
+
+    // Tells where the firmware reserves memory for flashing.
+    void SetBuffer(DWORD address, DWORD size);
 
     // The driver library's operations; tables are those of the ROM that runs.
     void Select(const std::string& name) { m_Selected = name; }
@@ -66,8 +69,10 @@ class CFlashPart
     std::vector<std::uint8_t> m_Bytes;
     std::vector<std::uint8_t> m_BiosArea;
     std::vector<std::uint8_t> m_Table;
-    std::optional<std::size_t> m_HeaderOffset;  // in the BIOS area
+    std::optional<RomHeader> m_Header;  // of what runs
     RomDescription m_Running;
+    DWORD m_BufferAddress;
+    DWORD m_BufferSize;
     bool m_bBootBlock;
     std::string m_Selected;
     bool m_bSetUp;

@@ -18,7 +18,7 @@ namespace
 {
 
 const std::int64_t Millisecond = 1000000;
-const std::size_t MaxMessage = 272;  // the driver's limit
+const std::size_t MaxMessage = 270;  // the driver's limit
 
 class CIpmiNode : public IDevice
 {
@@ -74,7 +74,7 @@ class CIpmiNode : public IDevice
         if (request.addr_len > sizeof(ipmi_addr) || request.addr_len < sizeof address) return Fail(EINVAL);
         std::memcpy(&address, request.addr, sizeof address);
         if (address.addr_type != IPMI_SYSTEM_INTERFACE_ADDR_TYPE || address.channel != IPMI_BMC_CHANNEL ||
-            address.lun != 0)
+            address.lun > 3 || (request.msg.netfn & 1) != 0)
             return Fail(EINVAL);
         if (request.msg.data_len > MaxMessage) return Fail(EMSGSIZE);
         if (m_Faults.SendFails) return Fail(EIO);
@@ -83,6 +83,7 @@ class CIpmiNode : public IDevice
                                                            {request.msg.data, request.msg.data + request.msg.data_len});
         if (m_Faults.Silent) return 0;
         if (m_Faults.EmptyAnswer) response.clear();
+        response.resize(response.size() + static_cast<std::size_t>(m_Faults.Padding));
         m_Answers.push_back({CClock::Instance().Now() + m_Faults.DelayMs * Millisecond,
                              m_Faults.Event ? IPMI_ASYNC_EVENT_RECV_TYPE : IPMI_RESPONSE_RECV_TYPE,
                              m_Faults.Foreign ? request.msgid + 1 : request.msgid,

@@ -20,12 +20,20 @@ std::filesystem::path ChosenFile(const std::filesystem::path& file)
 
 }  // namespace
 
-CJournal::CJournal(const std::filesystem::path& file) : m_File(ChosenFile(file)), m_pFile(nullptr, std::fclose) {}
+CJournal::CJournal(const std::filesystem::path& file) : m_File(ChosenFile(file)), m_pFile(nullptr, std::fclose)
+{
+    if (m_File != file) Open();  // one that can't be written is refused before anything is done
+}
+
+void CJournal::Open()
+{
+    m_pFile.reset(std::fopen(m_File.c_str(), "ae"));
+    if (!m_pFile) throw std::runtime_error("Can't write the journal " + m_File.string());
+}
 
 void CJournal::Write(const char* format, ...)
 {
-    if (!m_pFile) m_pFile.reset(std::fopen(m_File.c_str(), "ae"));
-    if (!m_pFile) throw std::runtime_error("Can't write the journal " + m_File.string());
+    if (!m_pFile) Open();
     const std::int64_t now = CClock::Instance().Now();
     std::fprintf(m_pFile.get(), "%lld.%06lld ", static_cast<long long>(now / 1000000000),
                  static_cast<long long>(now / 1000 % 1000000));

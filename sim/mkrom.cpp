@@ -9,21 +9,11 @@
 #include <string>
 #include <vector>
 
+#include "crc.h"
 #include "romimage.h"
 
 namespace
 {
-
-// CRC-32 of IEEE 802.3, bit by bit: on purpose not the library's, which is checked against it.
-std::uint32_t Crc32(const std::vector<std::uint8_t>& bytes)
-{
-    std::uint32_t crc = 0xFFFFFFFF;
-    for (std::uint8_t byte : bytes) {
-        crc ^= byte;
-        for (int bit = 0; bit < 8; bit++) crc = crc & 1 ? crc >> 1 ^ 0xEDB88320 : crc >> 1;
-    }
-    return ~crc;
-}
 
 void Replace(std::string& text, const std::string& find, const std::string& replacement)
 {
@@ -66,7 +56,7 @@ int main(int argc, char** argv)
         if (!stream) throw std::runtime_error("can't read " + packageTemplate);
         std::string text((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
         char crc[9];
-        std::snprintf(crc, sizeof crc, "%08X", static_cast<unsigned>(Crc32(bytes)));
+        std::snprintf(crc, sizeof crc, "%08X", static_cast<unsigned>(sim::Crc32(bytes.data(), bytes.size())));
         Replace(text, "@FAMILY@", rom.Family);
         Replace(text, "@VERSION@", rom.Version);
         Replace(text, "@DATE@", rom.Date);

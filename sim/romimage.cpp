@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string>
 
+#include "crc.h"
 #include "zalftbl.h"
 
 namespace sim
@@ -25,18 +26,12 @@ void FillWithCode(std::vector<std::uint8_t>& image, const std::string& seed)
     }
 }
 
-// "2.30 (09/12/2019)"; empty for a ROM without a version.
-std::string Revision(const RomDescription& rom)
-{
-    return rom.Version.empty() ? "" : rom.Version + " (" + rom.Date + ")";
-}
-
 }  // namespace
 
 std::vector<std::uint8_t> BuildRomImage(const RomDescription& rom, std::size_t size)
 {
     std::vector<std::uint8_t> image(size);
-    const std::string revision = Revision(rom);
+    const std::string revision = rom.Version.empty() ? "" : rom.Version + " (" + rom.Date + ")";
     FillWithCode(image, rom.Family + revision);
 
     ZALFLSH_HEADER header = {};
@@ -53,38 +48,41 @@ std::vector<std::uint8_t> BuildRomImage(const RomDescription& rom, std::size_t s
         std::strcpy(pString, pText->c_str());
         pString += pText->size() + 1;
     }
+    const std::uint32_t crc = Crc32(image.data(), size - sizeof(std::uint32_t));
+    std::memcpy(image.data() + size - sizeof crc, &crc, sizeof crc);
     return image;
 }
 
-std::optional<std::size_t> FindRomHeader(const std::vector<std::uint8_t>& area)
+bool IsWholeRomImage(const std::vector<std::uint8_t>& image)
+{
+    std::uint32_t crc = 0;
+    const std::size_t length = image.size() - sizeof crc;
+    std::memcpy(&crc, image.data() + length, sizeof crc);
+    return crc == Crc32(image.data(), length);
+}
+
+std::optional<RomHeader> FindRomHeader(const std::vector<std::uint8_t>& area)
 {
     static const std::string signature = "$ZALFLSH";
+    const std::size_t stringsOffset = offsetof(ZALFLSH_HEADER, ImageName);
     const auto found = std::search(area.begin(), area.end(), signature.begin(), signature.end());
-    const std::size_t offset = static_cast<std::size_t>(found - area.begin());
-    if (area.size() - offset <= offsetof(ZALFLSH_HEADER, ImageName)) return std::nullopt;
-    const auto strings = found + offsetof(ZALFLSH_HEADER, ImageName);
-    if (std::count(strings, area.end(), 0) < 3) return std::nullopt;
-    return offset;
-}
+    if (static_cast<std::size_t>(area.end() - found) <= stringsOffset) return std::nullopt;
 
-RomDescription ReadRomHeader(const std::vector<std::uint8_t>& area, std::size_t offset)
-{
-    const char* pString = reinterpret_cast<const char*>(area.data() + offset) + offsetof(ZALFLSH_HEADER, ImageName);
-    RomDescription rom;
+    RomHeader header = {};
+    header.Offset = static_cast<std::size_t>(found - area.begin());
     std::string revision;
-    for (std::string* pText : {&rom.Name, &rom.Family, &revision}) {
-        *pText = pString;
-        pString += pText->size() + 1;
+    auto string = found + static_cast<std::ptrdiff_t>(stringsOffset);
+    for (std::string* pText : {&header.Rom.Name, &header.Rom.Family, &revision}) {
+        const auto end = std::find(string, area.end(), 0);
+        if (end == area.end()) return std::nullopt;
+        pText->assign(string, end);
+        string = end + 1;
     }
-    rom.Version = revision.substr(0, revision.find(' '));
+    header.Size = static_cast<std::size_t>(string - found);
+    header.Rom.Version = revision.substr(0, revision.find(' '));
     const std::size_t date = revision.find('(');
-    if (date != std::string::npos) rom.Date = revision.substr(date + 1, revision.find(')') - date - 1);
-    return rom;
-}
-
-std::size_t RomHeaderSize(const RomDescription& rom)
-{
-    return offsetof(ZALFLSH_HEADER, ImageName) + rom.Name.size() + rom.Family.size() + Revision(rom).size() + 3;
+    if (date != std::string::npos) header.Rom.Date = revision.substr(date + 1, revision.find(')') - date - 1);
+    return header;
 }
 
 }  // namespace sim

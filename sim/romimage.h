@@ -15,16 +15,20 @@ namespace sim
 const std::size_t BiosAreaSize = 65536;
 
 // Builds an image of size bytes (at least BiosAreaSize) that carries a flash image header in its last BiosAreaSize
-// bytes. The same description gives the same bytes.
+// bytes and ends with the CRC-32 of what is before. The same description gives the same bytes.
 std::vector<std::uint8_t> BuildRomImage(const RomDescription& rom, std::size_t size);
 
-// Offset of the flash image header in a BIOS area; nothing where there is none that is whole.
-std::optional<std::size_t> FindRomHeader(const std::vector<std::uint8_t>& area);
+// True when the CRC-32 at the end holds.
+bool IsWholeRomImage(const std::vector<std::uint8_t>& image);
 
-// What the header at that offset tells.
-RomDescription ReadRomHeader(const std::vector<std::uint8_t>& area, std::size_t offset);
+struct RomHeader
+{
+    std::size_t Offset;  // in the BIOS area
+    std::size_t Size;    // bytes, its strings included
+    RomDescription Rom;  // what it tells
+};
 
-// Bytes of the header of such a ROM, its strings included.
-std::size_t RomHeaderSize(const RomDescription& rom);
+// The flash image header in a BIOS area; nothing where there is none that is whole.
+std::optional<RomHeader> FindRomHeader(const std::vector<std::uint8_t>& area);
 
 }  // namespace sim

@@ -46,6 +46,8 @@ CServer::CServer(const std::filesystem::path& folder)
 {
     m_Smbios = m_Description.SmbiosDump.empty() ? BuildSmbios(m_Description, m_FlashPart.GetRunningRom(), SmbiosAddress)
                                                 : ReadSmbiosDump(m_Description.SmbiosDump, SmbiosAddress);
+    const SMBIOS_RESERVED_BUFFER buffer = FindFlashBuffer(m_Smbios);
+    m_FlashPart.SetBuffer(static_cast<DWORD>(buffer.Address), buffer.Size);
     MapMemory(BiosArea, m_FlashPart.GetBiosArea());
     MapMemory(SmbiosAddress, m_Smbios.Table);
 }

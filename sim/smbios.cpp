@@ -205,6 +205,16 @@ SmbiosTables BuildSmbios(const ServerDescription& server, const RomDescription& 
     return table.Finish(HasVersionRecords(server) ? 7 : 3, address);
 }
 
+SMBIOS_RESERVED_BUFFER FindFlashBuffer(const SmbiosTables& tables)
+{
+    static const BYTE signature[] = {'$', 'S', 'R', 'B'};
+    const std::vector<BYTE>& table = tables.Table;
+    SMBIOS_RESERVED_BUFFER buffer = {};
+    const auto found = std::search(table.begin(), table.end(), std::begin(signature), std::end(signature));
+    if (table.end() - found >= static_cast<std::ptrdiff_t>(sizeof buffer)) std::memcpy(&buffer, &*found, sizeof buffer);
+    return buffer;
+}
+
 SmbiosTables ReadSmbiosDump(const std::filesystem::path& file, std::uint32_t address)
 {
     std::ifstream stream(file, std::ios::binary);

@@ -21,6 +21,9 @@ struct SmbiosTables
 // 229. The checksums of the entry point hold for the address that it tells.
 SmbiosTables BuildSmbios(const ServerDescription& server, const RomDescription& rom, std::uint32_t address);
 
+// The buffer that the tables' type 229 records reserve for flashing; zeros when there is none.
+SMBIOS_RESERVED_BUFFER FindFlashBuffer(const SmbiosTables& tables);
+
 // Reads and writes a dump in the layout of "dmidecode --dump-bin": the entry point at the start of the file, the table
 // at the offset that it tells. Reading places the table at address. Throw std::runtime_error with a sentence.
 SmbiosTables ReadSmbiosDump(const std::filesystem::path& file, std::uint32_t address);

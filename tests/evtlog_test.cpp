@@ -53,9 +53,10 @@ TEST(Ipmi, ExchangesOneCommand)
 TEST(Ipmi, FailsWithoutAnAnswerOfItsOwn)
 {
     const std::pair<const char*, int> cases[] = {
-        {R"({"missing": true})", 0},      {R"({"send_fails": true})", 0}, {R"({"silent": true})", 0},
-        {R"({"foreign": true})", 0},      {R"({"event": true})", 0},      {R"({"delay_ms": 10001})", 0},
-        {R"({"empty_answer": true})", 0}, {R"({"delay_ms": 9999})", 1},   {R"({"interruptions": 3})", 1},
+        {R"({"missing": true})", 0},    {R"({"send_fails": true})", 0},   {R"({"silent": true})", 0},
+        {R"({"foreign": true})", 0},    {R"({"event": true})", 0},        {R"({"delay_ms": 10001})", 0},
+        {R"({"padding": 497})", 0},     {R"({"empty_answer": true})", 0}, {R"({"delay_ms": 9999})", 1},
+        {R"({"interruptions": 3})", 1},
     };
     for (const auto& c : cases) {
         UseServer(Server(c.first));

@@ -15,9 +15,8 @@ namespace
 template <typename Step>
 Step Next(std::deque<Step>& script)
 {
-    if (script.empty()) return Step();
-    const Step step = script.front();
-    script.pop_front();
+    const Step step = script.empty() ? Step() : script.front();
+    if (!script.empty()) script.pop_front();
     return step;
 }
 
@@ -31,8 +30,7 @@ ZALCISTATUS ZalCiInitialize(void*)
 ZALCISTATUS ZalCiCreate(void* pKey, ZALCIHANDLE* phChannel, ULONG sendEntries, ULONG sendSize, ULONG recvEntries,
                         ULONG recvSize, ZALCIPRIORITY priority, int* pTimeout)
 {
-    if (pKey || sendEntries != 2 || sendSize != 4096 || recvEntries != 2 || recvSize != 4096 || priority != 0 ||
-        pTimeout)
+    if (pKey || sendEntries != 2 || sendSize != 4096 || recvEntries != 2 || recvSize != 4096 || priority || pTimeout)
         return ZalCiErrBadParameter;
     const ZALCISTATUS status = Next(g_FakeChannel.creates);
     if (status != ZalCiSuccess || g_FakeChannel.noHandle) return status;
@@ -50,30 +48,26 @@ int ZalCiSend(ZALCIHANDLE, const void* pBuffer, int length, ZALCISTATUS* pStatus
 
 int ZalCiRecv(ZALCIHANDLE, void* pBuffer, int size, ZALCISTATUS* pStatus, int* pTimeout)
 {
-    g_FakeChannel.sizes.push_back(size);
-    g_FakeChannel.timeouts.push_back(pTimeout ? *pTimeout : 0);
-    CFakeChannel::CReceive step = Next(g_FakeChannel.receives);
-    if (g_FakeChannel.silent) step.status = ZalCiErrFifoEmpty;
-    *pStatus = step.status;
-    if (step.status != ZalCiSuccess) {
-        const bool waits = step.status == ZalCiErrFifoEmpty || step.status == ZalCiErrTimeout;
-        if (waits && pTimeout) usleep(static_cast<useconds_t>(*pTimeout) * 1000);
-        return 0;
-    }
-    SMIFHDR header;
-    std::memcpy(&header, g_FakeChannel.sent.back().data(), sizeof header);
-    const auto body = g_FakeChannel.body.find(header.Command);
-    std::string reply(static_cast<std::size_t>(size), '\0');
-    if (body != g_FakeChannel.body.end()) reply = std::string(sizeof header, '\0') + body->second;
-    const auto answer = g_FakeChannel.answer.find(header.Command);
+    g_FakeChannel.size = size;
+    g_FakeChannel.timeout = pTimeout ? *pTimeout : int{CFakeChannel::NoTimeout};
+    const CFakeChannel::CReceive step = Next(g_FakeChannel.receives);
+    *pStatus = g_FakeChannel.silent ? ZalCiErrFifoEmpty : step.status;
+    if (*pStatus == ZalCiErrFifoEmpty && pTimeout) usleep(static_cast<useconds_t>(*pTimeout) * 1000);
+    if (*pStatus != ZalCiSuccess) return 0;
+
+    std::string reply = g_FakeChannel.sent.back().substr(0, sizeof(SMIFHDR));
+    SMIFHDR* pHeader = reinterpret_cast<SMIFHDR*>(reply.data());
+    const auto answer = g_FakeChannel.answer.find(pHeader->Command);
     if (answer != g_FakeChannel.answer.end())
-        reply = std::string(sizeof header, '\0') + answer->second(g_FakeChannel.sent.back());
-    header.Length = static_cast<WORD>(reply.size());
-    header.Sequence = static_cast<WORD>(header.Sequence + step.sequence);
-    std::memcpy(reply.data(), &header, sizeof header);
-    const std::size_t received = std::min(reply.size(), static_cast<std::size_t>(size));
-    std::memcpy(pBuffer, reply.data(), received);
-    return static_cast<int>(received) - step.missing;
+        g_FakeChannel.body[pHeader->Command] = answer->second(g_FakeChannel.sent.back());
+    const auto body = g_FakeChannel.body.find(pHeader->Command);
+    pHeader->Sequence = static_cast<WORD>(pHeader->Sequence + step.sequence);
+    const std::size_t length =
+        body == g_FakeChannel.body.end() ? static_cast<std::size_t>(size) - reply.size() : body->second.size();
+    pHeader->Length = static_cast<WORD>(reply.size() + length);
+    reply += body == g_FakeChannel.body.end() ? std::string(length, '\0') : body->second;
+    std::memcpy(pBuffer, reply.data(), std::min(reply.size(), static_cast<std::size_t>(size)));
+    return static_cast<int>(reply.size()) - step.missing;
 }
 
 ZALCISTATUS ZalCiClose(ZALCIHANDLE)

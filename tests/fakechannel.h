@@ -5,7 +5,6 @@
 #include <deque>
 #include <functional>
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -20,6 +19,8 @@ struct CFakeChannel
         int missing = 0;   // bytes of the reply
     };
 
+    static const int NoTimeout = -2;
+
     // What is to happen; success, and the answer to the last packet, when nothing is left.
     std::deque<ZALCISTATUS> creates;
     std::deque<ZALCISTATUS> sends;
@@ -32,8 +33,8 @@ struct CFakeChannel
     // What has happened.
     int open = 0;                   // channels
     std::vector<std::string> sent;  // every attempt
-    std::vector<int> sizes;         // of receive buffers
-    std::vector<int> timeouts;      // of receives; 0: null
+    int size = 0;                   // of the last receive's buffer
+    int timeout = 0;                // of the last receive; NoTimeout: null
 };
 
 extern CFakeChannel g_FakeChannel;

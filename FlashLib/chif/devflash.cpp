@@ -16,6 +16,7 @@ class CDeviceFlash : public CExchange<SMIFCMD_DEVICE_FLASH>
         : CExchange(channel, pszMethod)
     {
         request.Operation = operation;
+        response.Status = static_cast<DWORD>(DeviceFlashStatus_Failed);  // in case that the reply is too short for one
         if (pszHandler) std::memcpy(request.Handler, pszHandler, strnlen(pszHandler, sizeof request.Handler - 1));
     }
 

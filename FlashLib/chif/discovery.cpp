@@ -9,7 +9,7 @@
 namespace
 {
 
-const int PciFunctions = 3;  // of the processor; another count is another device
+const int PciFunctions = 3;  // of the processor: exactly, not at least
 
 const char* const CountPciFunctions =
     "grep -i -e " PLATFORM_MOX_PCI_ID_0 " -e " PLATFORM_MOX_PCI_ID_1 " -e " PLATFORM_MOX_PCI_ID_2
@@ -45,6 +45,39 @@ int GenerationOf(const SMIFRSP_GET_STATUS& status)
 }
 
 }  // namespace
+
+CChannelInterface::CChannelInterface()
+    : m_bBroken(FALSE),
+      m_bDriverFound(FALSE),
+      m_bHardwareFound(FALSE),
+      m_hChannel(nullptr),
+      m_NextSequenceNumber(0),
+      m_Generation(0),
+      m_PSInfo()
+{
+    _DebugPrintf("CChannelInterface::CChannelInterface()\n");
+    InitChannelDriver();
+}
+
+CChannelInterface::~CChannelInterface()
+{
+    _DebugPrintf("CChannelInterface::~CChannelInterface()\n");
+    TerminateChannelDriver();
+}
+
+void CChannelInterface::InitChannelDriver()
+{
+    m_bHardwareFound = FALSE;
+    ZalCiInitialize(nullptr);
+    CheckDriver();
+    if (!m_bDriverFound && !m_bBroken && FindDevice())
+        _DebugPrintf("CChannelInterface::InitChannelDriver: Device exists, but driver not loaded\n");
+}
+
+void CChannelInterface::TerminateChannelDriver()
+{
+    Close();
+}
 
 ChannelState CChannelInterface::GetState() const
 {

@@ -58,7 +58,7 @@ class CExchange
 {
   public:
     CExchange(CChannelInterface& channel, const char* pszMethod)
-        : request(), response(), m_Channel(channel), m_pszMethod(pszMethod)
+        : request(), response(), m_pszMethod(pszMethod), m_Channel(channel)
     {
         request.Length = sizeof request;
         request.Command = Command;
@@ -70,9 +70,10 @@ class CExchange
         return m_Channel.SmifCommand(&request, &response, sizeof response, timeout);
     }
 
-    // The exchanges of an operation: logged when they fail, and FALSE then. Those of the second and third kind leave
-    // the response's ErrorCode alone.
+    // The same as the exchange that an operation lives by: a failure is logged, and FALSE.
     BOOL Run(int timeout = CChannelInterface::DefaultRecvTimeout) { return Succeeded(Try(timeout)); }
+
+    // The same without a look at the response's ErrorCode.
     BOOL RunNoErr(int timeout = CChannelInterface::DefaultRecvTimeout)
     {
         return Succeeded(m_Channel.SmifCommandNoErr(&request, &response, sizeof response, timeout));
@@ -81,7 +82,8 @@ class CExchange
     {
         return Succeeded(m_Channel.SmifCommandNoErrWithOverallTimeout(&request, &response, sizeof response, seconds));
     }
-    // The reply overwrites the request, so that any reply counts as the right one.
+
+    // Run with the reply in the request's place, so that any reply counts as the right one.
     BOOL RunInPlace(int timeout = CChannelInterface::DefaultRecvTimeout)
     {
         return Succeeded(m_Channel.SmifCommand(&request, &request, sizeof request, timeout));
@@ -90,9 +92,11 @@ class CExchange
     typename CPackets<Command>::Request request;
     typename CPackets<Command>::Response response;
 
+  protected:
+    const char* m_pszMethod;
+
   private:
     BOOL Succeeded(int status) const { return status == 0 || LogFailure(m_pszMethod, CPackets<Command>::Failure); }
 
     CChannelInterface& m_Channel;
-    const char* m_pszMethod;
 };

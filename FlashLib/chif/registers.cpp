@@ -6,6 +6,25 @@
 namespace
 {
 
+// One access to a register.
+class CIoAccess : public CExchange<SMIFCMD_IO_ACCESS>
+{
+  public:
+    CIoAccess(CChannelInterface& channel, const char* pszMethod, int operation, int index)
+        : CExchange(channel, pszMethod)
+    {
+        request.Operation = static_cast<DWORD>(operation);
+        request.Index = static_cast<DWORD>(index);
+        response.Status = ~0U;  // in case that the reply is too short for one
+    }
+
+    BOOL Access()
+    {
+        if (!RunNoErr()) return FALSE;
+        return response.Status == 0 || LogFailure(m_pszMethod, "SMIFCMD_IO_ACCESS command failed");
+    }
+};
+
 // Reads and writes one register of the file with that name, and logs the outcome under the method for the file.
 
 BOOL ReadRegister(CChannelInterface& channel, const char* pszFile, int operation, int index, UCHAR* pValue)
@@ -52,15 +71,12 @@ BOOL CChannelInterface::ReadIoByte(int Operation, int Index, UCHAR* pValue)
 {
     if (!ChannelAvailable(*this, __func__)) return FALSE;
 
-    CExchange<SMIFCMD_IO_ACCESS> access(*this, __func__);
-    access.request.Operation = static_cast<DWORD>(Operation);
-    access.request.Index = static_cast<DWORD>(Index);
+    CIoAccess io(*this, __func__, Operation, Index);
     // The processor expects the index there too for this operation.
-    if (Operation == IoAccessOp_GetGPO) access.request.Value = static_cast<BYTE>(Index);
-    if (!access.RunNoErr()) return FALSE;
-    if (access.response.Status != 0) return LogFailure(__func__, "SMIFCMD_IO_ACCESS command failed");
+    if (Operation == IoAccessOp_GetGPO) io.request.Value = static_cast<BYTE>(Index);
+    if (!io.Access()) return FALSE;
 
-    HandOut(pValue, access.response.Value);
+    HandOut(pValue, io.response.Value);
     return TRUE;
 }
 
@@ -68,12 +84,9 @@ BOOL CChannelInterface::WriteIoByte(int Operation, int Index, UCHAR Value)
 {
     if (!ChannelAvailable(*this, __func__)) return FALSE;
 
-    CExchange<SMIFCMD_IO_ACCESS> access(*this, __func__);
-    access.request.Operation = static_cast<DWORD>(Operation);
-    access.request.Index = static_cast<DWORD>(Index);
-    access.request.Value = Value;
-    if (!access.RunNoErr()) return FALSE;
-    return access.response.Status == 0 || LogFailure(__func__, "SMIFCMD_IO_ACCESS command failed");
+    CIoAccess io(*this, __func__, Operation, Index);
+    io.request.Value = Value;
+    return io.Access();
 }
 
 BOOL CChannelInterface::ReadMEMID(int Index, UCHAR* pValue)
@@ -176,6 +189,7 @@ BOOL CChannelInterface::SetHostResetMode(int Mode)
 
     CExchange<SMIFCMD_HOST_RESET> reset(*this, __func__);
     reset.request.Mode = static_cast<WORD>(Mode);
+    // Intended: the processor's answer to a reset counts whatever it is in reply to.
     return reset.RunInPlace();
 }
 

@@ -19,46 +19,13 @@ const int ReceiveAttempts = 4;
 
 const int CommandFailed = ZalCiErrMax;
 
-// A discarded reply leaves nothing behind that a shorter one would bring to light.
+// What the next reply is too short to bring must not come from this one: it reads as an error.
 void Discard(SMIFPACKET* pResponse, int bufferSize)
 {
-    std::memset(pResponse, 0, static_cast<std::size_t>(bufferSize));
+    std::memset(pResponse, 0xFF, static_cast<std::size_t>(bufferSize));
 }
 
 }  // namespace
-
-CChannelInterface::CChannelInterface()
-    : m_bBroken(FALSE),
-      m_bDriverFound(FALSE),
-      m_bHardwareFound(FALSE),
-      m_hChannel(nullptr),
-      m_NextSequenceNumber(0),
-      m_Generation(0),
-      m_PSInfo()
-{
-    _DebugPrintf("CChannelInterface::CChannelInterface()\n");
-    InitChannelDriver();
-}
-
-CChannelInterface::~CChannelInterface()
-{
-    _DebugPrintf("CChannelInterface::~CChannelInterface()\n");
-    TerminateChannelDriver();
-}
-
-void CChannelInterface::InitChannelDriver()
-{
-    m_bHardwareFound = FALSE;
-    ZalCiInitialize(nullptr);
-    CheckDriver();
-    if (!m_bDriverFound && !m_bBroken && FindDevice())
-        _DebugPrintf("CChannelInterface::InitChannelDriver: Device exists, but driver not loaded\n");
-}
-
-void CChannelInterface::TerminateChannelDriver()
-{
-    Close();
-}
 
 int CChannelInterface::Open()
 {

@@ -8,19 +8,6 @@
 namespace
 {
 
-enum FlashTable
-{
-    FlashTable_Setup = 0,
-    FlashTable_Backup = 1,
-    FlashTable_Erase = 2,
-    FlashTable_Program = 3,
-    FlashTable_Cleanup = 4,
-    FlashTable_Cleanup2 = 5,
-};
-
-const ULONG Feature_Cleanup = 4;
-const ULONG Feature_Cleanup2 = 8;
-
 TABLE_EXEC_REQUEST Request(FlashTable table)
 {
     TABLE_EXEC_REQUEST request = {};
@@ -226,7 +213,7 @@ BOOL CFlashTable::ExecuteCleanupTable()
 BOOL CFlashTable::ExecuteCleanupTable2()
 {
     _DebugPrintf("CFlashTable::ExecuteCleanupTable2()\n");
-    TABLE_EXEC_REQUEST request = Request(FlashTable_Cleanup2);
+    TABLE_EXEC_REQUEST request = Request(FlashTable_OsCleanup);
     return RunTable(request);
 }
 
@@ -237,8 +224,9 @@ BOOL CFlashTable::DoFlash(CFwImage* image, BOOL isSps)
     if (!ExecuteSetupTable(isSps)) return Fail("Can't execute the Setup table");
     if (!ExecuteEraseTable()) return Fail("Can't execute the Erase table");
     if (!ExecuteProgramTable(image)) return Fail("Can't execute the Program table");
-    if ((m_FeatureBits1 & Feature_Cleanup) && !ExecuteCleanupTable()) return Fail("Can't execute the Cleanup table");
-    if ((m_FeatureBits1 & Feature_Cleanup2) && !ExecuteCleanupTable2())
+    if ((m_FeatureBits1 & FlashFeature_Cleanup) && !ExecuteCleanupTable())
+        return Fail("Can't execute the Cleanup table");
+    if ((m_FeatureBits1 & FlashFeature_OsCleanup) && !ExecuteCleanupTable2())
         return Fail("Can't execute the OS Cleanup table");
     return TRUE;
 }

@@ -109,7 +109,8 @@ class CBuilder
     void Open(const char* name, const char** attributes)
     {
         Keep(sizeof(CElement) + std::strlen(name));
-        for (const char** ppText = attributes; ppText && *ppText; ppText++) Keep(std::strlen(*ppText));
+        for (const char** ppText = attributes; ppText && *ppText; ppText++)
+            Keep(sizeof(std::string) + std::strlen(*ppText));
         std::deque<CElement>& elements = m_pDocument->Elements;
         m_OpenElements.push_back(elements.size());
         elements.emplace_back();
