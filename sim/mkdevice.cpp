@@ -28,7 +28,8 @@ int main(int argc, char** argv)
         const std::vector<std::uint8_t> bytes =
             sim::BuildDeviceImage(handler, sim::ParseFirmwareVersion(version, date), size);
         std::ofstream stream(image, std::ios::binary);
-        if (!stream.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())).flush())
+        if (!stream.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()))
+                 .flush())
             throw std::runtime_error("can't write " + image);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "mkdevice: %s\n", error.what());

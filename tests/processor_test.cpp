@@ -29,10 +29,8 @@ std::int64_t Milliseconds()
 
 Bytes Image(const std::string& handler, int major, int minor, std::size_t size, int pass = 0)
 {
-    return sim::BuildDeviceImage(handler,
-                                 {static_cast<BYTE>(major), static_cast<BYTE>(minor), static_cast<BYTE>(pass), 3, 15,
-                                  2021},
-                                 size);
+    return sim::BuildDeviceImage(
+        handler, {static_cast<BYTE>(major), static_cast<BYTE>(minor), static_cast<BYTE>(pass), 3, 15, 2021}, size);
 }
 
 int Upload(CChannelInterface& channel, const char* pszHandler, const Bytes& image)
@@ -124,8 +122,8 @@ TEST_F(Processor, IsFoundOnEverySampleServer)
         ChannelState State;
         int Generation, Major, Minor, Year;
     } cases[] = {
-        {"rack", ChannelState_Open, 4, 2, 70, 2018},   {"blade", ChannelState_Open, 4, 2, 61, 2017},
-        {"old", ChannelState_Open, 2, 2, 15, 2011},    {"bare", ChannelState_NoHardware, 0, 0, 0, 0},
+        {"rack", ChannelState_Open, 4, 2, 70, 2018}, {"blade", ChannelState_Open, 4, 2, 61, 2017},
+        {"old", ChannelState_Open, 2, 2, 15, 2011},  {"bare", ChannelState_NoHardware, 0, 0, 0, 0},
         {"broken", ChannelState_Broken, 0, 0, 0, 0},
     };
     for (const auto& c : cases) {
@@ -517,7 +515,7 @@ TEST_F(Processor, FailsAndRecoversFromPacketFaultsWithEveryCommand)
         const char* Name;
         const char* Fields;
     } faults[] = {
-        {"full_fifo", R"("times": 9)"}, {"full_fifo", R"("times": 10)"}, {"lost", ""},        {"late", ""},
+        {"full_fifo", R"("times": 9)"}, {"full_fifo", R"("times": 10)"}, {"lost", ""}, {"late", ""},
         {"stale", R"("replies": 3)"},   {"stale", R"("replies": 4)"},    {"runt", ""}, {"error", ""},
     };
     const struct
@@ -553,8 +551,8 @@ TEST_F(Processor, FailsAndRecoversFromPacketFaultsWithEveryCommand)
         std::string outcomes;
         for (const auto& fault : faults) {
             // The first status request is that of the discovery.
-            std::string fields = std::string(R"("command": ")") + command + R"(", "exchange": )" +
-                                 (command == "GET_STATUS" ? "2" : "1");
+            std::string fields =
+                std::string(R"("command": ")") + command + R"(", "exchange": )" + (command == "GET_STATUS" ? "2" : "1");
             if (*fault.Fields) fields += std::string(", ") + fault.Fields;
             UseFaults(std::string("{\"") + fault.Name + "\": {" + fields + "}}");
             CChannelInterface channel;
