@@ -57,7 +57,8 @@ class FLASHLIB_API CPowerMicro
     explicit CPowerMicro(CChannelInterface* pChannel);
     ~CPowerMicro();
 
-    // Where the controller is. What is not set by then, identifying the controller sets; register accesses need both.
+    // Where the controller is. Set both before its registers are asked; what is not set by then, the register set that
+    // it presents decides.
     void SetBus(int Bus) { m_Bus = Bus; }
     void SetAddress(int Address) { m_Address = Address; }
 
@@ -105,13 +106,14 @@ class FLASHLIB_API CPowerMicro
     // Brings the controller back into its application. Takes up to 12 seconds and more.
     BOOL Reset();
 
-    // Sends one HEX record in binary, count to checksum, to the boot loader and waits for it to be programmed. 0, or
-    // the programming status 7 when that does not end, or 0xFFFF.
+    // Sends one HEX record in binary, count to checksum and up to 32 bytes, to the boot loader and waits for it to be
+    // programmed. 0, or the programming status 7 when that does not end, or 0xFFFF.
     UINT16 WriteData(const UINT8* pData, int DataLength);
 
-    // Reads an Intel HEX text of ImageLength bytes, which need not be NUL-terminated: TRUE when all is well up to its
-    // end-of-file record. Every record is uploaded with bUpload, and stored with a buffer, which is zeroed before. Only
-    // the first 64 KiB of addresses are stored; one at or past the buffer's last byte ends it all.
+    // Reads an Intel HEX text of ImageLength bytes, which need not be NUL-terminated, up to its end-of-file record.
+    // Digits are upper-case; a ';' starts a comment to the end of the line. With bUpload each record goes through
+    // WriteData. With a buffer, which is zeroed first, data of the first 64 KiB is stored in it; data that reaches the
+    // buffer's last byte is refused. The log tells the offset of a record that is refused; those before it are done.
     BOOL HexWorker(const char* pHexImage, int ImageLength, BOOL bUpload, UINT8* pBinaryImageBuffer,
                    int BinaryImageBufferSize);
 

@@ -89,8 +89,7 @@ class CHexReader
         UINT8 sum = 0;
         if (!Decode(record, sum)) return Refuse("Line too long", record.Offset);
         if (sum != 0) return Refuse("Invalid checksum", record.Offset);
-        if (record.Size < CHexRecord::Overhead || record.Count() != record.Size - CHexRecord::Overhead)
-            return Refuse("Invalid record size", record.Offset);
+        if (record.Count() != record.Size - CHexRecord::Overhead) return Refuse("Invalid record size", record.Offset);
 
         m_Position++;  // whatever follows a record, it is not looked at: intended
         return TRUE;
@@ -110,19 +109,24 @@ class CHexReader
         }
     }
 
-    // Decodes pairs of digits and adds them up; FALSE when they are too many.
+    // Decodes pairs of digits and sums the bytes up; FALSE when they are too many.
     BOOL Decode(CHexRecord& record, UINT8& sum)
     {
+        // Locals: members would be read anew after every byte that is stored.
+        const UINT8* pPair = m_pText + m_Position;
+        const UINT8* const pEnd = m_pText + m_Length;
         int size = 0;
-        while (m_Position < m_Length && HexDigits.IsDigit[m_pText[m_Position]]) {
+        int total = 0;
+        for (; pPair < pEnd && HexDigits.IsDigit[*pPair]; pPair += 2) {
             if (size == CHexRecord::MaxSize) return FALSE;
-            if (m_Position + 1 == m_Length) break;  // half a pair at the end of the text is none
-            const UINT8 byte = DecodePair(m_pText + m_Position);
+            if (pPair + 1 == pEnd) break;  // half a pair at the end of the text is none
+            const UINT8 byte = DecodePair(pPair);
             record.Bytes[size++] = byte;
-            sum = static_cast<UINT8>(sum + byte);
-            m_Position += 2;
+            total += byte;
         }
         record.Size = size;
+        sum = static_cast<UINT8>(total);
+        m_Position = static_cast<std::size_t>(pPair - m_pText);
         return TRUE;
     }
 
@@ -164,7 +168,7 @@ BOOL CPowerMicro::HexWorker(const char* pHexImage, int ImageLength, BOOL bUpload
 {
     CHexImage image(pBinaryImageBuffer, BinaryImageBufferSize);
     CHexReader reader(pHexImage, ImageLength);
-    CHexRecord record;
+    CHexRecord record = {};
     while (reader.Read(record)) {
         switch (record.Type()) {
             case HexRecord_EndOfFile:

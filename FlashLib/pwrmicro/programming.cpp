@@ -31,7 +31,7 @@ const UINT16 WriteData_Failed = 0xFFFF;
 // An end-of-file record in binary.
 const UINT8 ResetPacket[] = {0x00, 0x00, 0x00, 0x01, 0xFF};
 
-// The order within each list is intended.
+// The order within each list is intended. Not const: SaveRegisters and RestoreRegisters take them so.
 
 CRegisterList OpalSavedRegisterList[] = {
     {0x16, 0x0001},
@@ -233,6 +233,10 @@ BOOL CPowerMicro::SaveState()
         m_RegisterList[1] = m_RegisterList[0];
         m_RegisterList[0] = BriskSavedRegisterList;  // first, unlike Quillon's: intended
     }
+
+    static_assert(sizeof BriskSavedRegisterList + sizeof OpalSavedRegisterList <=
+                      sizeof m_SavedRegisters / sizeof m_SavedRegisters[0] * sizeof(CRegisterList),
+                  "the longest lists must fit");
     UINT16* pValue = m_SavedRegisters;
     return SaveRegisters(m_RegisterList[0], pValue) && SaveRegisters(m_RegisterList[1], pValue);
 }
