@@ -56,10 +56,10 @@ sim::IDevice* FindDevice(int fd)
 template <typename Open>
 bool OpenDevice(const char* path, Open* next, int& fd)
 {
-    sim::CServer* pServer = sim::CServer::OwnsPath(path) ? sim::CurrentServer() : nullptr;
+    sim::CServer* pServer = path && sim::CServer::OwnsPath(path) ? sim::CurrentServer() : nullptr;
     if (!pServer) return false;
     fd = -1;
-    if (std::unique_ptr<sim::IDevice> pDevice = pServer->Open(path)) {
+    if (std::unique_ptr<sim::IDevice> pDevice = sim::OrEndProcess([&] { return pServer->Open(path); })) {
         fd = next("/dev/null", O_RDWR | O_CLOEXEC);  // keeps the number taken
         if (fd >= 0) OpenDevices()[fd] = std::move(pDevice);
     }
@@ -68,7 +68,8 @@ bool OpenDevice(const char* path, Open* next, int& fd)
 
 mode_t ModeArgument(int flags, va_list arguments)
 {
-    return flags & (O_CREAT | O_TMPFILE) ? static_cast<mode_t>(va_arg(arguments, unsigned int)) : 0;
+    const bool creates = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    return creates ? static_cast<mode_t>(va_arg(arguments, unsigned int)) : 0;
 }
 
 bool IsVirtual(clockid_t clock)
@@ -127,7 +128,24 @@ ENTRY_POINT ssize_t read(int fd, void* buffer, size_t size)
 {
     NEXT(read);
     sim::IDevice* pDevice = FindDevice(fd);
-    return pDevice ? pDevice->Read(buffer, size) : next(fd, buffer, size);
+    return pDevice ? sim::OrEndProcess([=] { return pDevice->Read(buffer, size); }) : next(fd, buffer, size);
+}
+
+// What programs call that are built with checks of their buffers (_FORTIFY_SOURCE).
+ENTRY_POINT int __open_2(const char* path, int flags)
+{
+    return open(path, flags);
+}
+
+ENTRY_POINT int __open64_2(const char* path, int flags)
+{
+    return open64(path, flags);
+}
+
+ENTRY_POINT ssize_t __read_chk(int fd, void* buffer, size_t size, size_t room)
+{
+    if (size > room) std::abort();
+    return read(fd, buffer, size);
 }
 
 ENTRY_POINT int ioctl(int fd, unsigned long request, ...)
@@ -138,7 +156,8 @@ ENTRY_POINT int ioctl(int fd, unsigned long request, ...)
     void* pArgument = va_arg(arguments, void*);
     va_end(arguments);
     sim::IDevice* pDevice = FindDevice(fd);
-    return pDevice ? pDevice->Ioctl(request, pArgument) : next(fd, request, pArgument);
+    if (!pDevice) return next(fd, request, pArgument);
+    return sim::OrEndProcess([=] { return pDevice->Ioctl(request, pArgument); });
 }
 
 // A device is waited for alone; sets of descriptors are the C library's.
@@ -148,7 +167,13 @@ ENTRY_POINT int poll(pollfd* descriptors, nfds_t count, int timeout)
     sim::IDevice* pDevice = count == 1 ? FindDevice(descriptors[0].fd) : nullptr;
     if (!pDevice) return next(descriptors, count, timeout);
     descriptors[0].revents = 0;
-    return pDevice->Poll(descriptors[0].events, timeout, descriptors[0].revents);
+    return sim::OrEndProcess([=] { return pDevice->Poll(descriptors[0].events, timeout, descriptors[0].revents); });
+}
+
+ENTRY_POINT int __poll_chk(pollfd* descriptors, nfds_t count, int timeout, size_t room)
+{
+    if (count > room / sizeof *descriptors) std::abort();
+    return poll(descriptors, count, timeout);
 }
 
 ENTRY_POINT int close(int fd)

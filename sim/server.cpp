@@ -85,18 +85,17 @@ std::unique_ptr<IDevice> CServer::Open(const std::string& path)
     return DeviceNodes().at(path)(*this);
 }
 
+void EndProcess(const std::exception& error)
+{
+    std::fprintf(stderr, "zalsim: %s\n", error.what());
+    std::_Exit(1);
+}
+
 CServer* CurrentServer()
 {
     static const char* pszFolder = std::getenv("ZALSIM_SERVER");
     std::unique_ptr<CServer>& slot = CurrentServerSlot();
-    if (!slot && pszFolder) {
-        try {
-            slot = std::make_unique<CServer>(std::filesystem::path(pszFolder));
-        } catch (const std::exception& error) {
-            std::fprintf(stderr, "zalsim: %s\n", error.what());
-            std::_Exit(1);
-        }
-    }
+    if (!slot && pszFolder) OrEndProcess([&] { slot = std::make_unique<CServer>(std::filesystem::path(pszFolder)); });
     return slot.get();
 }
 

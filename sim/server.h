@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -64,6 +65,20 @@ class CServer
     SmbiosTables m_Smbios;
     std::vector<Region> m_Memory;
 };
+
+// Says why the simulation can't go on, and ends the process: no exception may enter the installer.
+[[noreturn]] void EndProcess(const std::exception& error);
+
+// Does what an entry point does for the installer.
+template <typename Action>
+auto OrEndProcess(Action action) noexcept
+{
+    try {
+        return action();
+    } catch (const std::exception& error) {
+        EndProcess(error);
+    }
+}
 
 // The server that this process runs on: the one set last, else the one in the folder that the environment variable
 // ZALSIM_SERVER names, else null: the process then sees the real host. A server that can't be read ends the process.

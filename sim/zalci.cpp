@@ -20,7 +20,7 @@ int Carry(const void* pBuffer, int size, ZALCISTATUS* pStatus, Operation operati
     int carried = 0;
     sim::CChannelDriver* pDriver = Driver();
     ZALCISTATUS status = pDriver ? ZalCiErrBadParameter : ZalCiErrNoDriver;
-    if (pDriver && pBuffer && size > 0) status = operation(*pDriver, carried);
+    if (pDriver && pBuffer && size > 0) status = sim::OrEndProcess([&] { return operation(*pDriver, carried); });
     if (pStatus) *pStatus = status;
     return carried;
 }

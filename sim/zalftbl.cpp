@@ -20,7 +20,7 @@ int WithFlashPart(Action action)
 {
     sim::CFlashPart* pPart = FlashPart();
     if (!pPart) return -1;
-    action(*pPart);
+    sim::OrEndProcess([&] { action(*pPart); });
     return 0;
 }
 

@@ -2,8 +2,8 @@
 #include <tuple>
 
 #include "crc.h"
+#include "installer.h"
 #include "romimage.h"
-#include "support.h"
 
 namespace fs = std::filesystem;
 
@@ -18,40 +18,10 @@ std::string Image(const char* family, std::size_t size)
     return std::string(bytes.begin(), bytes.end());
 }
 
-// A copy of the package, and a server, for the real installer.
-class SystemRom : public testing::Test
+class SystemRom : public CInstallerTest
 {
   protected:
-    SystemRom()
-    {
-        for (const char* file : {"qxsystemrom.xml", "settings.ini", "P70_2.40.rom"})
-            fs::copy(fs::path(PACKAGES "/systemrom") / file, m_Package.Path());
-    }
-
-    // Runs the installer on a server; what it prints is in m_Output.
-    int Run(const std::string& server, const std::string& switches = "", const std::string& options = "")
-    {
-        m_Server.Write("server.json", server);
-        return RunCommand(std::string(ZALSIM) + " --server " + m_Server.Path().string() + " " + options + " -- " +
-                              Installer + " /y " + m_Package.Path().string() + " " + switches,
-                          m_Output);
-    }
-
-    bool Says(const std::string& text) const { return m_Output.find(text) != std::string::npos; }
-
-    // Replaces a text in a file of the package.
-    void Edit(const std::string& file, const std::string& find, const std::string& replacement)
-    {
-        std::string text = ReadFile(m_Package.Path() / file);
-        const std::size_t position = text.find(find);
-        ASSERT_NE(std::string::npos, position) << find;
-        m_Package.Write(file, text.replace(position, find.size(), replacement));
-    }
-
-    void Restore(const char* file)
-    {
-        fs::copy(fs::path(PACKAGES "/systemrom") / file, m_Package.Path(), fs::copy_options::overwrite_existing);
-    }
+    SystemRom() : CInstallerTest("systemrom") {}
 
     // Gives the package an image with its checksum.
     void UseImage(const std::string& image)
@@ -63,10 +33,6 @@ class SystemRom : public testing::Test
     }
 
     bool WasTouched() const { return fs::exists(m_Server.Path() / "rom.bin"); }
-
-    CTempFolder m_Package;
-    CTempFolder m_Server;
-    std::string m_Output;
 };
 
 }  // namespace
@@ -108,7 +74,7 @@ TEST_F(SystemRom, InstallsLogsAndIsThenTheSame)
     EXPECT_EQ(0, Run(RackServer(), "/d " + (m_Server.Path() / "d.xml").string()));
     EXPECT_TRUE(Says("same version installed")) << m_Output;
     EXPECT_NE(std::string::npos, ReadFile(m_Server.Path() / "d.xml").find("<action value=\"rewrite\"/>"));
-    EXPECT_EQ(0, RunCommand(std::string(ZALSIM) + " --server " + m_Server.Path().string() + " --show-log", m_Output));
+    EXPECT_EQ(0, Zalsim("--show-log"));
     EXPECT_TRUE(Says("  ROM flash    info      System ROM P70 2.40 (03/15/2021) flashed; was 2.30 (09/12/2019)\n"))
         << m_Output;
 }

@@ -1,0 +1,40 @@
+#include "installer.h"
+
+namespace fs = std::filesystem;
+
+CInstallerTest::CInstallerTest(const std::string& component) : m_Component(component)
+{
+    for (const auto& entry : fs::directory_iterator(fs::path(PACKAGES) / component))
+        if (entry.path().filename() != component) fs::copy(entry.path(), m_Package.Path());
+}
+
+int CInstallerTest::Zalsim(const std::string& arguments)
+{
+    return RunCommand(std::string(ZALSIM) + " --server " + m_Server.Path().string() + " " + arguments, m_Output);
+}
+
+int CInstallerTest::Run(const std::string& server, const std::string& switches, const std::string& options)
+{
+    m_Server.Write("server.json", server);
+    const fs::path installer = fs::path(PACKAGES) / m_Component / m_Component;
+    return Zalsim(options + " -- " + installer.string() + " /y " + m_Package.Path().string() + " " + switches);
+}
+
+bool CInstallerTest::Discovers(const std::string& server, const std::string& text)
+{
+    const fs::path xml = m_Server.Path() / "discovery.xml";
+    return Run(server, "/d " + xml.string()) == 0 && ReadFile(xml).find(text) != std::string::npos;
+}
+
+void CInstallerTest::Edit(const std::string& file, const std::string& find, const std::string& replacement)
+{
+    std::string text = ReadFile(m_Package.Path() / file);
+    const std::size_t position = text.find(find);
+    ASSERT_NE(std::string::npos, position) << find;
+    m_Package.Write(file, text.replace(position, find.size(), replacement));
+}
+
+void CInstallerTest::Restore(const std::string& file)
+{
+    fs::copy(fs::path(PACKAGES) / m_Component / file, m_Package.Path(), fs::copy_options::overwrite_existing);
+}
