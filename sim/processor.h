@@ -61,6 +61,9 @@ class CProcessor
     const std::deque<CFlashDevice>& GetFlashDevices() const { return m_FlashDevices; }
     int GetHostResetMode() const { return m_HostResetMode; }
 
+    // Null without one.
+    const PowerPicDescription* GetPowerPicDescription() const { return m_PowerPic ? &*m_PowerPic : nullptr; }
+
   private:
     // What answers a command fills in its reply, and returns an error code.
     template <typename Request, typename Reply>

@@ -48,8 +48,10 @@ CServer::CServer(const std::filesystem::path& folder)
         m_pProcessor = std::make_unique<CProcessor>(*m_Description.Processor, folder, m_Journal);
         m_pChannelDriver = std::make_unique<CChannelDriver>(*m_pProcessor, *m_Description.Processor, m_Journal);
     }
-    m_Smbios = m_Description.SmbiosDump.empty() ? BuildSmbios(m_Description, m_FlashPart.GetRunningRom(), SmbiosAddress)
-                                                : ReadSmbiosDump(m_Description.SmbiosDump, SmbiosAddress);
+    const PowerPicDescription* pPowerPic = m_pProcessor ? m_pProcessor->GetPowerPicDescription() : nullptr;
+    m_Smbios = m_Description.SmbiosDump.empty()
+                   ? BuildSmbios(m_Description, m_FlashPart.GetRunningRom(), pPowerPic, SmbiosAddress)
+                   : ReadSmbiosDump(m_Description.SmbiosDump, SmbiosAddress);
     const SMBIOS_RESERVED_BUFFER buffer = FindFlashBuffer(m_Smbios);
     m_FlashPart.SetBuffer(static_cast<DWORD>(buffer.Address), buffer.Size);
     MapMemory(BiosArea, m_FlashPart.GetBiosArea());

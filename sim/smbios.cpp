@@ -136,7 +136,15 @@ void AddSystem(CTable& table, const ServerDescription& server)
     table.Add(1, system, HasVersionRecords(server) ? sizeof system : 25);
 }
 
-void AddOtherRoms(CTable& table, const ServerDescription& server)
+// "3.3" or, in a version record, "1.0.9"; empty while there is only a boot loader.
+std::string PowerPicVersion(const PowerPicDescription& pic, bool pass)
+{
+    if (pic.BootLoader) return "";
+    const std::string version = std::to_string(pic.Version.Major) + "." + std::to_string(pic.Version.Minor);
+    return pass ? version + "." + std::to_string(pic.Version.Pass) : version;
+}
+
+void AddOtherRoms(CTable& table, const ServerDescription& server, const PowerPicDescription* pPowerPic)
 {
     SMBIOS_OTHER_ROMINFO other = {};
     other.bfRedundantROMInstalled = !server.RedundantRomDate.empty();
@@ -144,7 +152,8 @@ void AddOtherRoms(CTable& table, const ServerDescription& server)
     other.byBootBlockROMDate = table.String(server.BootBlockDate);
     other.byOEMROMName = table.String(server.OemRomName);
     other.byOEMROMDate = table.String(server.OemRomDate);
-    other.byPowerMicroVersion = table.String(server.PowerMicroVersion);
+    other.byPowerMicroVersion = table.String(
+        pPowerPic && !HasVersionRecords(server) ? PowerPicVersion(*pPowerPic, false) : server.PowerMicroVersion);
     std::size_t device = 0;
     for (const FirmwareDescription& firmware : server.Firmware) {
         if (firmware.Type != SMBIOS_VERSION_TYPE_CPLD || firmware.Data.size() < 3 || device == 6) continue;
@@ -168,12 +177,13 @@ void AddVersion(CTable& table, const FirmwareDescription& firmware, std::size_t 
 
 }  // namespace
 
-SmbiosTables BuildSmbios(const ServerDescription& server, const RomDescription& rom, std::uint32_t address)
+SmbiosTables BuildSmbios(const ServerDescription& server, const RomDescription& rom,
+                         const PowerPicDescription* pPowerPic, std::uint32_t address)
 {
     CTable table;
     AddBios(table, server, rom);
     AddSystem(table, server);
-    AddOtherRoms(table, server);
+    AddOtherRoms(table, server, pPowerPic);
 
     SMBIOS_SYSTEM_ID id = {};
     id.bySystemId = table.String(server.SystemId);
@@ -183,7 +193,12 @@ SmbiosTables BuildSmbios(const ServerDescription& server, const RomDescription& 
     if (HasVersionRecords(server)) {
         if (!rom.Version.empty())
             AddVersion(table, {SMBIOS_VERSION_TYPE_SYSTEMROM, "System ROM", RomVersionText(rom), 0, {}}, 0);
-        for (std::size_t i = 0; i < server.Firmware.size(); i++) AddVersion(table, server.Firmware[i], i + 1);
+        for (std::size_t i = 0; i < server.Firmware.size(); i++) {
+            FirmwareDescription firmware = server.Firmware[i];
+            if (firmware.Type == SMBIOS_VERSION_TYPE_POWERPIC && pPowerPic)
+                firmware.Version = PowerPicVersion(*pPowerPic, true);
+            AddVersion(table, firmware, i + 1);
+        }
     }
 
     SMBIOS_TPM_INFORMATION tpm = {};

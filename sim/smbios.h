@@ -18,8 +18,10 @@ struct SmbiosTables
 };
 
 // Builds well-formed tables for the ROM that runs: types 0, 1 and 127, and the platform's own 193, 195, 216, 224 and
-// 229. The checksums of the entry point hold for the address that it tells.
-SmbiosTables BuildSmbios(const ServerDescription& server, const RomDescription& rom, std::uint32_t address);
+// 229. The checksums of the entry point hold for the address that it tells. Where the server has a power PIC, its
+// version is that PIC's; null: it has none.
+SmbiosTables BuildSmbios(const ServerDescription& server, const RomDescription& rom,
+                         const PowerPicDescription* pPowerPic, std::uint32_t address);
 
 // The buffer that the tables' type 229 records reserve for flashing; zeros when there is none.
 SMBIOS_RESERVED_BUFFER FindFlashBuffer(const SmbiosTables& tables);

@@ -45,6 +45,10 @@ void DescribeProcessor(const sim::CServer& simulated)
         std::printf("  %-14s %s\n", device.GetDescription().Handler.c_str(),
                     firmware ? sim::VersionText(*firmware).c_str() : "incomplete: runs its boot loader");
     }
+    const sim::PowerPicDescription* pPowerPic = pProcessor->GetPowerPicDescription();
+    if (pPowerPic)
+        std::printf("  %-14s %s\n", "power PIC",
+                    pPowerPic->BootLoader ? "runs its boot loader" : sim::VersionText(pPowerPic->Version).c_str());
 }
 
 void Describe(sim::CServer& simulated)

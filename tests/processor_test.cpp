@@ -272,7 +272,7 @@ TEST_F(Processor, OfAnOldServerKnowsTheShortFormOfDeviceControl)
     EXPECT_FALSE(channel.GetPowerPICType(&type));
     EXPECT_TRUE(channel.ResumeDevice(DeviceID_PowerPIC));
     EXPECT_TRUE(channel.GetPowerPICType(&type));
-    EXPECT_EQ(4, type);
+    EXPECT_EQ(1, type);
     EXPECT_FALSE(channel.HaltDevice(DeviceID_DriveBackplane, 0));  // it has none
     EXPECT_EQ(0, channel.GetNVMeBackplaneCount());
     EXPECT_FALSE(channel.GetTamberlineFamily(&type));
@@ -297,7 +297,7 @@ TEST_F(Processor, TellsItsInventory)
     int pass = 0;
     BOOL bLoader = TRUE;
     EXPECT_TRUE(channel.GetPowerPICType(&value));
-    EXPECT_EQ(7, value);
+    EXPECT_EQ(4, value);
     EXPECT_TRUE(channel.GetPowerPICVersion(&major, &minor, &pass, &bLoader));
     EXPECT_EQ("1.0.9 0", std::to_string(major) + "." + std::to_string(minor) + "." + std::to_string(pass) + " " +
                              std::to_string(bLoader));
