@@ -36,8 +36,7 @@ struct Contestant
 void Measure(Contestant& contestant)
 {
     const std::clock_t start = std::clock();
-    for (int i = 0; i < contestant.Count; i++)
-        contestant.Right = contestant.Evaluate() == Expected && contestant.Right;
+    for (int i = 0; i < contestant.Count; i++) contestant.Right = contestant.Evaluate() == Expected && contestant.Right;
     const double seconds = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
     contestant.BestSeconds = std::min(contestant.BestSeconds, seconds);
 }
