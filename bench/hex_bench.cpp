@@ -1,24 +1,15 @@
-// Prints the speed at which the HEX text of a 4 MiB image is validated.
-
-#include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
+// The Intel HEX text of a 4 MiB image: validated, and made binary by objcopy and srec_cat as whole processes.
+#include <fstream>
 #include <random>
-#include <string>
-#include <vector>
 
+#include "bench.h"
 #include "pwrmicro.h"
-#include "util.h"
-
-CStr g_InstallLocalDir;
 
 namespace
 {
 
-constexpr unsigned int ImageSize = 4u << 20;
-constexpr unsigned int DataSize = 16;  // of a record
-constexpr int Rounds = 50;
+const unsigned int ImageSize = 4u << 20;
+const unsigned int DataSize = 16;  // of a record
 
 using Bytes = std::vector<unsigned char>;
 
@@ -55,21 +46,16 @@ std::string MakeHex()
 
 }  // namespace
 
-int main()
+void BenchHex(const std::string& folder)
 {
-    setenv("QVFLASHLOG", "/dev/null", 1);
     const std::string text = MakeHex();
+    const std::string file = folder + "/image.hex";
+    std::ofstream(file, std::ios::binary) << text;
     CPowerMicro controller(nullptr);
-    double bestSeconds = 1e9;
-    for (int round = 0; round < Rounds; round++) {
-        const auto start = std::chrono::steady_clock::now();
-        if (!controller.ValidateHex(text.data(), static_cast<int>(text.size()))) return EXIT_FAILURE;
-        const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-        bestSeconds = std::min(bestSeconds, seconds.count());
-    }
-    const double length = static_cast<double>(text.size());
-    std::printf("HEX text of %u MiB, %.1f MB, %zu-bit, best of %d\n", ImageSize >> 20, length / 1e6, 8 * sizeof(void*),
-                Rounds);
-    std::printf("%-20s %8.0f MB/s\n", "ValidateHex", length / bestSeconds / 1e6);
-    return EXIT_SUCCESS;
+    Compare(
+        "HEX text of 11.5 MB", static_cast<double>(text.size()) / 1e6, "MB", 10,
+        {{"objcopy, process", [&] { return RunQuietly("objcopy -I ihex -O binary " + file + " " + folder + "/bin"); }},
+         {"srec_cat, process",
+          [&] { return RunQuietly("srec_cat " + file + " -Intel -o " + folder + "/bin -Binary"); }},
+         {"ValidateHex", [&] { return controller.ValidateHex(text.data(), static_cast<int>(text.size())) != 0; }}});
 }

@@ -1,0 +1,71 @@
+// Runs every measurement and prints them as one table.
+#include "bench.h"
+
+#include <stdlib.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "util.h"
+
+CStr g_InstallLocalDir;
+
+namespace
+{
+
+// The host's time: the C library's is played by the simulated server.
+double Seconds()
+{
+    timespec now = {};
+    syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+}  // namespace
+
+void Compare(const char* title, double amount, const char* unit, int rounds, const std::vector<Contestant>& contestants)
+{
+    std::vector<double> best(contestants.size(), 1e9);
+    for (int round = 0; round < rounds; round++) {
+        for (std::size_t i = 0; i < contestants.size(); i++) {
+            const double start = Seconds();
+            if (!contestants[i].Work()) {
+                std::printf("%s: %s gives a wrong result\n", title, contestants[i].Name.c_str());
+                std::exit(EXIT_FAILURE);
+            }
+            best[i] = std::min(best[i], Seconds() - start);
+        }
+    }
+    for (std::size_t i = 0; i < contestants.size(); i++)
+        std::printf("%-28s %-34s %12.1f %-14s %8.2f\n", i == 0 ? title : "", contestants[i].Name.c_str(),
+                    amount / best[i], unit, best[0] / best[i]);
+    std::fflush(stdout);
+}
+
+bool RunQuietly(const std::string& command)
+{
+    return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+int main(int argc, char** argv)
+{
+    setenv("QVFLASHLOG", "/dev/null", 1);
+    if (argc == 3 && std::string(argv[1]) == "--smbios") return AskSmbios(argv[2]);
+
+    std::string folder = (std::filesystem::temp_directory_path() / "flashbench.XXXXXX").string();
+    if (!mkdtemp(folder.data())) return EXIT_FAILURE;
+    std::printf("%-28s %-34s %12s %-14s %8s\n", sizeof(void*) == 4 ? "32-bit" : "64-bit", "", "a second", "", "ratio");
+    BenchCrc32();
+    BenchExpressions();
+    BenchHex(folder);
+    BenchSmbios(argv[0], folder);
+    BenchDiscovery(folder);
+    BenchUpload(folder);
+    std::filesystem::remove_all(folder);
+    return EXIT_SUCCESS;
+}
