@@ -96,10 +96,16 @@ void CDeviceFirmware::InstallWorker(InstallParameters* params)
         return;
     }
     if (m_bTouched) CSystem().LogMaintenanceNoteToVRL(firmware + " not flashed: " + m_sFailure + was);
-    Finish(params, ReturnCodeErrorReturn,
-           firmware + " was not installed: " + m_sFailure + ". " +
-               (m_bTouched ? "The device may wait in its boot loader: run this installer again."
-                           : "The device was not touched and runs as before."));
+    Finish(params, ReturnCodeErrorReturn, firmware + " was not installed: " + m_sFailure + ". " + DescribeState());
+}
+
+CStr CDeviceFirmware::DescribeState()
+{
+    if (!m_bTouched) return "The device was not touched and runs as before.";
+    if (!ReadVersion())
+        return "What the device runs can't be told: restart the management processor, then run this installer again.";
+    if (m_bBootLoader) return "The device waits in its boot loader: run this installer again.";
+    return CStr("The device runs version ") + m_Properties.sCurrentVersion + ": run this installer again.";
 }
 
 BOOL CDeviceFirmware::FailWith(const CStr& message)
@@ -127,8 +133,8 @@ BOOL CDeviceFirmware::Send(PLOGFN logger)
     CProgressBar progress(logger, "Uploading", size);
     for (int offset = 0; offset < size; offset += ChunkSize) {
         const int length = size - offset < ChunkSize ? size - offset : ChunkSize;
+        m_bTouched = TRUE;
         const int status = Channel().UploadDeviceFlashData(m_sHandler, offset, pData + offset, length);
-        m_bTouched = m_bTouched || offset > 0 || status == DeviceFlashStatus_OK;
         if (status != DeviceFlashStatus_OK) {
             CStr message;
             message.Format(status == DeviceFlashStatus_Failed ? "the management processor stopped answering at byte %d"

@@ -37,6 +37,7 @@ class CDeviceFirmware : public CSampleComponent
     BOOL Send(PLOGFN logger);
     BOOL WaitUntilDone(PLOGFN logger);
     BOOL Verify();
+    CStr DescribeState();
     BOOL FailWith(const CStr& message);
 
     DeviceKind m_Kind = DeviceKind_Unknown;
