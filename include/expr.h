@@ -227,7 +227,7 @@ class FLASHLIB_API CExprParser
 
     template <LEVEL Level>
     ExprErrorType Nested(CExprValue* result);
-    template <LEVEL Operand>
+    template <LEVEL Operand, TokenType... Operators>
     ExprErrorType RightSide(const CExprValue* left, CExprValue* right);
     template <LEVEL Operand, TokenType Operator>
     ExprErrorType Chain(CExprValue* result);

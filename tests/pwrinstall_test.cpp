@@ -18,6 +18,16 @@ class PowerControllerInstall : public CInstallerTest
         return Run(RackServer(), "", "--fault processor.i2c.power_controller." + fault);
     }
 
+    // Gives the package a microcode image with its checksum.
+    void UseImage(const std::string& text)
+    {
+        m_Package.Write("zephyra_2.1.hex", text);
+        char szCrc[9];
+        std::snprintf(szCrc, sizeof szCrc, "%08X", sim::Crc32(text.data(), text.size()));
+        const std::string settings = ReadFile(m_Package.Path() / "settings.ini");
+        m_Package.Write("settings.ini", settings.substr(0, settings.find("CRC32")) + "CRC32 = " + szCrc);
+    }
+
     std::string Registers() const { return ReadFile(m_Server.Path() / "powercontroller.json"); }
 
     // A controller as it was shipped.
@@ -113,16 +123,23 @@ TEST_F(PowerControllerInstall, RefusesMicrocodeThatIsNotWholeBeforeAnythingIsTou
     EXPECT_TRUE(Says("The settings name no family of power controllers.")) << m_Output;
     Restore("settings.ini");
 
-    std::string text = ReadFile(m_Package.Path() / "zephyra_2.1.hex");
-    text.resize(text.size() / 2);
-    m_Package.Write("zephyra_2.1.hex", text);
+    const std::string whole = ReadFile(m_Package.Path() / "zephyra_2.1.hex");
+    m_Package.Write("zephyra_2.1.hex", whole.substr(1));
     EXPECT_EQ(7, Run(RackServer()));
     EXPECT_TRUE(Says("zephyra_2.1.hex is damaged")) << m_Output;
-    char szCrc[9];
-    std::snprintf(szCrc, sizeof szCrc, "%08X", sim::Crc32(text.data(), text.size()));
-    const std::string settings = ReadFile(m_Package.Path() / "settings.ini");
-    m_Package.Write("settings.ini", settings.substr(0, settings.find("CRC32")) + "CRC32 = " + szCrc);
-    EXPECT_EQ(7, Run(RackServer()));
-    EXPECT_TRUE(Says("The microcode image is no valid Intel HEX text")) << m_Output;
+    const std::string large = ":1C000000" + std::string(56, '0') + "E4\n";  // 28 data bytes
+    const std::pair<std::string, const char*> cases[] = {
+        {whole.substr(0, whole.size() / 2), "The microcode image is no valid Intel HEX text"},
+        {large + whole, "has records that the controller can't take"},
+        {":0100000000FF " + whole, "has records that the controller can't take"},
+        {"\v" + whole, "has records that the controller can't take"},
+    };
+    for (const auto& c : cases) {
+        UseImage(c.first);
+        EXPECT_EQ(7, Run(RackServer()));
+        EXPECT_TRUE(Says(c.second)) << m_Output;
+    }
     EXPECT_EQ("", ReadFile(m_Server.Path() / "journal.log"));
+    UseImage("; by hand\r\n\n" + whole.substr(0, whole.find(":00000001FF")) + ":00000001FF\n:this is not read");
+    EXPECT_EQ(0, Run(RackServer())) << m_Output;
 }

@@ -85,15 +85,17 @@ ExprErrorType CExprParser::Nested(CExprValue* result)
     return error;
 }
 
-// With the lexer on the operator behind left: reads on and evaluates the other side. Both must be integers.
-template <CExprParser::LEVEL Operand>
+// With the lexer on the operator behind left: reads on and evaluates the other side. Both must be integers; an operator
+// of the same level behind one that is none is still read.
+template <CExprParser::LEVEL Operand, TokenType... Operators>
 ExprErrorType CExprParser::RightSide(const CExprValue* left, CExprValue* right)
 {
     Lexer.GetNext();
     if (!left->IsInteger()) return ExprError_Type;
     const ExprErrorType error = (this->*Operand)(right);
-    if (error != ExprError_None) return error;
-    return right->IsInteger() ? ExprError_None : ExprError_Type;
+    if (error != ExprError_None || right->IsInteger()) return error;
+    if (IsOneOf<Operators...>(Lexer.Current)) Lexer.GetNext();
+    return ExprError_Type;
 }
 
 // For an operator where a | (b | c) is (a | b) | c: applied from the left, so that a chain of any length needs no
@@ -104,7 +106,7 @@ ExprErrorType CExprParser::Chain(CExprValue* result)
     ExprErrorType error = (this->*Operand)(result);
     while (error == ExprError_None && Lexer.Current.IsToken(Operator)) {
         CExprValue right;
-        error = RightSide<Operand>(result, &right);
+        error = RightSide<Operand, Operator>(result, &right);
         if (error == ExprError_None) Combine(result, Operator, right);
     }
     return error;
@@ -124,7 +126,7 @@ ExprErrorType CExprParser::GroupRest(CExprValue* result)
 {
     const TokenType operation = Lexer.Current.Value.Token;
     CExprValue right;
-    ExprErrorType error = RightSide<Operand>(result, &right);
+    ExprErrorType error = RightSide<Operand, Operators...>(result, &right);
     if (error == ExprError_None && IsOneOf<Operators...>(Lexer.Current))
         error = Nested<&CExprParser::GroupRest<Operand, Operators...>>(&right);
     if (error == ExprError_None) Combine(result, operation, right);
@@ -181,7 +183,7 @@ ExprErrorType CExprParser::Level9(CExprValue* result)
     while (error == ExprError_None && IsOneOf<Token_Plus, Token_Minus>(Lexer.Current)) {
         if (Lexer.Current.IsToken(Token_Minus)) negative = !negative;
         CExprValue right;
-        error = RightSide<&CExprParser::Level10>(result, &right);
+        error = RightSide<&CExprParser::Level10, Token_Plus, Token_Minus>(result, &right);
         if (error == ExprError_None) Combine(result, negative ? Token_Minus : Token_Plus, right);
     }
     return error;

@@ -37,7 +37,7 @@ int CIntegerArray::operator[](int index) const
     return *static_cast<const int*>(CBaseArray::operator[](index));
 }
 
-void CStrArray::Add(const CStr& text)
+void CStrArray::Add(CStr text)
 {
     CBaseArray::Add(new CStr(text));
 }

@@ -43,21 +43,21 @@ BOOL CCommandLine::HasArgParam(int index) const
     return GetArg(index).Find(":") >= 0;
 }
 
-int CCommandLine::FindArg(const CStr& text) const
+int CCommandLine::FindArg(CStr text) const
 {
     for (int i = 0; i < GetNumArgs(); i++)
         if (GetArg(i) == text) return i;
     return -1;
 }
 
-int CCommandLine::FindArgOption(const CStr& option) const
+int CCommandLine::FindArgOption(CStr option) const
 {
     for (int i = 0; i < GetNumArgs(); i++)
         if (GetArgOption(i) == option) return i;
     return -1;
 }
 
-BOOL CCommandLine::VerifySyntax(const CStr& syntax) const
+BOOL CCommandLine::VerifySyntax(CStr syntax) const
 {
     for (int i = 0; i < GetNumArgs(); i++) {
         const CStr option = GetArgOption(i);

@@ -1,6 +1,7 @@
 #include "zalph/inifile.h"
 
 #include <cstdio>
+#include <cstring>
 
 namespace
 {
@@ -17,7 +18,8 @@ bool ReadLine(FILE* pFile, CStr& line)
 {
     char szLine[1024];
     if (!std::fgets(szLine, sizeof szLine, pFile)) return false;
-    line = Trimmed(szLine);  // before the line end goes, so spaces in front of it stay: intended
+    line = Trimmed(szLine +
+                   std::strspn(szLine, " "));  // before the line end goes, so spaces in front of it stay: intended
     line.TrimRight('\n');
     line.TrimRight('\r');
     return true;
@@ -47,7 +49,7 @@ CINIArray<Item>& CINIArray<Item>::operator=(const CINIArray& other)
 }
 
 template <typename Item>
-void CINIArray<Item>::Add(const Item& item)
+void CINIArray<Item>::Add(Item item)
 {
     CBaseArray::Add(new Item(item));
 }

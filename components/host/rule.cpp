@@ -50,20 +50,20 @@ RuleResult EvaluateRule(const char* text, CSymbolTable* symbols, CChannelInterfa
     return EvaluateRule(text, symbols, functions);
 }
 
+// As EvaluateIntegerExpression, with the place.
 RuleResult EvaluateRule(const char* text, CSymbolTable* symbols, CExprFunction* functions)
 {
-    RuleResult result = {ExprError_None, 0, 0};
-    result.Error =
-        static_cast<ExprErrorType>(EvaluateIntegerExpression(text, &result.Value, symbols, functions, nullptr));
-    if (result.Error == ExprError_None) return result;
-
-    // Once more, to see where it stops.
     CExprLexer lexer(text);
     lexer.GetNext();
     CExprParser parser(lexer, symbols, functions, nullptr);
     CExprValue value;
-    parser.Parse(&value);
-    result.Place = TokenStart(text, lexer);
+    RuleResult result = {parser.Parse(&value), 0, 0};
+    if (result.Error == ExprError_None && !lexer.IsEOF()) result.Error = ExprError_Syntax;
+    if (result.Error == ExprError_None && !value.IsInteger()) result.Error = ExprError_Type;
+    if (result.Error == ExprError_None)
+        result.Value = value.Value.Integer;
+    else
+        result.Place = TokenStart(text, lexer);
     return result;
 }
 

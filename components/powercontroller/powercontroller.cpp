@@ -39,31 +39,59 @@ const char* FamilyName(PowerControllerType type)
     return "unknown";
 }
 
-// ":00000001FF" and the like, in a text that is known to be valid.
-bool IsEndRecord(const char* line, std::size_t length)
-{
-    return length >= 9 && line[0] == ':' && line[7] == '0' && line[8] == '1';
-}
+const std::size_t MaxDataBytes = 27;  // of a record: one I2C transaction carries 32 bytes
 
-// Takes whole lines of a HEX text, about PieceSize bytes and at least one, up to its end record, and returns how many
-// bytes they are. piece becomes a text of its own.
-std::size_t TakePiece(const char* text, std::size_t length, std::string& piece, bool& isLast)
+// The lines of a HEX text that ValidateHex has accepted.
+class CHexLines
 {
-    std::size_t taken = 0;
-    while (taken < length && taken < PieceSize && !isLast) {
-        const char* pLine = text + taken;
-        while (taken < length && (text[taken] == ' ' || text[taken] == '\t')) pLine = text + ++taken;
-        const void* pEnd = std::memchr(pLine, '\n', length - taken);
+  public:
+    CHexLines(const char* text, std::size_t length) : m_pText(text), m_Length(length), m_Position(0), m_bEnded(false) {}
+
+    // Goes on to the next line; false at the end, or behind the end record.
+    bool Next()
+    {
+        if (m_bEnded || m_Position == m_Length) return false;
+        m_pLine = m_pText + m_Position;
+        const void* pEnd = std::memchr(m_pLine, '\n', m_Length - m_Position);
         const std::size_t size =
-            pEnd ? static_cast<std::size_t>(static_cast<const char*>(pEnd) - pLine) + 1 : length - taken;
-        isLast = IsEndRecord(pLine, size);
-        taken += size;
+            pEnd ? static_cast<std::size_t>(static_cast<const char*>(pEnd) - m_pLine) + 1 : m_Length - m_Position;
+        m_Position += size;
+        m_LineSize = size;
+        while (m_LineSize > 0 && std::strchr("\r\n \t", m_pLine[m_LineSize - 1])) m_LineSize--;
+        m_bEnded = IsRecord() && m_LineSize >= 9 && m_pLine[7] == '0' && m_pLine[8] == '1';
+        return true;
     }
-    isLast = isLast || taken >= length;
-    piece.assign(text, taken);
-    piece += '\n';
-    piece += EndRecord;
-    return taken;
+
+    // A record that stands on a line of its own, from its start, and that one transaction takes.
+    bool IsUploadable() const
+    {
+        const std::size_t digits = 2 * (MaxDataBytes + 5);
+        const bool alone = std::strspn(m_pLine + 1, "0123456789ABCDEFabcdef") == m_LineSize - 1;
+        return IsRecord() && alone && m_LineSize - 1 <= digits;
+    }
+
+    bool IsEmptyOrComment() const { return m_LineSize == 0 || m_pLine[0] == ';'; }
+
+    std::size_t Position() const { return m_Position; }
+
+  private:
+    bool IsRecord() const { return m_LineSize > 0 && m_pLine[0] == ':'; }
+
+    const char* m_pText;
+    std::size_t m_Length;
+    std::size_t m_Position;
+    bool m_bEnded;
+    const char* m_pLine = nullptr;
+    std::size_t m_LineSize = 0;  // without what ends it
+};
+
+// True when the controller takes every record, and the text can be cut at any line.
+bool IsUploadable(const char* text, std::size_t length)
+{
+    CHexLines lines(text, length);
+    while (lines.Next())
+        if (!lines.IsEmptyOrComment() && !lines.IsUploadable()) return false;
+    return true;
 }
 
 }  // namespace
@@ -114,8 +142,13 @@ int CPowerController::CheckImage()
 {
     m_Image.SetFile(Setting("Image", "File"), Setting("Image", "CRC32"));
     if (!m_Image.Initialize()) return Refuse(ZALSTATE_INSTALLNOTALLOWED, m_Image.GetErrorMessage());
-    if (!m_pMicro->ValidateHex(static_cast<const char*>(m_Image.GetImageBuffer()), m_Image.GetImageSize()))
+    const char* pText = static_cast<const char*>(m_Image.GetImageBuffer());
+    if (!m_pMicro->ValidateHex(pText, m_Image.GetImageSize()))
         return Refuse(ZALSTATE_INSTALLNOTALLOWED, "The microcode image is no valid Intel HEX text; see the debug log.");
+    if (!IsUploadable(pText, static_cast<std::size_t>(m_Image.GetImageSize())))
+        return Refuse(ZALSTATE_INSTALLNOTALLOWED,
+                      "The microcode image has records that the controller can't take: it wants one of up to 27 data "
+                      "bytes on each line.");
     return m_bBootLoader ? ZALSTATE_INSTALLEDOLDER : CompareVersions(m_CurrentVersion, m_OfferedVersion);
 }
 
@@ -191,14 +224,15 @@ BOOL CPowerController::Program(PLOGFN logger)
 BOOL CPowerController::Upload(PLOGFN logger)
 {
     const char* pText = static_cast<const char*>(m_Image.GetImageBuffer());
-    const std::size_t size = static_cast<std::size_t>(m_Image.GetImageSize());
+    CHexLines lines(pText, static_cast<std::size_t>(m_Image.GetImageSize()));
     CProgressBar progress(logger, "Uploading", m_Image.GetImageSize());
-    std::string piece;
-    bool isLast = false;
-    for (std::size_t done = 0; !isLast;) {
-        done += TakePiece(pText + done, size - done, piece, isLast);
+    std::size_t done = 0;
+    for (bool more = true; more;) {
+        while ((more = lines.Next()) && lines.Position() - done < PieceSize) continue;
+        const std::string piece = std::string(pText + done, lines.Position() - done) + "\n" + EndRecord;
         if (!m_pMicro->FlashHex(piece.data(), static_cast<int>(piece.size()))) return FALSE;
-        progress.Show(isLast ? m_Image.GetImageSize() : static_cast<int>(done));
+        done = lines.Position();
+        progress.Show(more ? static_cast<int>(done) : m_Image.GetImageSize());
     }
     return TRUE;
 }

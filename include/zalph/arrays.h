@@ -53,7 +53,7 @@ class FLASHLIB_API CIntegerArray : public CBaseArray
 class FLASHLIB_API CStrArray : public CBaseArray
 {
   public:
-    void Add(const CStr& text);
+    void Add(CStr text);
     CStr operator[](int index) const;
     CStr GetAt(int index) const { return (*this)[index]; }
 };

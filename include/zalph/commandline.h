@@ -22,13 +22,13 @@ class FLASHLIB_API CCommandLine
     BOOL HasArgParam(int index) const;   // TRUE when there is a ':', even with nothing behind it
 
     // Index of the first argument that equals text, whose option equals option; -1 when there is none.
-    int FindArg(const CStr& text) const;
-    int FindArgOption(const CStr& option) const;
+    int FindArg(CStr text) const;
+    int FindArgOption(CStr option) const;
 
     // TRUE when every option occurs somewhere in the syntax text, and every option with a parameter occurs there with a
     // ':' behind it and has one that is not empty. Part of a longer option will do, and a parameter may be left out:
     // both are intended.
-    BOOL VerifySyntax(const CStr& syntax) const;
+    BOOL VerifySyntax(CStr syntax) const;
 
   private:
     CStr m_sCommandLine;  // without spaces around it

@@ -15,7 +15,7 @@ class FLASHLIB_API CINIArray : public CBaseArray
     CINIArray& operator=(const CINIArray& other);
     ~CINIArray() { RemoveAll(); }
 
-    void Add(const Item& item);
+    void Add(Item item);
     // A copy of the item at index, an empty item when index is out of range.
     Item GetAt(int index) const;
     Item operator[](int index) const { return GetAt(index); }
@@ -58,7 +58,7 @@ class FLASHLIB_API CINISection
     CINIKey GetKey(int index) const { return m_keyArray[index]; }
     CINIKey GetKey(const CStr& name) const;
     BOOL KeyExists(const CStr& name) const { return m_keyArray.Find(name) != nullptr; }
-    void AddKey(const CINIKey& key) { m_keyArray.Add(key); }
+    void AddKey(CINIKey key) { m_keyArray.Add(key); }
 
   private:
     CINIKeyArray m_keyArray;
