@@ -48,6 +48,21 @@ int Flash(CChannelInterface& channel, const char* pszHandler, const Bytes& image
     return status == DeviceFlashStatus_OK ? channel.QueryDeviceFlashStatus(pszHandler) : status;
 }
 
+// "1.2.5" of its numbers.
+std::string Dotted(const std::vector<int>& numbers)
+{
+    std::string text;
+    for (const int number : numbers) text += (text.empty() ? "" : ".") + std::to_string(number);
+    return text;
+}
+
+std::string TamberlineVersion(CChannelInterface& channel)
+{
+    int numbers[3] = {};
+    EXPECT_TRUE(channel.GetTamberlineVersion(&numbers[0], &numbers[1], &numbers[2]));
+    return Dotted({numbers[0], numbers[1], numbers[2]});
+}
+
 // "1.20", or "loader 3".
 std::string BackplaneVersion(CChannelInterface& channel, int index = 0)
 {
@@ -55,7 +70,7 @@ std::string BackplaneVersion(CChannelInterface& channel, int index = 0)
     int minor = 0;
     BOOL bLoader = FALSE;
     if (!channel.GetNVMeBackplaneVersion(index, &major, &minor, &bLoader)) return "unknown";
-    return bLoader ? "loader " + std::to_string(major) : std::to_string(major) + "." + std::to_string(minor);
+    return bLoader ? "loader " + std::to_string(major) : Dotted({major, minor});
 }
 
 void UseFaults(const std::string& faults, const std::string& members = "{}")
@@ -120,21 +135,19 @@ TEST_F(Processor, IsFoundOnEverySampleServer)
     {
         const char* Server;
         ChannelState State;
-        int Generation, Major, Minor, Year;
+        const char* Version;  // generation, major, minor, year
     } cases[] = {
-        {"rack", ChannelState_Open, 4, 2, 70, 2018}, {"blade", ChannelState_Open, 4, 2, 61, 2017},
-        {"old", ChannelState_Open, 2, 2, 15, 2011},  {"bare", ChannelState_NoHardware, 0, 0, 0, 0},
-        {"broken", ChannelState_Broken, 0, 0, 0, 0},
+        {"rack", ChannelState_Open, "4.2.70.2018"}, {"blade", ChannelState_Open, "4.2.61.2017"},
+        {"old", ChannelState_Open, "2.2.15.2011"},  {"bare", ChannelState_NoHardware, "0.0.0.0"},
+        {"broken", ChannelState_Broken, "0.0.0.0"},
     };
     for (const auto& c : cases) {
         UseServer(ReadFile(fs::path(SERVERS) / c.Server / "server.json"));
         const std::int64_t start = Milliseconds();
         const CChannelInterface channel;
         EXPECT_EQ(c.State, channel.GetState()) << c.Server;
-        EXPECT_EQ(c.Generation, channel.GetMOXGeneration()) << c.Server;
-        EXPECT_EQ(c.Major, channel.GetMOXMajorVersion()) << c.Server;
-        EXPECT_EQ(c.Minor, channel.GetMOXMinorVersion()) << c.Server;
-        EXPECT_EQ(c.Year, channel.GetMOXFwVersion().Year) << c.Server;
+        EXPECT_EQ(c.Version, Dotted({channel.GetMOXGeneration(), channel.GetMOXMajorVersion(),
+                                     channel.GetMOXMinorVersion(), channel.GetMOXFwVersion().Year}));
         EXPECT_EQ(c.State == ChannelState_Broken ? 20 : 0, (Milliseconds() - start) / 1000) << c.Server;
     }
 }
@@ -299,14 +312,12 @@ TEST_F(Processor, TellsItsInventory)
     EXPECT_TRUE(channel.GetPowerPICType(&value));
     EXPECT_EQ(4, value);
     EXPECT_TRUE(channel.GetPowerPICVersion(&major, &minor, &pass, &bLoader));
-    EXPECT_EQ("1.0.9 0", std::to_string(major) + "." + std::to_string(minor) + "." + std::to_string(pass) + " " +
-                             std::to_string(bLoader));
+    EXPECT_EQ("1.0.9.0", Dotted({major, minor, pass, bLoader}));
     EXPECT_TRUE(channel.GetTamberlineFamily(&value));
     EXPECT_EQ(3, value);
-    EXPECT_TRUE(channel.GetTamberlineVersion(&major, &minor, &pass));
-    EXPECT_EQ("1.2.5", std::to_string(major) + "." + std::to_string(minor) + "." + std::to_string(pass));
+    EXPECT_EQ("1.2.5", TamberlineVersion(channel));
     EXPECT_TRUE(channel.GetTamberlineBootloaderVersion(&major, &minor));
-    EXPECT_EQ("1.0", std::to_string(major) + "." + std::to_string(minor));
+    EXPECT_EQ("1.0", Dotted({major, minor}));
     EXPECT_EQ(2, channel.GetNVMeBackplaneCount());
     UINT8 id[16] = {};
     EXPECT_TRUE(channel.GetNVMeBackplaneInfo(1, &value, id));
@@ -347,11 +358,7 @@ TEST_F(Processor, FlashesADeviceThatThenRunsTheNewFirmware)
     RestartServer();
     CChannelInterface channel;
     EXPECT_EQ("1.21 1.18", BackplaneVersion(channel, 0) + " " + BackplaneVersion(channel, 1));
-    int major = 0;
-    int minor = 0;
-    int pass = 0;
-    EXPECT_TRUE(channel.GetTamberlineVersion(&major, &minor, &pass));
-    EXPECT_EQ("1.3.7", std::to_string(major) + "." + std::to_string(minor) + "." + std::to_string(pass));
+    EXPECT_EQ("1.3.7", TamberlineVersion(channel));
     const Bytes image = Image(Backplane, 1, 21, 100000);
     EXPECT_EQ(std::string(image.begin(), image.end()), ReadFile(ServerFolder() / "NVMeBackplane1.fw"));
 }
@@ -457,11 +464,12 @@ TEST_F(Processor, RunsItsNewFirmwareFromItsNextResetOn)
 {
     const auto version = [](CChannelInterface& channel) {
         EXPECT_TRUE(channel.UpdateMOXVersion());
-        return std::to_string(channel.GetMOXMajorVersion()) + "." + std::to_string(channel.GetMOXMinorVersion());
+        return Dotted({channel.GetMOXMajorVersion(), channel.GetMOXMinorVersion()});
     };
     CChannelInterface channel;
     EXPECT_EQ(DeviceFlashStatus_OK, Flash(channel, "SignedImage", Image("SignedImage", 2, 75, 300000)));
     EXPECT_EQ("2.70", version(channel));
+    const ZALCIHANDLE other = CreateChannel();
     EXPECT_TRUE(channel.RebootMOX());
     CLogCapture log;
     const std::int64_t start = Milliseconds();
@@ -469,6 +477,8 @@ TEST_F(Processor, RunsItsNewFirmwareFromItsNextResetOn)
     EXPECT_EQ(32, (Milliseconds() - start) / 1000);
     EXPECT_EQ("2.75", version(channel));
     EXPECT_EQ(2021, channel.GetMOXFwVersion().Year);
+    EXPECT_EQ(ZalCiErrChannelDisconnected, SendStatusRequest(other, 1));
+    EXPECT_EQ(ZalCiSuccess, ZalCiClose(other));
 
     // While it is away the channel can't be opened; what was open is cut.
     EXPECT_TRUE(channel.RebootMOX());
