@@ -66,8 +66,9 @@ class FLASHLIB_API CChannelInterface
     // Receives one packet into a buffer of at least 12 bytes.
     int Recv(SMIFPACKET* pPacket, int PacketBufferSize, int Timeout);
 
-    // Sends a request and receives its reply; up to three replies to earlier requests are discarded before it.
-    // SmifCommand also fails with 42 when the reply's ErrorCode is not 0, which SmifCommandNoErr leaves to the caller.
+    // Sends a request and receives its reply; up to three replies to earlier requests are discarded before it and leave
+    // no trace. What the reply is too short for keeps the value that the caller gave it. SmifCommand also fails with 42
+    // when the reply's ErrorCode is not 0, which SmifCommandNoErr leaves to the caller.
     int SmifCommandNoErr(SMIFPACKET* pRequest, SMIFPACKET* pResponse, int ResponseBufferSize, int Timeout);
     int SmifCommand(SMIFPACKET* pRequest, SMIFPACKET* pResponse, int ResponseBufferSize, int Timeout);
 
@@ -164,8 +165,9 @@ class FLASHLIB_API CChannelInterface
     int UploadDeviceFlashData(int Offset, const UCHAR* pData, int DataLength);
     int UploadDeviceFlashData(const UCHAR* pData, int DataLength);
 
-    // Hands a value and up to 1024 bytes to the handler. The output buffer must hold 1024 bytes: as many as the reply
-    // says are stored, and that number as the reply has it. Waits up to DeviceFlashDispatchRecvTimeout.
+    // Hands a value and up to 1024 bytes to the handler, none when pInputData is null. The output buffer must hold 1024
+    // bytes: as many as the reply says are stored, and that number as the reply has it. Waits up to
+    // DeviceFlashDispatchRecvTimeout.
     int DeviceFlashDispatch(const char* pszHandler, ULONG InputValue, ULONG* pOutputValue, const UCHAR* pInputData,
                             int InputDataLength, UCHAR* pOutputData, int* pOutputDataLength);
 

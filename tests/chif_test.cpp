@@ -7,6 +7,7 @@
 #include <functional>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <tuple>
 
 #include "clock.h"
@@ -17,6 +18,8 @@
 
 namespace
 {
+
+using Call = std::function<int(CChannelInterface&)>;
 
 CFakeChannel& fake = g_FakeChannel;
 
@@ -40,6 +43,13 @@ std::string Packet(int length, int sequence, int command, const std::string& bod
     const WORD header[] = {static_cast<WORD>(length), static_cast<WORD>(sequence), static_cast<WORD>(command), 0};
     const std::string packet(reinterpret_cast<const char*>(header), sizeof header);
     return Filled(packet + body, static_cast<std::size_t>(length));
+}
+
+// A device flash request behind the header.
+std::string Flash(DWORD operation, DWORD offset = 0, DWORD length = 0, DWORD in = 0, const std::string& data = "")
+{
+    const DWORD fields[] = {0, 0, operation, offset, length, in, 0, 0, 0};
+    return std::string(reinterpret_cast<const char*>(fields), sizeof fields) + Filled("tmbr", 16) + data;
 }
 
 std::string Lines(std::initializer_list<std::string> texts)
@@ -111,6 +121,78 @@ class Transport : public Channel
     SMIFRESPONSE response = {};
 };
 
+// All operations but those that go by another's name or have a log of their own.
+class Operations : public Channel
+{
+  protected:
+    static int Failed(int code) { return code == 137 ? -1 : FALSE; }
+    void ClearOutputs()
+    {
+        output = buffer[0] = 77;
+        value = 77;
+    }
+    bool NothingStored() const { return value == 77 && buffer[0] == 77 && output == 77; }
+
+    const UCHAR data[3] = {0xDE, 0xAD, 0xBE};
+    UCHAR buffer[1024] = {};
+    ULONG output = 0;
+    int value = 0;
+
+    // Name, and sizes of the request and the reply's buffer.
+    const std::map<int, std::tuple<std::string, int, int>> commands = {
+        {2, {"GET_STATUS", 8, 100}},
+        {80, {"MOXFLASH_COMMAND", 12, 189}},
+        {114, {"I2C_TRANSACTION", 57, 57}},
+        {136, {"IO_ACCESS", 28, 28}},
+        {137, {"DEVICE_FLASH", 1084, 1084}},
+        {139, {"DEVICE_CONTROL", 12, 64}},
+        {140, {"DEVICE_CONTROL", 20, 68}},
+        {152, {"HOST_RESET", 14, 14}},
+        {275, {"GET_TMBLN_INFO", 8, 24}},
+        {294, {"GET_POWERPIC_INFO", 8, 272}},
+        {298, {"GET_NVME_BACKPLANE_INFO", 8, 368}},
+    };
+
+    // Method, command, the request behind the header.
+    const std::vector<std::tuple<std::string, int, std::string, Call>> operations = {
+        {"VerifySMIF", 2, "", CALL(VerifySMIF())},
+        {"UpdateMOXVersion", 2, "", CALL(UpdateMOXVersion())},
+        {"RebootMOX", 80, Hex("03"), CALL(RebootMOX())},
+        {"ReadIoByte", 136, Hex("02000000 02010000"), CALL(ReadIoByte(2, 258, buffer))},
+        {"ReadIoByte", 136, Filled(Hex("0A000000 02010000"), 19) + "\2", CALL(ReadIoByte(10, 258, buffer))},
+        {"WriteIoByte", 136, Filled(Hex("05000000 02010000"), 19) + "\xA5", CALL(WriteIoByte(5, 258, 0xA5))},
+        {"I2CTransaction", 114, Hex("00000000 4D4F584942555300 6601 02 03 04 DEADBE"),
+         CALL(I2CTransaction(258, 0x10166, data, 3, nullptr, 4))},
+        {"GetDeviceStatus", 139, Hex("0201 0000"), CALL(GetDeviceStatus(258, &output, buffer))},
+        {"HaltDevice", 140, Hex("0201 0100 70110000"), CALL(HaltDevice(258, 70000))},
+        {"ResumeDevice", 140, Hex("0201 0200"), CALL(ResumeDevice(258))},
+        {"SetHostResetMode", 152, Hex("00000000 01"), CALL(ScheduleColdBoot())},
+        {"SetHostResetMode", 152, Hex("00000000 02"), CALL(ScheduleAuxPowerCycle())},
+        {"OpenDeviceFlash", 137, Flash(1), CALL(OpenDeviceFlash("tmbr"))},
+        {"QueryDeviceFlashStatus", 137, Flash(0), CALL(QueryDeviceFlashStatus("tmbr"))},
+        {"ResetDeviceFlash", 137, Flash(2), CALL(ResetDeviceFlash("tmbr"))},
+        {"UploadDeviceFlashData", 137, Flash(3, 0x10203, 3, 0, "\xDE\xAD\xBE"),
+         CALL(UploadDeviceFlashData("tmbr", 0x10203, data, 3))},
+        {"DeviceFlashDispatch", 137, Flash(4, 0, 3, 0x10203, "\xDE\xAD\xBE"),
+         CALL(DeviceFlashDispatch("tmbr", 0x10203, &output, data, 3, buffer, &value))},
+        {"DeviceFlashDispatch", 137, Flash(4, 0, 0, 0x10203),
+         CALL(DeviceFlashDispatch("tmbr", 0x10203, &output, nullptr, -1, buffer, &value))},
+        {"QueryDeviceFlashHandler", 137, Flash(5, 0, 0, 0x10203),
+         CALL(QueryDeviceFlashHandler("tmbr", 0x10203, &output, nullptr, 3, buffer, &value))},
+        {"QueryDeviceFlashHandler", 137, Flash(5, 0, 0, 0x10203),
+         CALL(QueryDeviceFlashHandler("tmbr", 0x10203, &output, nullptr, -1, buffer, &value))},
+        {"ResetDeviceFlashHandler", 137, Flash(6), CALL(ResetDeviceFlashHandler("tmbr", &output))},
+        {"GetPowerPICType", 294, "", CALL(GetPowerPICType(buffer))},
+        {"GetPowerPICVersion", 294, "", CALL(GetPowerPICVersion(&value, &value, &value, &value))},
+        {"GetTamberlineFamily", 275, "", CALL(GetTamberlineFamily(buffer))},
+        {"GetTamberlineVersion", 275, "", CALL(GetTamberlineVersion(&value, &value, &value))},
+        {"GetTamberlineBootloaderVersion", 275, "", CALL(GetTamberlineBootloaderVersion(&value, &value))},
+        {"GetNVMeBackplaneCount", 298, "", CALL(GetNVMeBackplaneCount())},
+        {"GetNVMeBackplaneInfo", 298, "", CALL(GetNVMeBackplaneInfo(3, buffer, buffer))},
+        {"GetNVMeBackplaneVersion", 298, "", CALL(GetNVMeBackplaneVersion(0, &value, &value, &value))},
+    };
+};
+
 using Discovery = Channel;
 using Registers = Channel;
 using DeviceFlash = Channel;
@@ -135,6 +217,8 @@ TEST_F(Transport, StampsAndChecksPackets)
     EXPECT_EQ(int{CFakeChannel::NoTimeout}, fake.timeout);
     for (int i = 0; i < 65535; i++) channel.Send(&request);
     EXPECT_EQ(Packet(8, 0, 0, ""), fake.sent.back());
+    EXPECT_EQ(39, channel.SmifCommandNoErr(&request, nullptr, 12, 5));
+    EXPECT_EQ(39, channel.SmifCommandNoErr(&request, &response, -1, 5));
 
     channel.Close();
     EXPECT_EQ(2, channel.Send(&request));
@@ -183,21 +267,36 @@ TEST_F(Transport, DiscardsThreeStaleRepliesAndGivesUpAfterFour)
     CLogCapture log;
     fake.receives = {{ZalCiSuccess, -1}, {ZalCiSuccess, -2}, {ZalCiSuccess, 1}};
     EXPECT_EQ(0, Command(channel));
-    const char* const text = "SmifCommandNoErr: Out of sequence response ";
-    EXPECT_EQ(Lines({text + std::string("(0001/0000)"), text + std::string("(0001/FFFF)"),
-                     text + std::string("(0001/0002)")}),
-              log.Text());
+    const std::string text = "SmifCommandNoErr: Out of sequence response ";
+    EXPECT_EQ(Lines({text + "(0001/0000)", text + "(0001/FFFF)", text + "(0001/0002)"}), log.Text());
 
     fake.receives = std::deque<CFakeChannel::CReceive>(5, {ZalCiSuccess, 1});
     EXPECT_EQ(42, Command(channel));
     EXPECT_EQ(1u, fake.receives.size());
-    // A reply without an error code does not take the stale one's.
-    fake.body[0] = "";
-    response.ErrorCode = 0;
-    fake.receives = {{ZalCiSuccess, 1}};
-    EXPECT_EQ(42, Command(channel));
     fake.receives = {{ZalCiSuccess, 1}, {ZalCiErrTimeout}};
     EXPECT_EQ(34, Command(channel));
+}
+
+TEST_F(Transport, LeavesNoTraceOfStaleReplies)
+{
+    CChannelInterface channel;
+    fake.body[0] = std::string(4088, 'x');  // all that an entry of the FIFO holds
+    for (int stale : {0, 1, 3}) {
+        for (int length : {0, 8}) {
+            for (bool overall : {false, true}) {
+                std::string buffer = Packet(8, request.Sequence + 1, 0, "") + std::string(5000, 'b');
+                buffer[0] = 0;
+                std::string expected = buffer;
+                expected[0] = static_cast<char>(length);
+                const auto pReply = reinterpret_cast<SMIFPACKET*>(buffer.data());
+                fake.receives = std::deque<CFakeChannel::CReceive>(static_cast<std::size_t>(stale), {ZalCiSuccess, 1});
+                fake.receives.push_back({ZalCiSuccess, 0, 0, length});
+                EXPECT_EQ(0, overall ? channel.SmifCommandNoErrWithOverallTimeout(&request, pReply, 5008, 60)
+                                     : channel.SmifCommandNoErr(&request, pReply, 5008, 5));
+                EXPECT_EQ(expected, buffer);
+            }
+        }
+    }
 }
 
 TEST_F(Transport, WaitsForLongCommandsUpToTheOverallLimit)
@@ -325,95 +424,83 @@ TEST_F(Discovery, WaitsForAReboot)
     EXPECT_TRUE(log.Has(Lines({"WaitForReboot: Timeout! (Not fatal)"})));
 }
 
-// What goes out, what it waits for, and what a failure looks like.
-TEST_F(Channel, SendsEveryCommandByteForByte)
+TEST_F(Discovery, GivesUpOnASilentProcessor)
 {
-    const std::map<int, std::tuple<std::string, int, int>> commands = {
-        {2, {"GET_STATUS", 8, 100}},
-        {80, {"MOXFLASH_COMMAND", 12, 189}},
-        {114, {"I2C_TRANSACTION", 57, 57}},
-        {136, {"IO_ACCESS", 28, 28}},
-        {137, {"DEVICE_FLASH", 1084, 1084}},
-        {139, {"DEVICE_CONTROL", 12, 64}},
-        {140, {"DEVICE_CONTROL", 20, 68}},
-        {152, {"HOST_RESET", 14, 14}},
-        {275, {"GET_TMBLN_INFO", 8, 24}},
-        {294, {"GET_POWERPIC_INFO", 8, 272}},
-        {298, {"GET_NVME_BACKPLANE_INFO", 8, 368}},
-    };
-    const UCHAR data[] = {0xDE, 0xAD, 0xBE};
-    UCHAR buffer[1024] = {77};
-    ULONG output = 77;
-    int value = 77;
-    const auto flash = [](const std::string& fields, const std::string& more = "") {
-        return Hex("00000000 00000000" + fields + "00000000 00000000 00000000") + Filled("tmbr", 16) + Hex(more);
-    };
-    const std::tuple<const char*, int, std::string, std::function<int(CChannelInterface&)>> cases[] = {
-        {"VerifySMIF", 2, "", CALL(VerifySMIF())},
-        {"UpdateMOXVersion", 2, "", CALL(UpdateMOXVersion())},
-        {"RebootMOX", 80, Hex("03"), CALL(RebootMOX())},
-        {"ReadIoByte", 136, Hex("02000000 02010000"), CALL(ReadIoByte(2, 258, buffer))},
-        {"ReadIoByte", 136, Filled(Hex("0A000000 02010000"), 19) + "\2", CALL(ReadIoByte(10, 258, buffer))},
-        {"WriteIoByte", 136, Filled(Hex("05000000 02010000"), 19) + "\xA5", CALL(WriteIoByte(5, 258, 0xA5))},
-        {"I2CTransaction", 114, Hex("00000000 4D4F584942555300 6601 02 03 04 DEADBE"),
-         CALL(I2CTransaction(258, 0x10166, data, 3, nullptr, 4))},
-        {"GetDeviceStatus", 139, Hex("0201 0000"), CALL(GetDeviceStatus(258, &output, buffer))},
-        {"HaltDevice", 140, Hex("0201 0100 70110000"), CALL(HaltDevice(258, 70000))},
-        {"ResumeDevice", 140, Hex("0201 0200"), CALL(ResumeDevice(258))},
-        {"SetHostResetMode", 152, Hex("00000000 01"), CALL(ScheduleColdBoot())},
-        {"SetHostResetMode", 152, Hex("00000000 02"), CALL(ScheduleAuxPowerCycle())},
-        {"OpenDeviceFlash", 137, flash("01000000 00000000 00000000 00000000"), CALL(OpenDeviceFlash("tmbr"))},
-        {"QueryDeviceFlashStatus", 137, flash("00000000 00000000 00000000 00000000"),
-         CALL(QueryDeviceFlashStatus("tmbr"))},
-        {"ResetDeviceFlash", 137, flash("02000000 00000000 00000000 00000000"), CALL(ResetDeviceFlash("tmbr"))},
-        {"UploadDeviceFlashData", 137, flash("03000000 03020100 03000000 00000000", "DEADBE"),
-         CALL(UploadDeviceFlashData("tmbr", 0x10203, data, 3))},
-        {"DeviceFlashDispatch", 137, flash("04000000 00000000 03000000 03020100", "DEADBE"),
-         CALL(DeviceFlashDispatch("tmbr", 0x10203, &output, data, 3, buffer, &value))},
-        {"QueryDeviceFlashHandler", 137, flash("05000000 00000000 00000000 03020100"),
-         CALL(QueryDeviceFlashHandler("tmbr", 0x10203, &output, nullptr, 3, buffer, &value))},
-        {"ResetDeviceFlashHandler", 137, flash("06000000 00000000 00000000 00000000"),
-         CALL(ResetDeviceFlashHandler("tmbr", &output))},
-        {"GetPowerPICType", 294, "", CALL(GetPowerPICType(buffer))},
-        {"GetPowerPICVersion", 294, "", CALL(GetPowerPICVersion(&value, &value, &value, &value))},
-        {"GetTamberlineFamily", 275, "", CALL(GetTamberlineFamily(buffer))},
-        {"GetTamberlineVersion", 275, "", CALL(GetTamberlineVersion(&value, &value, &value))},
-        {"GetTamberlineBootloaderVersion", 275, "", CALL(GetTamberlineBootloaderVersion(&value, &value))},
-        {"GetNVMeBackplaneCount", 298, "", CALL(GetNVMeBackplaneCount())},
-        {"GetNVMeBackplaneInfo", 298, "", CALL(GetNVMeBackplaneInfo(3, buffer, buffer))},
-        {"GetNVMeBackplaneVersion", 298, "", CALL(GetNVMeBackplaneVersion(0, &value, &value, &value))},
-    };
-    for (const auto& [method, code, body, call] : cases) {
+    CChannelInterface channel;
+    fake.silent = true;
+    CLogCapture log;
+    const std::int64_t start = Milliseconds();
+    channel.VerifyFirmwareIsAlive();
+    EXPECT_EQ(3 * (4000 + 20000 + 2000), Milliseconds() - start);
+    EXPECT_EQ(ChannelState_Broken, channel.GetState());
+    EXPECT_EQ(0, fake.open);
+    EXPECT_FALSE(channel.WaitForReboot());
+    EXPECT_EQ(78000 + 20000 + 2 * (2000 + 20000), Milliseconds() - start);
+    EXPECT_EQ(0, fake.open);
+    const std::string round =
+        Lines({"VerifyFirmwareIsAlive: Checking Mox", "Recv: status 21", "VerifySMIF: SMIFCMD_GET_STATUS failed"});
+    EXPECT_EQ(round + round + round +
+                  Lines({"VerifyFirmwareIsAlive: Mox is dead", "WaitForReboot: Waiting for Mox to reboot",
+                         "Recv: status 21", "Recv: status 21", "WaitForReboot: Timeout! (Not fatal)"}),
+              log.Text());
+}
+
+TEST_F(Operations, SendTheirPacketAndFailWithoutAReply)
+{
+    for (const auto& [method, code, body, call] : operations) {
         SCOPED_TRACE(method);
         const auto& [name, length, replySize] = commands.at(code);
-        const std::string prefix = method + std::string(": ");
-        const int failed = code == 137 ? -1 : 0;
         fake.silent = false;
         CChannelInterface channel;
         fake.silent = true;
         fake.sent.clear();
+        ClearOutputs();
         CLogCapture log;
-        EXPECT_EQ(failed, call(channel));
+        EXPECT_EQ(Failed(code), call(channel));
         EXPECT_EQ(Packet(length, 1, code, body), fake.sent[0]);
-        EXPECT_EQ(method == std::string("DeviceFlashDispatch") ? 60000 : 20000, fake.timeout);
-        const std::string failure = Lines({prefix + "SMIFCMD_" + name + " failed"});
+        EXPECT_EQ(replySize, fake.sizes[static_cast<WORD>(code)]);
+        EXPECT_EQ(method == "DeviceFlashDispatch" ? 60000 : 20000, fake.timeout);
+        const std::string failure = Lines({method + ": SMIFCMD_" + name + " failed"});
         EXPECT_EQ(log.Text().size() - failure.size(), log.Text().find(failure)) << log.Text();
         channel.Close();
         CLogCapture closed;
-        EXPECT_EQ(failed, call(channel));
-        EXPECT_EQ(Lines({prefix + "Channel not available"}), closed.Text());
-        EXPECT_TRUE(value == 77 && buffer[0] == 77 && output == 77);
+        EXPECT_EQ(Failed(code), call(channel));
+        EXPECT_EQ(Lines({method + ": Channel not available"}), closed.Text());
+        EXPECT_TRUE(NothingStored());
     }
-    // An error code fails a command, but for I/O and device flash, which have a status of their own.
-    fake.silent = false;
+}
+
+// An error code fails a command, but for I/O and device flash, which have a status of their own.
+TEST_F(Operations, LookAtTheErrorCode)
+{
     CChannelInterface channel;
-    for (const auto& [method, code, body, call] : cases) {
+    for (const auto& [method, code, body, call] : operations) {
         SCOPED_TRACE(method);
         const std::size_t size = static_cast<std::size_t>(std::get<2>(commands.at(code))) - 8;
         for (int command : {139, code}) fake.body[static_cast<WORD>(command)] = Filled("\5", size);
+        ClearOutputs();
         EXPECT_EQ(code == 136, call(channel));
-        EXPECT_EQ(code == 140 ? 64 : size + 8, static_cast<std::size_t>(fake.size));
+        EXPECT_TRUE(code == 136 || code == 137 || NothingStored());
         fake.body.erase(static_cast<WORD>(code));
+    }
+}
+
+TEST_F(Operations, FailOnRepliesTooShortForAnErrorCode)
+{
+    for (const auto& [method, code, body, call] : operations) {
+        for (const auto& [length, stale] : {std::pair(0, false), {0, true}, {8, false}, {8, true}}) {
+            SCOPED_TRACE(method + " " + std::to_string(length));
+            fake.creates = {ZalCiErrTimeout};
+            CChannelInterface channel;
+            channel.Open();  // number 0 is next, which is also what nothing received looks like
+            fake.receives = {{ZalCiSuccess, 0, 0, length}, {ZalCiErrTimeout}};
+            if (stale) fake.receives.push_front({ZalCiSuccess, 1});
+            ClearOutputs();
+            // Any reply to a host reset counts, and the request that it replaces is no error.
+            const bool anyReply = code == 152 && (stale || length == 8);
+            EXPECT_EQ(anyReply ? TRUE : Failed(code), call(channel));
+            EXPECT_TRUE(code == 137 || NothingStored());
+        }
     }
 }
 
@@ -422,7 +509,7 @@ TEST_F(Registers, LogWhatTheyReadAndWrite)
     CChannelInterface channel;
     std::string& body = fake.body[SMIFCMD_IO_ACCESS];
     UCHAR value = 0;
-    const std::tuple<std::string, int, std::string, std::function<int(CChannelInterface&)>> cases[] = {
+    const std::tuple<std::string, int, std::string, Call> cases[] = {
         {"Read", 1, "MEMID", CALL(ReadMEMID(5, &value))},  {"Read", 2, "GPI", CALL(ReadGPI(5, &value))},
         {"Read", 10, "GPO", CALL(ReadGPO(5, &value))},     {"Read", 3, "CPLD", CALL(ReadCPLD(5, &value))},
         {"Read", 11, "XPLD", CALL(ReadXPLD(5, &value))},   {"Write", 4, "GPO", CALL(WriteGPO(5, 0x0B))},
@@ -475,23 +562,12 @@ TEST_F(Registers, ControlDevicesWithOldFirmware)
 {
     CChannelInterface channel;
     fake.body[SMIFCMD_DEVICE_CONTROL_EX] = Hex("01000000");
-    fake.body[SMIFCMD_DEVICE_CONTROL] = Hex("00000000 04030201") + std::string(48, 'x');
     CLogCapture log;
     EXPECT_TRUE(channel.HaltDevice(1, 5));
     EXPECT_EQ(Packet(12, 2, 139, Hex("0100 0100")), fake.sent.back());
     EXPECT_TRUE(channel.ResumeDevice(1));
     EXPECT_EQ(Packet(12, 4, 139, Hex("0100 0200")), fake.sent.back());
     EXPECT_EQ(Lines({"SmifCommand: ErrorCode = 00000001", "SmifCommand: ErrorCode = 00000001"}), log.Text());
-
-    ULONG flags = 0;
-    char status[49] = {};
-    EXPECT_TRUE(channel.GetDeviceStatus(2, &flags, reinterpret_cast<UCHAR*>(status)));
-    EXPECT_TRUE(channel.GetDeviceStatus(2, nullptr, nullptr));
-    EXPECT_EQ(0x01020304u, flags);
-    EXPECT_EQ(std::string(48, 'x'), status);
-
-    fake.receives = {{ZalCiSuccess, 7}, {ZalCiErrTimeout}};  // any reply to a host reset counts
-    EXPECT_TRUE(channel.SetHostResetMode(HostResetMode_Default));
 }
 
 TEST_F(DeviceFlash, UploadsInPieces)
@@ -500,14 +576,11 @@ TEST_F(DeviceFlash, UploadsInPieces)
     std::vector<UCHAR> image(2049, 'a');
     image[1024] = 'b';
     CLogCapture log;
-    EXPECT_EQ(0, channel.UploadDeviceFlashData("h", image.data(), 2049));
+    EXPECT_EQ(0, channel.UploadDeviceFlashData("tmbr", image.data(), 2049));
     ASSERT_EQ(4u, fake.sent.size());
-    const auto piece = [](const char* fields, const std::string& data) {
-        return Hex("00000000 00000000 03000000" + std::string(fields)) + Filled("", 16) + Filled("h", 16) + data;
-    };
-    EXPECT_EQ(Packet(1084, 1, 137, piece("00000000 00040000", std::string(1024, 'a'))), fake.sent[1]);
-    EXPECT_EQ(Packet(1084, 2, 137, piece("00040000 00040000", "b" + std::string(1023, 'a'))), fake.sent[2]);
-    EXPECT_EQ(Packet(1084, 3, 137, piece("00080000 01000000", "a")), fake.sent[3]);
+    EXPECT_EQ(Packet(1084, 1, 137, Flash(3, 0, 1024, 0, std::string(1024, 'a'))), fake.sent[1]);
+    EXPECT_EQ(Packet(1084, 2, 137, Flash(3, 1024, 1024, 0, "b" + std::string(1023, 'a'))), fake.sent[2]);
+    EXPECT_EQ(Packet(1084, 3, 137, Flash(3, 2048, 1, 0, "a")), fake.sent[3]);
     EXPECT_EQ(0, channel.UploadDeviceFlashData(image.data(), 0));
 
     fake.receives = {{}, {ZalCiErrTimeout}};
@@ -535,9 +608,11 @@ TEST_F(DeviceFlash, ChecksLengthsAndCutsHandlerNames)
         EXPECT_EQ(-1, channel.QueryDeviceFlashHandler("h", 0, nullptr, data, length, nullptr, nullptr));
     }
     EXPECT_EQ(-1, channel.UploadDeviceFlashData("h", 0, nullptr, 1));
+    EXPECT_EQ(-1, channel.DeviceFlashDispatch("h", 0, nullptr, nullptr, 1025, nullptr, nullptr));
     const std::string each = Lines({"UploadDeviceFlashData: Invalid length", "DeviceFlashDispatch: Invalid length",
                                     "QueryDeviceFlashHandler: Invalid length"});
-    EXPECT_EQ(each + each + Lines({"UploadDeviceFlashData: Invalid length"}), log.Text());
+    EXPECT_EQ(each + each + Lines({"UploadDeviceFlashData: Invalid length", "DeviceFlashDispatch: Invalid length"}),
+              log.Text());
     EXPECT_EQ(2u, fake.sent.size());
 
     for (std::size_t length : {0, 15, 16, 200}) {
@@ -584,48 +659,66 @@ TEST_F(DeviceFlash, HandsOutWhatTheHandlerAnswers)
     EXPECT_EQ(60000, Milliseconds() - start);
 }
 
-TEST_F(Inventory, ReadsVersions)
+// With all outputs of an operation asked for, and with each left out in turn.
+TEST_F(Inventory, StoresTheOutputsThatAreAskedFor)
 {
     CChannelInterface channel;
-    UINT8 byte = 0;
-    int got[4] = {};
-    fake.body[SMIFCMD_GET_POWERPIC_INFO] = Filled(Hex("00000000 0312 7856 0800"), 264);
-    EXPECT_TRUE(channel.GetPowerPICType(&byte) && byte == 0x78);
-    EXPECT_TRUE(channel.GetPowerPICVersion(&got[0], &got[1], &got[2], &got[3]));
-    EXPECT_TRUE(got[0] == 1 && got[1] == 2 && got[2] == 3 && got[3] == TRUE);
-    fake.body[SMIFCMD_GET_POWERPIC_INFO][8] = static_cast<char>(0xF7);
-    EXPECT_TRUE(channel.GetPowerPICVersion(nullptr, nullptr, nullptr, &got[3]) && !got[3]);
-
-    fake.body[SMIFCMD_GET_TMBLN_INFO] = Hex("00000000 0045FFFF FF56FFFF FF67FFFF");
-    EXPECT_TRUE(channel.GetTamberlineFamily(&byte) && byte == 0x56);
-    EXPECT_TRUE(channel.GetTamberlineVersion(&got[0], &got[1], &got[2]));
-    EXPECT_TRUE(got[0] == 4 && got[1] == 5 && got[2] == 0x7F);
-    EXPECT_TRUE(channel.GetTamberlineBootloaderVersion(&got[0], &got[1]));
-    EXPECT_TRUE(got[0] == 6 && got[1] == 7);
+    UCHAR* b[4] = {};  // outputs that are bytes, and the same ones as numbers
+    int* n[4] = {};
+    const std::string data = "101112131415161718191A1B1C1D1E1F";
+    const std::string status = data + data + data;
+    const std::string powerPIC = "00000000 0312 7856 ";
+    const std::string tamberline = "00000000 0045FFFF FF56FFFF FF67FFFF";
+    std::string planes = "00000000 07000000";
+    for (const char* entry : {"010203FE00005500", "0102030100000000", "FFFF070000000000", "FF02070000006600"})
+        planes += entry + data + std::string(128, '0');
+    // Command, its reply behind the header, what is stored.
+    const std::tuple<WORD, std::string, std::string, Call> cases[] = {
+        {136, std::string(38, '0') + "0B", "0B", CALL(ReadIoByte(1, 5, b[0]))},
+        {139, "00000000 04030201" + status, "04030201 " + status,
+         CALL(GetDeviceStatus(2, reinterpret_cast<ULONG*>(n[0]), b[1]))},
+        {294, powerPIC, "78", CALL(GetPowerPICType(b[0]))},
+        {294, powerPIC + "0800", "01000000 02000000 03000000 01000000",
+         CALL(GetPowerPICVersion(n[0], n[1], n[2], n[3]))},
+        {294, powerPIC + "F7FF", "01000000 02000000 03000000 00000000",
+         CALL(GetPowerPICVersion(n[0], n[1], n[2], n[3]))},
+        {275, tamberline, "56", CALL(GetTamberlineFamily(b[0]))},
+        {275, tamberline, "04000000 05000000 7F000000", CALL(GetTamberlineVersion(n[0], n[1], n[2]))},
+        {275, tamberline, "06000000 07000000", CALL(GetTamberlineBootloaderVersion(n[0], n[1]))},
+        {298, planes, "55 " + data, CALL(GetNVMeBackplaneInfo(0, b[0], b[1]))},
+        {298, planes, "66 " + data, CALL(GetNVMeBackplaneInfo(3, b[0], b[1]))},
+        {298, planes, "01000000 02000000 00000000", CALL(GetNVMeBackplaneVersion(0, n[0], n[1], n[2]))},
+        {298, planes, "03000000 00000000 01000000", CALL(GetNVMeBackplaneVersion(1, n[0], n[1], n[2]))},
+        {298, planes, "07000000 00000000 01000000", CALL(GetNVMeBackplaneVersion(2, n[0], n[1], n[2]))},
+        {298, planes, "FF000000 02000000 00000000", CALL(GetNVMeBackplaneVersion(3, n[0], n[1], n[2]))},
+    };
+    for (const auto& [command, body, stored, call] : cases) {
+        fake.body[command] = Hex(body);
+        for (int omitted = 0; omitted <= 4; omitted++) {
+            std::istringstream values(stored);
+            std::string expected[4];
+            std::string places[4];
+            for (int i = 0; i < 4; i++) {
+                if (values >> expected[i]) expected[i] = i == omitted ? "" : Hex(expected[i]);
+                expected[i].resize(64, 'u');  // untouched
+                places[i].resize(64, 'u');
+                b[i] = i == omitted ? nullptr : reinterpret_cast<UCHAR*>(places[i].data());
+                n[i] = reinterpret_cast<int*>(b[i]);
+            }
+            EXPECT_TRUE(call(channel));
+            EXPECT_TRUE(std::equal(expected, expected + 4, places)) << stored << " without output " << omitted;
+        }
+    }
 }
 
-TEST_F(Inventory, ReadsBackplanes)
+TEST_F(Inventory, CountsAndChoosesBackplanes)
 {
     CChannelInterface channel;
     fake.body[SMIFCMD_GET_NVME_BACKPLANE_INFO] = Hex("00000000 07000000");
-    for (const char* entry : {"010203FE000055", "01020301000000", "FFFF0700000000", "FF020700000066"})
-        fake.body[SMIFCMD_GET_NVME_BACKPLANE_INFO] += Filled(Filled(Hex(entry), 8) + std::string(16, 'i'), 88);
     EXPECT_EQ(7, channel.GetNVMeBackplaneCount());
-    UINT8 type = 0;
-    UINT8 id[17] = {};
-    EXPECT_TRUE(channel.GetNVMeBackplaneInfo(0, &type, id));
-    EXPECT_EQ(0x55, type);
-    EXPECT_EQ(std::string(16, 'i'), reinterpret_cast<char*>(id));
-    EXPECT_TRUE(channel.GetNVMeBackplaneInfo(3, nullptr, nullptr));
-    const int expected[][3] = {{1, 2, 0}, {3, 0, 1}, {7, 0, 1}, {255, 2, 0}};
-    for (int i = 0; i < 4; i++) {
-        int got[3] = {-1, -1, -1};
-        EXPECT_TRUE(channel.GetNVMeBackplaneVersion(i, &got[0], &got[1], &got[2]));
-        EXPECT_TRUE(std::equal(got, got + 3, expected[i])) << i;
-    }
     channel.Close();
     CLogCapture log;
-    EXPECT_FALSE(channel.GetNVMeBackplaneInfo(4, &type, id));
+    EXPECT_FALSE(channel.GetNVMeBackplaneInfo(4, nullptr, nullptr));
     EXPECT_FALSE(channel.GetNVMeBackplaneVersion(-1, nullptr, nullptr, nullptr));
     EXPECT_EQ(
         Lines({"GetNVMeBackplaneInfo: Invalid backplane index", "GetNVMeBackplaneVersion: Invalid backplane index"}),
@@ -644,7 +737,7 @@ TEST_F(Inventory, ReadsPowerSupplies)
     EXPECT_TRUE(channel.ReadPSInfo(data1, data2, data3, data4, &count));
     EXPECT_EQ(0, count);
     EXPECT_EQ(Packet(8, 1, 285, ""), fake.sent.back());
-    EXPECT_TRUE(fake.size == 140 && fake.timeout == -1);
+    EXPECT_TRUE(fake.sizes[285] == 140 && fake.timeout == -1);
 
     std::string& body = fake.body[SMIFCMD_PS_INFO] = Hex("00000000");
     for (char i = '1'; i <= '8'; i++) body += Hex("04030201 0605 0807") + std::string(8, i);

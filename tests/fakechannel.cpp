@@ -20,58 +20,73 @@ Step Next(std::deque<Step>& script)
     return step;
 }
 
+const ZALCIHANDLE Handle = reinterpret_cast<ZALCIHANDLE>(&g_FakeChannel);
+
+bool IsOpen(ZALCIHANDLE handle)
+{
+    return handle == Handle && g_FakeChannel.open > 0;
+}
+
 }  // namespace
 
-ZALCISTATUS ZalCiInitialize(void*)
+ZALCISTATUS ZalCiInitialize(void* pContext)
 {
+    g_FakeChannel.initialized = !pContext;
     return ZalCiErrGeneralFailure;
 }
 
 ZALCISTATUS ZalCiCreate(void* pKey, ZALCIHANDLE* phChannel, ULONG sendEntries, ULONG sendSize, ULONG recvEntries,
                         ULONG recvSize, ZALCIPRIORITY priority, int* pTimeout)
 {
-    if (pKey || sendEntries != 2 || sendSize != 4096 || recvEntries != 2 || recvSize != 4096 || priority || pTimeout)
+    if (!g_FakeChannel.initialized || pKey || sendEntries != 2 || sendSize != 4096 || recvEntries != 2 ||
+        recvSize != 4096 || priority || pTimeout)
         return ZalCiErrBadParameter;
     const ZALCISTATUS status = Next(g_FakeChannel.creates);
     if (status != ZalCiSuccess || g_FakeChannel.noHandle) return status;
     g_FakeChannel.open++;
-    *phChannel = reinterpret_cast<ZALCIHANDLE>(&g_FakeChannel);
+    *phChannel = Handle;
     return status;
 }
 
-int ZalCiSend(ZALCIHANDLE, const void* pBuffer, int length, ZALCISTATUS* pStatus, int* pTimeout)
+int ZalCiSend(ZALCIHANDLE hChannel, const void* pBuffer, int length, ZALCISTATUS* pStatus, int* pTimeout)
 {
     g_FakeChannel.sent.emplace_back(static_cast<const char*>(pBuffer), static_cast<std::size_t>(length));
-    *pStatus = pTimeout ? ZalCiErrBadParameter : Next(g_FakeChannel.sends);
+    *pStatus = !IsOpen(hChannel) || pTimeout ? ZalCiErrBadParameter : Next(g_FakeChannel.sends);
     return length;
 }
 
-int ZalCiRecv(ZALCIHANDLE, void* pBuffer, int size, ZALCISTATUS* pStatus, int* pTimeout)
+int ZalCiRecv(ZALCIHANDLE hChannel, void* pBuffer, int size, ZALCISTATUS* pStatus, int* pTimeout)
 {
-    g_FakeChannel.size = size;
+    SMIFHDR header = {};
+    std::memcpy(&header, g_FakeChannel.sent.back().data(), sizeof header);
+    g_FakeChannel.sizes[header.Command] = size;
     g_FakeChannel.timeout = pTimeout ? *pTimeout : int{CFakeChannel::NoTimeout};
     const CFakeChannel::CReceive step = Next(g_FakeChannel.receives);
     *pStatus = g_FakeChannel.silent ? ZalCiErrFifoEmpty : step.status;
+    if (!IsOpen(hChannel)) *pStatus = ZalCiErrBadParameter;
     if (*pStatus == ZalCiErrFifoEmpty && pTimeout) usleep(static_cast<useconds_t>(*pTimeout) * 1000);
     if (*pStatus != ZalCiSuccess) return 0;
 
-    std::string reply = g_FakeChannel.sent.back().substr(0, sizeof(SMIFHDR));
-    SMIFHDR* pHeader = reinterpret_cast<SMIFHDR*>(reply.data());
-    const auto answer = g_FakeChannel.answer.find(pHeader->Command);
+    const auto answer = g_FakeChannel.answer.find(header.Command);
     if (answer != g_FakeChannel.answer.end())
-        g_FakeChannel.body[pHeader->Command] = answer->second(g_FakeChannel.sent.back());
-    const auto body = g_FakeChannel.body.find(pHeader->Command);
-    pHeader->Sequence = static_cast<WORD>(pHeader->Sequence + step.sequence);
-    const std::size_t length =
-        body == g_FakeChannel.body.end() ? static_cast<std::size_t>(size) - reply.size() : body->second.size();
-    pHeader->Length = static_cast<WORD>(reply.size() + length);
-    reply += body == g_FakeChannel.body.end() ? std::string(length, '\0') : body->second;
+        g_FakeChannel.body[header.Command] = answer->second(g_FakeChannel.sent.back());
+    const auto body = g_FakeChannel.body.find(header.Command);
+    std::string reply(sizeof header, '\0');
+    if (body != g_FakeChannel.body.end())
+        reply += body->second;
+    else
+        reply.resize(static_cast<std::size_t>(size));
+    if (step.length >= 0) reply.resize(static_cast<std::size_t>(step.length));
+    header.Length = static_cast<WORD>(reply.size());
+    header.Sequence = static_cast<WORD>(header.Sequence + step.sequence);
+    std::memcpy(reply.data(), &header, std::min(reply.size(), sizeof header));
     std::memcpy(pBuffer, reply.data(), std::min(reply.size(), static_cast<std::size_t>(size)));
     return static_cast<int>(reply.size()) - step.missing;
 }
 
-ZALCISTATUS ZalCiClose(ZALCIHANDLE)
+ZALCISTATUS ZalCiClose(ZALCIHANDLE hChannel)
 {
+    if (!IsOpen(hChannel)) return ZalCiErrBadParameter;
     g_FakeChannel.open--;
     return ZalCiSuccess;
 }

@@ -16,7 +16,8 @@ struct CFakeChannel
     {
         ZALCISTATUS status = ZalCiSuccess;
         int sequence = 0;  // what the reply's number is off by
-        int missing = 0;   // bytes of the reply
+        int missing = 0;   // bytes that the reply has and that don't arrive
+        int length = -1;   // of the reply; as the body makes it by default
     };
 
     static const int NoTimeout = -2;
@@ -31,10 +32,11 @@ struct CFakeChannel
     std::map<std::uint16_t, std::function<std::string(const std::string&)>> answer;  // makes the body from the packet
 
     // What has happened.
-    int open = 0;                   // channels
-    std::vector<std::string> sent;  // every attempt
-    int size = 0;                   // of the last receive's buffer
-    int timeout = 0;                // of the last receive; NoTimeout: null
+    bool initialized = false;
+    int open = 0;                        // channels
+    std::vector<std::string> sent;       // every attempt
+    std::map<std::uint16_t, int> sizes;  // of the buffer of a command's last receive
+    int timeout = 0;                     // of the last receive; NoTimeout: null
 };
 
 extern CFakeChannel g_FakeChannel;

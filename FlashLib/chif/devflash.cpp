@@ -36,6 +36,12 @@ BOOL IsLengthValid(const char* pszMethod, int length, int limit = MaxDataLength)
     return (length >= 0 && length <= limit) || LogFailure(pszMethod, "Invalid length");
 }
 
+// Without data a negative length is none; one above the limit is a mistake all the same.
+BOOL IsInputValid(const char* pszMethod, const UCHAR* pData, int length)
+{
+    return (!pData && length < 0) || IsLengthValid(pszMethod, length);
+}
+
 // What the handler gets of a dispatch and a sub-query.
 void SetInput(SMIFREQ_DEVICE_FLASH& request, ULONG value, const UCHAR* pData, int length)
 {
@@ -117,7 +123,7 @@ int CChannelInterface::DeviceFlashDispatch(const char* pszHandler, ULONG InputVa
                                            int* pOutputDataLength)
 {
     if (!ChannelAvailable(*this, __func__)) return DeviceFlashStatus_Failed;
-    if (!IsLengthValid(__func__, InputDataLength)) return DeviceFlashStatus_Failed;
+    if (!IsInputValid(__func__, pInputData, InputDataLength)) return DeviceFlashStatus_Failed;
 
     CDeviceFlash flash(*this, __func__, DevFlashOp_Dispatch, pszHandler);
     SetInput(flash.request, InputValue, pInputData, InputDataLength);
@@ -134,7 +140,7 @@ int CChannelInterface::QueryDeviceFlashHandler(const char* pszHandler, ULONG Inp
                                                int* pOutputDataLength)
 {
     if (!ChannelAvailable(*this, __func__)) return DeviceFlashStatus_Failed;
-    if (!IsLengthValid(__func__, InputDataLength)) return DeviceFlashStatus_Failed;
+    if (!IsInputValid(__func__, pInputData, InputDataLength)) return DeviceFlashStatus_Failed;
 
     CDeviceFlash flash(*this, __func__, DevFlashOp_SubQuery, pszHandler);
     SetInput(flash.request, InputValue, pInputData, InputDataLength);

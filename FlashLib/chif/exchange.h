@@ -52,7 +52,8 @@ void HandOut(Output* pOutput, Value value)
     if (pOutput) *pOutput = static_cast<Output>(value);
 }
 
-// One command of one operation. The request is zero but for its length and code; the caller fills in the rest.
+// One command of one operation. The request is zero but for its length and code; the caller fills in the rest. The
+// response is zero but for its error code, so that a reply too short for one is an error.
 template <int Command>
 class CExchange
 {
@@ -62,6 +63,7 @@ class CExchange
     {
         request.Length = sizeof request;
         request.Command = Command;
+        response.ErrorCode = ~0U;
     }
 
     // Exchanges the request for the response; 0 or a status. Logs no line of its own.

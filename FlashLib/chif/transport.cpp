@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 
@@ -19,11 +20,29 @@ const int ReceiveAttempts = 4;
 
 const int CommandFailed = ZalCiErrMax;
 
-// What the next reply is too short to bring must not come from this one: it reads as an error.
-void Discard(SMIFPACKET* pResponse, int bufferSize)
+// A caller's receive buffer, and what it held before the first receive: a discarded reply must leave no trace in it, as
+// the next one may be shorter.
+class CReplyBuffer
 {
-    std::memset(pResponse, 0xFF, static_cast<std::size_t>(bufferSize));
-}
+  public:
+    CReplyBuffer(SMIFPACKET* pReply, int size)
+        : m_pReply(pReply), m_Size(pReply && size > 0 ? static_cast<std::size_t>(std::min(size, FifoEntrySize)) : 0)
+    {
+        if (m_Size > 0) std::memcpy(m_Before, pReply, m_Size);
+    }
+
+    void Discard(const char* pszMethod, const SMIFPACKET* pRequest) const
+    {
+        _DebugPrintf("CChannelInterface::%s: Out of sequence response (%04X/%04X)\n", pszMethod, pRequest->Sequence,
+                     m_pReply->Sequence);
+        std::memcpy(m_pReply, m_Before, m_Size);
+    }
+
+  private:
+    SMIFPACKET* m_pReply;
+    std::size_t m_Size;
+    BYTE m_Before[FifoEntrySize];
+};
 
 }  // namespace
 
@@ -82,14 +101,12 @@ int CChannelInterface::SmifCommandNoErr(SMIFPACKET* pRequest, SMIFPACKET* pRespo
     int status = Send(pRequest);
     if (status != 0) return status;
 
+    const CReplyBuffer reply(pResponse, ResponseBufferSize);
     for (int i = 0; i < ReceiveAttempts; i++) {
         status = Recv(pResponse, ResponseBufferSize, Timeout);
         // The request is read again each time: it may be the buffer that the reply came in.
         if (status != 0 || pResponse->Sequence == pRequest->Sequence) return status;
-
-        _DebugPrintf("CChannelInterface::SmifCommandNoErr: Out of sequence response (%04X/%04X)\n", pRequest->Sequence,
-                     pResponse->Sequence);
-        Discard(pResponse, ResponseBufferSize);
+        reply.Discard(__func__, pRequest);
     }
     return CommandFailed;
 }
@@ -111,6 +128,7 @@ int CChannelInterface::SmifCommandNoErrWithOverallTimeout(SMIFPACKET* pRequest, 
     int status = Send(pRequest);
     if (status != 0) return status;
 
+    const CReplyBuffer reply(pResponse, ResponseBufferSize);
     const std::time_t start = std::time(nullptr);
     do {
         status = Recv(pResponse, ResponseBufferSize, DefaultRecvTimeout);
@@ -121,9 +139,7 @@ int CChannelInterface::SmifCommandNoErrWithOverallTimeout(SMIFPACKET* pRequest, 
         if (status != 0 || pResponse->Sequence == pRequest->Sequence) return status;
 
         status = CommandFailed;
-        _DebugPrintf("CChannelInterface::SmifCommandNoErrWithOverallTimeout: Out of sequence response (%04X/%04X)\n",
-                     pRequest->Sequence, pResponse->Sequence);
-        Discard(pResponse, ResponseBufferSize);
+        reply.Discard(__func__, pRequest);
     } while (std::time(nullptr) - start < Seconds);
     return status;
 }

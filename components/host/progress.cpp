@@ -3,6 +3,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace
@@ -37,16 +38,19 @@ void CProgressBar::Show(int done)
     if (m_Shown >= 0 && percent / step == m_Shown / step) return;
     m_Shown = percent;
 
-    const std::int64_t elapsed = Milliseconds() - m_Start;
-    const long long rate = elapsed > 0 ? done * std::int64_t{1000} / elapsed / 1024 : 0;
+    const std::int64_t elapsed = std::max<std::int64_t>(Milliseconds() - m_Start, 1);
+    const long long rate = done * std::int64_t{1000} / elapsed;
+    const bool slow = rate < 10240;
+    const char* pszUnit = slow ? "bytes/s" : "KiB/s";
+    const long long shownRate = slow ? rate : rate / 1024;
     if (!m_bTerminal) {
-        m_pfnLogger("  %s: %d of %d bytes, %d%%, %lld KiB/s\n", m_pszWhat, done, m_Total, percent, rate);
+        m_pfnLogger("  %s: %d of %d bytes, %d%%, %lld %s\n", m_pszWhat, done, m_Total, percent, shownRate, pszUnit);
         return;
     }
     char szBar[BarWidth + 1];
     std::memset(szBar, ' ', BarWidth);
     std::memset(szBar, '#', static_cast<std::size_t>(percent * BarWidth / 100));
     szBar[BarWidth] = '\0';
-    m_pfnLogger("\r  %s [%s] %d of %d bytes, %3d%%, %lld KiB/s%s", m_pszWhat, szBar, done, m_Total, percent, rate,
-                done == m_Total ? "\n" : "");
+    m_pfnLogger("\r  %s [%s] %d of %d bytes, %3d%%, %lld %-7s%s", m_pszWhat, szBar, done, m_Total, percent, shownRate,
+                pszUnit, done == m_Total ? "\n" : "");
 }

@@ -140,7 +140,8 @@ void CPowerController::InstallWorker(InstallParameters* params)
     if (Update(params->bSilent ? nullptr : params->pfnLogger)) {
         const BOOL logged = CSystem().LogFlashEventToVRL(microcode + " flashed" + was);
         Finish(params, ReturnCodeNone,
-               microcode + " was flashed and runs." + (logged ? "" : " The event could not be logged."));
+               microcode + " was flashed and runs." + (logged ? "" : " The event could not be logged.") +
+                   (m_bStateSaved ? "" : " The update that was cut off before has cost the controller's settings."));
         return;
     }
     if (m_bTouched) CSystem().LogMaintenanceNoteToVRL(microcode + " not flashed: " + m_sFailure + was);
@@ -159,8 +160,7 @@ CStr CPowerController::DescribeState()
 BOOL CPowerController::Update(PLOGFN logger)
 {
     const CIgnoreSignals ignore;
-    const BOOL registersLost = m_bBootLoader;
-    if (!registersLost) {
+    if (!m_bBootLoader) {
         if (logger) logger("  Saving the controller's registers ...\n");
         m_bStateSaved = m_pMicro->SaveState();
         if (!m_bStateSaved) return FailWith("its registers can't be saved");

@@ -1,0 +1,128 @@
+#include <cstdio>
+
+#include "crc.h"
+#include "installer.h"
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+class PowerControllerInstall : public CInstallerTest
+{
+  protected:
+    PowerControllerInstall() : CInstallerTest("powercontroller") {}
+
+    int RunWithFault(const std::string& fault)
+    {
+        return Run(RackServer(), "", "--fault processor.i2c.power_controller." + fault);
+    }
+
+    std::string Registers() const { return ReadFile(m_Server.Path() / "powercontroller.json"); }
+
+    // A controller as it was shipped.
+    void Renew()
+    {
+        fs::remove_all(m_Server.Path());
+        fs::create_directory(m_Server.Path());
+    }
+};
+
+const char* const WaitsInLoader = "The controller waits in its boot loader: running this installer again will finish.";
+
+}  // namespace
+
+TEST_F(PowerControllerInstall, ProgramsRestoresVerifiesAndLogs)
+{
+    EXPECT_TRUE(Discovers(RackServer(), "<action value=\"upgrade\"/>")) << m_Output;
+    EXPECT_EQ(0, Run(RackServer())) << m_Output;
+    EXPECT_TRUE(Says("  Unlocking the controller ...\n  Uploading: 1028 of 22556 bytes, 4%, ")) << m_Output;
+    EXPECT_TRUE(Says("Power controller microcode 2.1 was flashed and runs.\n"));
+    // What the server had set up is there again.
+    for (const char* value : {"\"0x1A\":1", "\"0x1C\":750", "\"0x2C\":320", "\"0x2E\":400", "\"0x30\":515"})
+        EXPECT_NE(std::string::npos, Registers().find(value)) << Registers();
+    EXPECT_NE(std::string::npos, ReadFile(m_Server.Path() / "journal.log").find("processor resume device=1"));
+    EXPECT_EQ(2, Run(RackServer()));
+    EXPECT_EQ(0, Zalsim("--show-log"));
+    EXPECT_TRUE(Says("  ROM flash    info      Power controller microcode 2.1 flashed; was 1.0\n")) << m_Output;
+}
+
+TEST_F(PowerControllerInstall, FinishesAnUpdateThatWasCutOff)
+{
+    for (const char* record : {"2", "300", "513"}) {
+        Renew();
+        EXPECT_EQ(137, RunWithFault(std::string("power_lost_at_record=") + record)) << m_Output;
+        EXPECT_TRUE(Discovers(RackServer(), "<active_version value=\"Incomplete\"/>")) << record << m_Output;
+        EXPECT_EQ(0, Run(RackServer())) << record << m_Output;
+        EXPECT_TRUE(Says("was flashed and runs. The update that was cut off before has cost")) << m_Output;
+    }
+}
+
+TEST_F(PowerControllerInstall, SaysWhatStateAFailureLeaves)
+{
+    const struct
+    {
+        const char* Fault;
+        int Status;
+        const char* Says;
+        const char* State;
+    } cases[] = {
+        {R"(error='{"at": 200, "times": 100}')", 0, "The upload failed; once more", "was flashed and runs."},
+        {R"(error='{"at": 200, "times": 100000}')", 7, "it refused the microcode twice.", WaitsInLoader},
+        {"busy_at_record=300", 7, "it refused the microcode twice.", ""},
+        {"never_unlocks=true", 7, "it does not enter its boot loader.", "The controller runs version 1.0: run this"},
+        {"never_leaves_boot_loader=true", 7, "it does not leave its boot loader.", WaitsInLoader},
+        {R"(bad_checksum='{"at": 10, "times": 14}')", 0, "was flashed and runs.", ""},
+        {R"(no_acknowledge='{"at": 10, "times": 14}')", 0, "was flashed and runs.", ""},
+    };
+    for (const auto& c : cases) {
+        Renew();
+        EXPECT_EQ(c.Status, RunWithFault(c.Fault)) << c.Fault << m_Output;
+        EXPECT_TRUE(Says(c.Says)) << c.Fault << m_Output;
+        EXPECT_TRUE(Says(c.State)) << c.Fault << m_Output;
+        EXPECT_NE(std::string::npos, ReadFile(m_Server.Path() / "journal.log").find("processor resume device=1"));
+        EXPECT_EQ(0, Run(RackServer(), "/f")) << c.Fault << m_Output;
+    }
+}
+
+TEST_F(PowerControllerInstall, SaysWhyTheServerIsNotForIt)
+{
+    const struct
+    {
+        std::string Server;
+        int Status;
+        const char* Says;
+    } cases[] = {
+        {RackServer(R"({"management_processor": {"i2c": []}})"), 4, "This server has no power controller"},
+        {RackServer(R"({"management_processor": {"i2c": [{"type": "power_controller", "bus": 3, "address": "0x30",
+            "family": "brisk", "acts_as": "opal"}]}})"),
+         7, "for Zephyra controllers; this server has a controller of family Brisk."},
+        {RackServer(R"({"management_processor": null})"), 7, "There is no driver for the management processor."},
+        {ReadFile(fs::path(SERVERS) / "blade" / "server.json"), 7, "&& !$Blade\" does not hold."},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.Status, Run(c.Server)) << m_Output;
+        EXPECT_TRUE(Says(c.Says)) << m_Output;
+    }
+}
+
+TEST_F(PowerControllerInstall, RefusesMicrocodeThatIsNotWholeBeforeAnythingIsTouched)
+{
+    Edit("settings.ini", "Family = Zephyra", "Family = Nobody");
+    EXPECT_EQ(7, Run(RackServer()));
+    EXPECT_TRUE(Says("The settings name no family of power controllers.")) << m_Output;
+    Restore("settings.ini");
+
+    std::string text = ReadFile(m_Package.Path() / "zephyra_2.1.hex");
+    text.resize(text.size() / 2);
+    m_Package.Write("zephyra_2.1.hex", text);
+    EXPECT_EQ(7, Run(RackServer()));
+    EXPECT_TRUE(Says("zephyra_2.1.hex is damaged")) << m_Output;
+    char szCrc[9];
+    std::snprintf(szCrc, sizeof szCrc, "%08X", sim::Crc32(text.data(), text.size()));
+    const std::string settings = ReadFile(m_Package.Path() / "settings.ini");
+    m_Package.Write("settings.ini", settings.substr(0, settings.find("CRC32")) + "CRC32 = " + szCrc);
+    EXPECT_EQ(7, Run(RackServer()));
+    EXPECT_TRUE(Says("The microcode image is no valid Intel HEX text")) << m_Output;
+    EXPECT_EQ("", ReadFile(m_Server.Path() / "journal.log"));
+}
