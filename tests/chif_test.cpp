@@ -6,12 +6,12 @@
 #include <cstring>
 #include <functional>
 #include <regex>
-#include <set>
 #include <sstream>
 #include <tuple>
 
 #include "clock.h"
 #include "fakechannel.h"
+#include "server.h"
 #include "support.h"
 
 #define CALL(call) [&](CChannelInterface& c) -> int { return c.call; }
@@ -73,30 +73,10 @@ std::string StatusBody(int korClass, int application)
     return body;
 }
 
-// Puts a grep in front of the real one that notes how it is called and finds that many lines.
-class CFakeGrep
-{
-  public:
-    explicit CFakeGrep(int lines) : m_Path(std::getenv("PATH"))
-    {
-        const std::string script =
-            m_Folder.Write("grep", "#!/bin/sh\necho \"$* 2>\" $(readlink /proc/$$/fd/2) >\"${0%/*}/arguments\"\nseq " +
-                                       std::to_string(lines) + "\n");
-        std::filesystem::permissions(script, std::filesystem::perms::owner_all);
-        setenv("PATH", (m_Folder.Path().string() + ":" + m_Path).c_str(), 1);
-    }
-    ~CFakeGrep() { setenv("PATH", m_Path.c_str(), 1); }
-    std::string Arguments() const { return ReadFile(m_Folder.Path() / "arguments"); }
-
-  private:
-    CTempFolder m_Folder;
-    std::string m_Path;
-};
-
-class Channel : public testing::Test
+class Scripted : public testing::Test
 {
   protected:
-    Channel()
+    Scripted()
     {
         // Half a second and half a millisecond from where the numbers change.
         sim::CClock& clock = sim::CClock::Instance();
@@ -104,7 +84,14 @@ class Channel : public testing::Test
         fake = CFakeChannel();
         fake.body[SMIFCMD_GET_STATUS] = StatusBody(5, 0);
     }
-    ~Channel() override { EXPECT_EQ(0, fake.open); }
+    ~Scripted() override { EXPECT_EQ(0, fake.open); }
+};
+
+class Channel : public Scripted
+{
+  protected:
+    CChannelInterface channel;
+    CLogCapture log;
 };
 
 // A bare packet, sent and answered under command 0.
@@ -112,8 +99,8 @@ class Transport : public Channel
 {
   protected:
     Transport() { request.Length = 8; }
-    int Command(CChannelInterface& channel) { return channel.SmifCommand(&request, &response, sizeof response, 5); }
-    int LongCommand(CChannelInterface& channel, int seconds)
+    int Command() { return channel.SmifCommand(&request, &response, sizeof response, 5); }
+    int LongCommand(int seconds)
     {
         return channel.SmifCommandNoErrWithOverallTimeout(&request, &response, sizeof response, seconds);
     }
@@ -122,7 +109,7 @@ class Transport : public Channel
 };
 
 // All operations but those that go by another's name or have a log of their own.
-class Operations : public Channel
+class Operations : public Scripted
 {
   protected:
     static int Failed(int code) { return code == 137 ? -1 : FALSE; }
@@ -193,7 +180,7 @@ class Operations : public Channel
     };
 };
 
-using Discovery = Channel;
+using Discovery = Scripted;
 using Registers = Channel;
 using DeviceFlash = Channel;
 using Inventory = Channel;
@@ -202,8 +189,6 @@ using Inventory = Channel;
 
 TEST_F(Transport, StampsAndChecksPackets)
 {
-    CChannelInterface channel;
-    CLogCapture log;
     request.Length = 7;
     EXPECT_EQ(39, channel.Send(&request));
     EXPECT_EQ(39, channel.Send(nullptr));
@@ -223,20 +208,18 @@ TEST_F(Transport, StampsAndChecksPackets)
     channel.Close();
     EXPECT_EQ(2, channel.Send(&request));
     EXPECT_EQ(2, channel.Recv(&response, 12, 1));
-    EXPECT_EQ(2, Command(channel));
+    EXPECT_EQ(2, Command());
     EXPECT_EQ("", log.Text());
 }
 
 TEST_F(Transport, TriesTenTimesWhenTheFifoIsFull)
 {
-    CChannelInterface channel;
     fake.sends = std::deque<ZALCISTATUS>(9, ZalCiErrFifoFull);
     EXPECT_EQ(0, channel.Send(&request));
 
     fake.sends = std::deque<ZALCISTATUS>(10, ZalCiErrFifoFull);
     fake.sends.push_back(ZalCiErrTimeout);
     fake.sent.clear();
-    CLogCapture log;
     const std::int64_t start = Milliseconds();
     EXPECT_EQ(20, channel.Send(&request));
     EXPECT_EQ(500, Milliseconds() - start);
@@ -248,13 +231,11 @@ TEST_F(Transport, TriesTenTimesWhenTheFifoIsFull)
 
 TEST_F(Transport, RefusesRuntsAndErrors)
 {
-    CChannelInterface channel;
     fake.receives = {{ZalCiSuccess, 0, 1}, {ZalCiErrTimeout}};
     fake.body[0] = Hex("EF00ADDE");
-    CLogCapture log;
-    EXPECT_EQ(22, Command(channel));
-    EXPECT_EQ(34, Command(channel));
-    EXPECT_EQ(42, Command(channel));
+    EXPECT_EQ(22, Command());
+    EXPECT_EQ(34, Command());
+    EXPECT_EQ(42, Command());
     EXPECT_EQ(0, channel.SmifCommandNoErr(&request, &response, sizeof response, 5));
     EXPECT_EQ(Lines({"Recv: Runt packet (Header length = 12)", "Recv: status 22", "Recv: status 34",
                      "SmifCommand: ErrorCode = DEAD00EF"}),
@@ -263,48 +244,40 @@ TEST_F(Transport, RefusesRuntsAndErrors)
 
 TEST_F(Transport, DiscardsThreeStaleRepliesAndGivesUpAfterFour)
 {
-    CChannelInterface channel;
-    CLogCapture log;
     fake.receives = {{ZalCiSuccess, -1}, {ZalCiSuccess, -2}, {ZalCiSuccess, 1}};
-    EXPECT_EQ(0, Command(channel));
+    EXPECT_EQ(0, Command());
     const std::string text = "SmifCommandNoErr: Out of sequence response ";
     EXPECT_EQ(Lines({text + "(0001/0000)", text + "(0001/FFFF)", text + "(0001/0002)"}), log.Text());
 
     fake.receives = std::deque<CFakeChannel::CReceive>(5, {ZalCiSuccess, 1});
-    EXPECT_EQ(42, Command(channel));
+    EXPECT_EQ(42, Command());
     EXPECT_EQ(1u, fake.receives.size());
     fake.receives = {{ZalCiSuccess, 1}, {ZalCiErrTimeout}};
-    EXPECT_EQ(34, Command(channel));
+    EXPECT_EQ(34, Command());
 }
 
 TEST_F(Transport, LeavesNoTraceOfStaleReplies)
 {
-    CChannelInterface channel;
     fake.body[0] = std::string(4088, 'x');  // all that an entry of the FIFO holds
-    for (int stale : {0, 1, 3}) {
-        for (int length : {0, 8}) {
-            for (bool overall : {false, true}) {
-                std::string buffer = Packet(8, request.Sequence + 1, 0, "") + std::string(5000, 'b');
-                buffer[0] = 0;
-                std::string expected = buffer;
-                expected[0] = static_cast<char>(length);
-                const auto pReply = reinterpret_cast<SMIFPACKET*>(buffer.data());
-                fake.receives = std::deque<CFakeChannel::CReceive>(static_cast<std::size_t>(stale), {ZalCiSuccess, 1});
-                fake.receives.push_back({ZalCiSuccess, 0, 0, length});
-                EXPECT_EQ(0, overall ? channel.SmifCommandNoErrWithOverallTimeout(&request, pReply, 5008, 60)
-                                     : channel.SmifCommandNoErr(&request, pReply, 5008, 5));
-                EXPECT_EQ(expected, buffer);
-            }
+    for (int length : {0, 8}) {
+        for (bool overall : {false, true}) {
+            std::string buffer = Packet(8, request.Sequence + 1, 0, "") + std::string(5000, 'b');
+            buffer[0] = 0;
+            std::string expected = buffer;
+            expected[0] = static_cast<char>(length);
+            const auto pReply = reinterpret_cast<SMIFPACKET*>(buffer.data());
+            fake.receives = {{ZalCiSuccess, 1}, {ZalCiSuccess, 1}, {ZalCiSuccess, 0, 0, length}};
+            EXPECT_EQ(0, overall ? channel.SmifCommandNoErrWithOverallTimeout(&request, pReply, 5008, 60)
+                                 : channel.SmifCommandNoErr(&request, pReply, 5008, 5));
+            EXPECT_EQ(expected, buffer);
         }
     }
 }
 
 TEST_F(Transport, WaitsForLongCommandsUpToTheOverallLimit)
 {
-    CChannelInterface channel;
-    CLogCapture log;
     fake.receives = {{ZalCiErrFifoEmpty}, {ZalCiSuccess, 5}, {ZalCiErrFifoEmpty}};
-    EXPECT_EQ(0, LongCommand(channel, 60));
+    EXPECT_EQ(0, LongCommand(60));
     EXPECT_EQ(20000, fake.timeout);
     const std::string method = "SmifCommandNoErrWithOverallTimeout: ";
     EXPECT_EQ(Lines({"Recv: status 21", method + "FIFO is empty", method + "Out of sequence response (0001/0006)",
@@ -312,12 +285,12 @@ TEST_F(Transport, WaitsForLongCommandsUpToTheOverallLimit)
               log.Text());
 
     fake.receives = std::deque<CFakeChannel::CReceive>(9, {ZalCiErrFifoEmpty});
-    EXPECT_EQ(21, LongCommand(channel, 60));
+    EXPECT_EQ(21, LongCommand(60));
     EXPECT_EQ(6u, fake.receives.size());
     fake.receives = {{ZalCiErrTimeout}};
-    EXPECT_EQ(34, LongCommand(channel, 60));
+    EXPECT_EQ(34, LongCommand(60));
     fake.receives = {{ZalCiSuccess, 1}};
-    EXPECT_EQ(42, LongCommand(channel, 0));
+    EXPECT_EQ(42, LongCommand(0));
 }
 
 TEST_F(Discovery, TellsWhatItFinds)
@@ -345,10 +318,18 @@ TEST_F(Discovery, TellsWhatItFinds)
     EXPECT_TRUE(log.Has(Lines({"CheckDriver: Mox is dead", "Open: status 0"})));
 }
 
+// With a grep in front of the real one that notes how it is called and finds that many lines.
 TEST_F(Discovery, CountsThePciFunctionsWithoutADriver)
 {
+    sim::SetCurrentServer(nullptr);
+    CTempFolder folder;
+    const std::string arguments = (folder.Path() / "arguments").string();
+    const std::string path = std::getenv("PATH");
+    setenv("PATH", (folder.Path().string() + ":" + path).c_str(), 1);
     for (int count = 0; count <= 4; count++) {
-        const CFakeGrep grep(count);
+        const std::string grep = folder.Write("grep", "#!/bin/sh\necho \"$* 2>\" $(readlink /proc/$$/fd/2) >" +
+                                                          arguments + "\nseq " + std::to_string(count) + "\n");
+        std::filesystem::permissions(grep, std::filesystem::perms::owner_all);
         fake.creates = {ZalCiErrNoDriver};
         CLogCapture log;
         CChannelInterface channel;
@@ -358,23 +339,21 @@ TEST_F(Discovery, CountsThePciFunctionsWithoutADriver)
                         ? Lines({"FindDevice: Found Pellow", "InitChannelDriver: Device exists, but driver not loaded"})
                         : Lines({"FindDevice: Pellow not found"});
         EXPECT_EQ(expected, log.Text());
-        EXPECT_TRUE(std::regex_match(grep.Arguments(),
+        EXPECT_TRUE(std::regex_match(ReadFile(arguments),
                                      std::regex("-i( -e [0-9a-f]{8}){4} /proc/bus/pci/devices 2> /dev/null\n")));
         EXPECT_EQ(ChannelState_Open, channel.GetUpdatedState());
-        fake.creates = {ZalCiErrNoDriver};
-        channel.VerifyFirmwareIsAlive();
-        EXPECT_EQ(ChannelState_NoHardware, channel.GetState());
     }
+    setenv("PATH", path.c_str(), 1);
 }
 
 TEST_F(Discovery, TellsGenerations)
 {
     CChannelInterface channel;
     const int cases[][3] = {{0, 9, 1}, {3, 9, 1}, {4, 9, 2}, {5, 9, 3}, {6, 0, 3}, {6, 4, 4}, {255, 200, 200}};
-    for (const auto& c : cases) {
-        fake.body[SMIFCMD_GET_STATUS] = StatusBody(c[0], c[1]);
+    for (const auto& [korClass, application, generation] : cases) {
+        fake.body[SMIFCMD_GET_STATUS] = StatusBody(korClass, application);
         EXPECT_TRUE(channel.UpdateMOXVersion());
-        EXPECT_EQ(c[2], channel.GetMOXGeneration()) << c[0];
+        EXPECT_EQ(generation, channel.GetMOXGeneration()) << korClass;
     }
 }
 
@@ -382,67 +361,54 @@ TEST_F(Discovery, VerifiesThatTheFirmwareIsAlive)
 {
     CChannelInterface channel;
     CLogCapture log;
+    const auto verify = [&] {
+        const std::int64_t start = Milliseconds();
+        channel.VerifyFirmwareIsAlive();
+        return std::pair(Milliseconds() - start, channel.GetState());
+    };
     fake.creates = {ZalCiErrTimeout};
     fake.receives = {{ZalCiErrInterface}};
-    const std::int64_t start = Milliseconds();
-    channel.VerifyFirmwareIsAlive();
-    EXPECT_EQ(2000 + 4000 + 2000 + 8000, Milliseconds() - start);
-    EXPECT_EQ(ChannelState_Open, channel.GetState());
+    EXPECT_EQ(std::pair(std::int64_t{2000 + 4000 + 2000 + 8000}, ChannelState_Open), verify());
     const std::string checking = "VerifyFirmwareIsAlive: Checking Mox";
     EXPECT_EQ(Lines({"Open: status 34", "VerifyFirmwareIsAlive: Can't open channel", checking, "Recv: status 35",
                      "VerifySMIF: SMIFCMD_GET_STATUS failed", checking, checking,
                      "UpdateMOXVersion: Firmware = Mox 3 v2.07 (03/15/2020)", "VerifyFirmwareIsAlive: Mox is alive"}),
               log.Text());
 
-    fake.creates = std::deque<ZALCISTATUS>(40, ZalCiErrTimeout);
-    channel.VerifyFirmwareIsAlive();
-    EXPECT_EQ(10u, fake.creates.size());  // at 0, 2, .. 58 seconds
-    EXPECT_EQ(ChannelState_Broken, channel.GetState());
+    fake.creates.assign(40, ZalCiErrTimeout);
+    EXPECT_EQ(std::pair(std::int64_t{60000}, ChannelState_Broken), verify());
     fake.creates = {ZalCiErrNoDriver};
-    channel.VerifyFirmwareIsAlive();
-    EXPECT_EQ(ChannelState_NoHardware, channel.GetState());
+    EXPECT_EQ(std::pair(std::int64_t{0}, ChannelState_NoHardware), verify());
     EXPECT_TRUE(log.Has(
         Lines({"VerifyFirmwareIsAlive: Mox is dead", "Open: status 1", "VerifyFirmwareIsAlive: No CHIF driver"})));
+    fake.silent = true;
+    EXPECT_EQ(std::pair(std::int64_t{3 * (4000 + 20000 + 2000)}, ChannelState_Broken), verify());
+    EXPECT_EQ(0, fake.open);
 }
 
 TEST_F(Discovery, WaitsForAReboot)
 {
     CChannelInterface channel;
     CLogCapture log;
+    const auto wait = [&] {
+        const std::int64_t start = Milliseconds();
+        const BOOL done = channel.WaitForReboot();
+        return std::pair(Milliseconds() - start, done);
+    };
     fake.creates = {ZalCiErrTimeout};
     fake.receives = {{ZalCiErrInterface}};
-    const std::int64_t start = Milliseconds();
-    EXPECT_TRUE(channel.WaitForReboot());
-    EXPECT_EQ(20000 + 3 * 2000, Milliseconds() - start);
+    EXPECT_EQ(std::pair(std::int64_t{20000 + 3 * 2000}, TRUE), wait());
     EXPECT_TRUE(channel.IsOpen());
     EXPECT_EQ(Lines({"WaitForReboot: Waiting for Mox to reboot", "Open: status 34", "Recv: status 35",
                      "WaitForReboot: Reboot completed"}),
               log.Text());
-    fake.creates = std::deque<ZALCISTATUS>(40, ZalCiErrTimeout);
-    EXPECT_FALSE(channel.WaitForReboot());
-    EXPECT_EQ(19u, fake.creates.size());  // at 22, 24, .. 62 seconds
+    fake.creates.assign(40, ZalCiErrTimeout);
+    EXPECT_EQ(std::pair(std::int64_t{62000}, FALSE), wait());
     EXPECT_TRUE(log.Has(Lines({"WaitForReboot: Timeout! (Not fatal)"})));
-}
-
-TEST_F(Discovery, GivesUpOnASilentProcessor)
-{
-    CChannelInterface channel;
+    fake.creates.clear();
     fake.silent = true;
-    CLogCapture log;
-    const std::int64_t start = Milliseconds();
-    channel.VerifyFirmwareIsAlive();
-    EXPECT_EQ(3 * (4000 + 20000 + 2000), Milliseconds() - start);
-    EXPECT_EQ(ChannelState_Broken, channel.GetState());
+    EXPECT_EQ(std::pair(std::int64_t{20000 + 2 * (2000 + 20000)}, FALSE), wait());
     EXPECT_EQ(0, fake.open);
-    EXPECT_FALSE(channel.WaitForReboot());
-    EXPECT_EQ(78000 + 20000 + 2 * (2000 + 20000), Milliseconds() - start);
-    EXPECT_EQ(0, fake.open);
-    const std::string round =
-        Lines({"VerifyFirmwareIsAlive: Checking Mox", "Recv: status 21", "VerifySMIF: SMIFCMD_GET_STATUS failed"});
-    EXPECT_EQ(round + round + round +
-                  Lines({"VerifyFirmwareIsAlive: Mox is dead", "WaitForReboot: Waiting for Mox to reboot",
-                         "Recv: status 21", "Recv: status 21", "WaitForReboot: Timeout! (Not fatal)"}),
-              log.Text());
 }
 
 TEST_F(Operations, SendTheirPacketAndFailWithoutAReply)
@@ -471,34 +437,29 @@ TEST_F(Operations, SendTheirPacketAndFailWithoutAReply)
 }
 
 // An error code fails a command, but for I/O and device flash, which have a status of their own.
-TEST_F(Operations, LookAtTheErrorCode)
+TEST_F(Operations, FailOnErrorCodesAndOnRepliesTooShortForOne)
 {
-    CChannelInterface channel;
     for (const auto& [method, code, body, call] : operations) {
         SCOPED_TRACE(method);
+        fake.receives.clear();
+        CChannelInterface channel;
         const std::size_t size = static_cast<std::size_t>(std::get<2>(commands.at(code))) - 8;
         for (int command : {139, code}) fake.body[static_cast<WORD>(command)] = Filled("\5", size);
         ClearOutputs();
         EXPECT_EQ(code == 136, call(channel));
         EXPECT_TRUE(code == 136 || code == 137 || NothingStored());
         fake.body.erase(static_cast<WORD>(code));
-    }
-}
 
-TEST_F(Operations, FailOnRepliesTooShortForAnErrorCode)
-{
-    for (const auto& [method, code, body, call] : operations) {
         for (const auto& [length, stale] : {std::pair(0, false), {0, true}, {8, false}, {8, true}}) {
-            SCOPED_TRACE(method + " " + std::to_string(length));
             fake.creates = {ZalCiErrTimeout};
-            CChannelInterface channel;
-            channel.Open();  // number 0 is next, which is also what nothing received looks like
+            CChannelInterface fresh;
+            fresh.Open();  // number 0 is next, which is also what nothing received looks like
             fake.receives = {{ZalCiSuccess, 0, 0, length}, {ZalCiErrTimeout}};
             if (stale) fake.receives.push_front({ZalCiSuccess, 1});
             ClearOutputs();
             // Any reply to a host reset counts, and the request that it replaces is no error.
             const bool anyReply = code == 152 && (stale || length == 8);
-            EXPECT_EQ(anyReply ? TRUE : Failed(code), call(channel));
+            EXPECT_EQ(anyReply ? TRUE : Failed(code), call(fresh)) << length;
             EXPECT_TRUE(code == 137 || NothingStored());
         }
     }
@@ -506,7 +467,6 @@ TEST_F(Operations, FailOnRepliesTooShortForAnErrorCode)
 
 TEST_F(Registers, LogWhatTheyReadAndWrite)
 {
-    CChannelInterface channel;
     std::string& body = fake.body[SMIFCMD_IO_ACCESS];
     UCHAR value = 0;
     const std::tuple<std::string, int, std::string, Call> cases[] = {
@@ -519,7 +479,7 @@ TEST_F(Registers, LogWhatTheyReadAndWrite)
     for (const auto& [verb, operation, file, call] : cases) {
         body = Hex("00000000");  // no status
         EXPECT_FALSE(call(channel));
-        CLogCapture log;
+        CLogCapture lines;
         body = Filled("", 19) + "\x0B";
         EXPECT_TRUE(call(channel));
         EXPECT_EQ(operation, fake.sent.back()[8]);
@@ -528,18 +488,16 @@ TEST_F(Registers, LogWhatTheyReadAndWrite)
         const std::string line = verb + file + ": ";
         const std::string failed = line + verb + " failed: " + file + "[5]" + (verb == "Read" ? "" : " = 0x0B");
         EXPECT_EQ(Lines({line + file + "[5] = 0x0B", verb + "IoByte: SMIFCMD_IO_ACCESS command failed", failed}),
-                  log.Text());
+                  lines.Text());
         EXPECT_EQ(0x0B, value);
     }
 }
 
 TEST_F(Registers, I2CReadsExactlyWhatWasAskedFor)
 {
-    CChannelInterface channel;
     UCHAR data[40] = {77};
     std::string& body = fake.body[SMIFCMD_I2C_TRANSACTION];
     body = Filled("", 16) + " " + std::string(32, 'x');  // 32 bytes
-    CLogCapture log;
     for (int length : {-1, 33, 256}) EXPECT_FALSE(channel.I2CTransaction(1, 2, data, length, nullptr, 0));
     EXPECT_FALSE(channel.I2CTransaction(1, 2, nullptr, 1, nullptr, 0));
     EXPECT_EQ(1u, fake.sent.size());
@@ -560,9 +518,7 @@ TEST_F(Registers, I2CReadsExactlyWhatWasAskedFor)
 
 TEST_F(Registers, ControlDevicesWithOldFirmware)
 {
-    CChannelInterface channel;
     fake.body[SMIFCMD_DEVICE_CONTROL_EX] = Hex("01000000");
-    CLogCapture log;
     EXPECT_TRUE(channel.HaltDevice(1, 5));
     EXPECT_EQ(Packet(12, 2, 139, Hex("0100 0100")), fake.sent.back());
     EXPECT_TRUE(channel.ResumeDevice(1));
@@ -572,10 +528,8 @@ TEST_F(Registers, ControlDevicesWithOldFirmware)
 
 TEST_F(DeviceFlash, UploadsInPieces)
 {
-    CChannelInterface channel;
     std::vector<UCHAR> image(2049, 'a');
     image[1024] = 'b';
-    CLogCapture log;
     EXPECT_EQ(0, channel.UploadDeviceFlashData("tmbr", image.data(), 2049));
     ASSERT_EQ(4u, fake.sent.size());
     EXPECT_EQ(Packet(1084, 1, 137, Flash(3, 0, 1024, 0, std::string(1024, 'a'))), fake.sent[1]);
@@ -598,24 +552,21 @@ TEST_F(DeviceFlash, UploadsInPieces)
 
 TEST_F(DeviceFlash, ChecksLengthsAndCutsHandlerNames)
 {
-    CChannelInterface channel;
     const UCHAR data[1025] = {};
     EXPECT_EQ(0, channel.UploadDeviceFlashData(0, data, 1024));
-    CLogCapture log;
-    for (int length : {1025, -1}) {
-        EXPECT_EQ(-1, channel.UploadDeviceFlashData("h", 0, data, length));
-        EXPECT_EQ(-1, channel.DeviceFlashDispatch("h", 0, nullptr, data, length, nullptr, nullptr));
-        EXPECT_EQ(-1, channel.QueryDeviceFlashHandler("h", 0, nullptr, data, length, nullptr, nullptr));
+    for (const auto& [pData, length] : {std::pair(data, 1025), {data, -1}, {nullptr, 1025}}) {
+        EXPECT_EQ(-1, channel.UploadDeviceFlashData("h", 0, pData, length));
+        EXPECT_EQ(-1, channel.DeviceFlashDispatch("h", 0, nullptr, pData, length, nullptr, nullptr));
+        EXPECT_EQ(-1, channel.QueryDeviceFlashHandler("h", 0, nullptr, pData, length, nullptr, nullptr));
     }
     EXPECT_EQ(-1, channel.UploadDeviceFlashData("h", 0, nullptr, 1));
-    EXPECT_EQ(-1, channel.DeviceFlashDispatch("h", 0, nullptr, nullptr, 1025, nullptr, nullptr));
-    const std::string each = Lines({"UploadDeviceFlashData: Invalid length", "DeviceFlashDispatch: Invalid length",
-                                    "QueryDeviceFlashHandler: Invalid length"});
-    EXPECT_EQ(each + each + Lines({"UploadDeviceFlashData: Invalid length", "DeviceFlashDispatch: Invalid length"}),
-              log.Text());
+    const std::string upload = Lines({"UploadDeviceFlashData: Invalid length"});
+    const std::string each =
+        upload + Lines({"DeviceFlashDispatch: Invalid length", "QueryDeviceFlashHandler: Invalid length"});
+    EXPECT_EQ(each + each + each + upload, log.Text());
     EXPECT_EQ(2u, fake.sent.size());
 
-    for (std::size_t length : {0, 15, 16, 200}) {
+    for (const std::size_t length : {0, 15, 16, 200}) {
         channel.OpenDeviceFlash(std::string(length, 'x').c_str());
         const std::string name(std::min<std::size_t>(length, 15), 'x');
         EXPECT_EQ(Filled(name, 16), fake.sent.back().substr(44, 16));
@@ -624,30 +575,25 @@ TEST_F(DeviceFlash, ChecksLengthsAndCutsHandlerNames)
     EXPECT_EQ(Filled("", 16), fake.sent.back().substr(44, 16));
     fake.body[SMIFCMD_DEVICE_FLASH] = Hex("00000000");  // no status
     EXPECT_EQ(-1, channel.OpenDeviceFlash("h"));
-    EXPECT_TRUE(*CChannelInterface::DeviceHandler_TMBR && *CChannelInterface::DeviceHandler_SignedImage);
 }
 
 TEST_F(DeviceFlash, HandsOutWhatTheHandlerAnswers)
 {
-    CChannelInterface channel;
-    UCHAR data[1025];
-    ULONG output = 0;
-    int length = 0;
-    const auto stored = [&] { return std::count(std::begin(data), std::end(data), 'x'); };
     for (const auto& [stated, value, dispatched] :
          {std::tuple("0A000000", 10, 10), std::tuple("00000000", 0, 0), std::tuple("88130000", 5000, 1024)}) {
         fake.body[SMIFCMD_DEVICE_FLASH] =
             Filled(Hex("00000000 04000000 00000000 00000000" + std::string(stated) + "00000000 09"), 52) +
             std::string(1024, 'x');
-        std::memset(data, 0, sizeof data);
-        EXPECT_EQ(4, channel.DeviceFlashDispatch("h", 0, &output, nullptr, 0, data, &length));
-        EXPECT_TRUE(output == 9 && length == value && stored() == dispatched);
-        output = 0;
-        EXPECT_EQ(4, channel.QueryDeviceFlashHandler("h", 0, &output, nullptr, 0, data, &length));
-        EXPECT_TRUE(output == 9 && length == value && stored() == 1024);
-        output = 0;
-        EXPECT_EQ(4, channel.ResetDeviceFlashHandler("h", &output));
-        EXPECT_EQ(9u, output);
+        UCHAR data[2][1025] = {};
+        ULONG outputs[3] = {};
+        int lengths[2] = {-1, -1};
+        EXPECT_EQ(4, channel.DeviceFlashDispatch("h", 0, &outputs[0], nullptr, 0, data[0], &lengths[0]));
+        EXPECT_EQ(4, channel.QueryDeviceFlashHandler("h", 0, &outputs[1], nullptr, 0, data[1], &lengths[1]));
+        EXPECT_EQ(4, channel.ResetDeviceFlashHandler("h", &outputs[2]));
+        EXPECT_TRUE(outputs[0] == 9 && outputs[1] == 9 && outputs[2] == 9);
+        EXPECT_TRUE(lengths[0] == value && lengths[1] == value);
+        EXPECT_EQ(dispatched, std::count(std::begin(data[0]), std::end(data[0]), 'x'));
+        EXPECT_EQ(1024, std::count(std::begin(data[1]), std::end(data[1]), 'x'));
     }
     EXPECT_EQ(4, channel.DeviceFlashDispatch("h", 0, nullptr, nullptr, 0, nullptr, nullptr));
     EXPECT_EQ(4, channel.QueryDeviceFlashHandler("h", 0, nullptr, nullptr, 0, nullptr, nullptr));
@@ -655,14 +601,12 @@ TEST_F(DeviceFlash, HandsOutWhatTheHandlerAnswers)
     // Unlike all others the query waits a minute for a silent processor.
     fake.silent = true;
     const std::int64_t start = Milliseconds();
-    EXPECT_EQ(-1, channel.QueryDeviceFlashHandler("h", 0, &output, nullptr, 0, data, &length));
+    EXPECT_EQ(-1, channel.QueryDeviceFlashHandler("h", 0, nullptr, nullptr, 0, nullptr, nullptr));
     EXPECT_EQ(60000, Milliseconds() - start);
 }
 
-// With all outputs of an operation asked for, and with each left out in turn.
 TEST_F(Inventory, StoresTheOutputsThatAreAskedFor)
 {
-    CChannelInterface channel;
     UCHAR* b[4] = {};  // outputs that are bytes, and the same ones as numbers
     int* n[4] = {};
     const std::string data = "101112131415161718191A1B1C1D1E1F";
@@ -672,16 +616,15 @@ TEST_F(Inventory, StoresTheOutputsThatAreAskedFor)
     std::string planes = "00000000 07000000";
     for (const char* entry : {"010203FE00005500", "0102030100000000", "FFFF070000000000", "FF02070000006600"})
         planes += entry + data + std::string(128, '0');
+    const auto version = [&](CChannelInterface& c) { return c.GetPowerPICVersion(n[0], n[1], n[2], n[3]); };
     // Command, its reply behind the header, what is stored.
     const std::tuple<WORD, std::string, std::string, Call> cases[] = {
         {136, std::string(38, '0') + "0B", "0B", CALL(ReadIoByte(1, 5, b[0]))},
         {139, "00000000 04030201" + status, "04030201 " + status,
          CALL(GetDeviceStatus(2, reinterpret_cast<ULONG*>(n[0]), b[1]))},
         {294, powerPIC, "78", CALL(GetPowerPICType(b[0]))},
-        {294, powerPIC + "0800", "01000000 02000000 03000000 01000000",
-         CALL(GetPowerPICVersion(n[0], n[1], n[2], n[3]))},
-        {294, powerPIC + "F7FF", "01000000 02000000 03000000 00000000",
-         CALL(GetPowerPICVersion(n[0], n[1], n[2], n[3]))},
+        {294, powerPIC + "0800", "01000000 02000000 03000000 01000000", version},
+        {294, powerPIC + "F7FF", "01000000 02000000 03000000 00000000", version},
         {275, tamberline, "56", CALL(GetTamberlineFamily(b[0]))},
         {275, tamberline, "04000000 05000000 7F000000", CALL(GetTamberlineVersion(n[0], n[1], n[2]))},
         {275, tamberline, "06000000 07000000", CALL(GetTamberlineBootloaderVersion(n[0], n[1]))},
@@ -694,69 +637,61 @@ TEST_F(Inventory, StoresTheOutputsThatAreAskedFor)
     };
     for (const auto& [command, body, stored, call] : cases) {
         fake.body[command] = Hex(body);
-        for (int omitted = 0; omitted <= 4; omitted++) {
-            std::istringstream values(stored);
-            std::string expected[4];
-            std::string places[4];
-            for (int i = 0; i < 4; i++) {
-                if (values >> expected[i]) expected[i] = i == omitted ? "" : Hex(expected[i]);
-                expected[i].resize(64, 'u');  // untouched
-                places[i].resize(64, 'u');
-                b[i] = i == omitted ? nullptr : reinterpret_cast<UCHAR*>(places[i].data());
-                n[i] = reinterpret_cast<int*>(b[i]);
-            }
-            EXPECT_TRUE(call(channel));
-            EXPECT_TRUE(std::equal(expected, expected + 4, places)) << stored << " without output " << omitted;
+        std::istringstream values(stored);
+        std::string places[4];
+        for (int i = 0; i < 4; i++) {
+            places[i].resize(64, 'u');
+            b[i] = reinterpret_cast<UCHAR*>(places[i].data());
+            n[i] = reinterpret_cast<int*>(b[i]);
         }
+        EXPECT_TRUE(call(channel));
+        for (const std::string& place : places) {
+            std::string expected;
+            values >> expected;
+            expected = Hex(expected);
+            expected.resize(64, 'u');  // untouched
+            EXPECT_EQ(expected, place) << stored;
+        }
+        std::fill(b, b + 4, nullptr);
+        std::fill(n, n + 4, nullptr);
+        EXPECT_TRUE(call(channel));
     }
-}
-
-TEST_F(Inventory, CountsAndChoosesBackplanes)
-{
-    CChannelInterface channel;
-    fake.body[SMIFCMD_GET_NVME_BACKPLANE_INFO] = Hex("00000000 07000000");
     EXPECT_EQ(7, channel.GetNVMeBackplaneCount());
     channel.Close();
-    CLogCapture log;
     EXPECT_FALSE(channel.GetNVMeBackplaneInfo(4, nullptr, nullptr));
     EXPECT_FALSE(channel.GetNVMeBackplaneVersion(-1, nullptr, nullptr, nullptr));
-    EXPECT_EQ(
-        Lines({"GetNVMeBackplaneInfo: Invalid backplane index", "GetNVMeBackplaneVersion: Invalid backplane index"}),
-        log.Text());
+    const std::string invalid = ": Invalid backplane index";
+    EXPECT_EQ(Lines({"GetNVMeBackplaneInfo" + invalid, "GetNVMeBackplaneVersion" + invalid}), log.Text());
 }
 
 TEST_F(Inventory, ReadsPowerSupplies)
 {
-    CChannelInterface channel;
     UINT32 data1[9] = {11};
     UINT16 data2[9] = {22};
     UINT16 data3[9] = {33};
     UINT8* data4[9] = {};
     int count = -1;
-    CLogCapture log;
-    EXPECT_TRUE(channel.ReadPSInfo(data1, data2, data3, data4, &count));
-    EXPECT_EQ(0, count);
+    const auto read = [&] { return channel.ReadPSInfo(data1, data2, data3, data4, &count) ? count : -1; };
+    EXPECT_EQ(0, read());
     EXPECT_EQ(Packet(8, 1, 285, ""), fake.sent.back());
     EXPECT_TRUE(fake.sizes[285] == 140 && fake.timeout == -1);
 
     std::string& body = fake.body[SMIFCMD_PS_INFO] = Hex("00000000");
     for (char i = '1'; i <= '8'; i++) body += Hex("04030201 0605 0807") + std::string(8, i);
-    EXPECT_TRUE(channel.ReadPSInfo(data1, data2, data3, data4, &count));
-    EXPECT_EQ(8, count);
+    EXPECT_EQ(8, read());
     EXPECT_TRUE(data1[7] == 0x01020304 && data2[7] == 0x0506 && data3[7] == 0x0708 && data1[8] == 0 && !data4[8]);
     EXPECT_TRUE(channel.ReadPSInfo(nullptr, nullptr, nullptr, nullptr, nullptr));
     body.replace(4 + 2 * 16, 4, 4, '\0');
-    EXPECT_TRUE(channel.ReadPSInfo(data1, data2, data3, data4, &count));
-    EXPECT_EQ(2, count);
+    EXPECT_EQ(2, read());
     channel.Close();
-    EXPECT_FALSE(channel.ReadPSInfo(data1, data2, data3, data4, &count));
+    EXPECT_EQ(-1, read());
     EXPECT_EQ("22222222", std::string(data4[1], data4[1] + 8));  // stays
 
-    const auto logged = [](const char* guid, const char* first) {
-        return Lines({"ReadPSInfo::Response Packet Length - 140", "ReadPSInfo::GUID[0] " + std::string(guid),
-                      "ReadPSInfo::Command 285", "ReadPSInfo: PSGUID[0] " + std::string(first)});
+    const auto logged = [](const std::string& guid, const std::string& first) {
+        return Lines({"ReadPSInfo::Response Packet Length - 140", "ReadPSInfo::GUID[0] " + guid,
+                      "ReadPSInfo::Command 285", "ReadPSInfo: PSGUID[0] " + first});
     };
-    const char* const guid = "16909060,1286,1800";
+    const std::string guid = "16909060,1286,1800";
     EXPECT_EQ(logged("0,0,0", "11,22") + logged(guid, "16909060,1286") + logged(guid, "0,0") +
                   logged(guid, "16909060,1286") + Lines({"ReadPSInfo:: Smif Command Error "}),
               log.Text());
@@ -770,9 +705,6 @@ TEST(AbsentChannel, HasNoDriverAndATextForEveryStatus)
     const auto message = reinterpret_cast<decltype(&ZalCiStatusMessage)>(dlsym(pLibrary, "ZalCiStatusMessage"));
     ZALCIHANDLE handle = nullptr;
     EXPECT_EQ(ZalCiErrNoDriver, create(nullptr, &handle, 2, 4096, 2, 4096, ZalCiNormalPriority, nullptr));
-    std::set<std::string> texts;
-    for (int i = -1; i <= ZalCiErrMax; i++) texts.insert(message(static_cast<ZALCISTATUS>(i)));
-    EXPECT_EQ(44u, texts.size());
-    EXPECT_EQ(0u, texts.count(""));
+    for (int i = -1; i <= ZalCiErrMax; i++) EXPECT_STRNE("", message(static_cast<ZALCISTATUS>(i)));
     dlclose(pLibrary);
 }

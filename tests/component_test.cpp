@@ -1,5 +1,6 @@
 #include <cstdarg>
 #include <cstring>
+#include <tuple>
 
 #include "component.h"
 #include "support.h"
@@ -40,13 +41,6 @@ class CTestComponent : public CComponent
         return szText;
     }
 
-    BOOL Flag(ULONG id)
-    {
-        BOOL flag = -1;
-        EXPECT_TRUE(GetProperty(id, &flag, 0, nullptr));
-        return flag;
-    }
-
     std::string State()
     {
         ZALINSTALLSTATE state;
@@ -80,25 +74,38 @@ void Logger(const char* format, ...)
     g_Logged += szLine;
 }
 
-ULONG Install(CComponent& component)
+// The result, and what is logged.
+std::string Install(CComponent& component)
 {
     char szResult[64] = "untouched";
     g_Logged.clear();
-    return component.Install(TRUE, Logger, szResult, sizeof szResult, "en");
+    const ULONG result = component.Install(TRUE, Logger, szResult, sizeof szResult, "en");
+    return std::to_string(result) + " " + g_Logged;
 }
+
+class Component : public testing::Test
+{
+  protected:
+    CTestComponent component;
+    CTempFolder folder;
+};
+
+using CommandLine = Component;
+using ComponentDeathTest = Component;
 
 }  // namespace
 
-TEST(Component, StartsWithItsDefaults)
+TEST_F(Component, StartsWithItsDefaults)
 {
-    CTestComponent component;
-    EXPECT_EQ("(Name)", component.Text(ZALPROP_NAME));
-    EXPECT_EQ("(Description)", component.Text(ZALPROP_DESCRIPTION));
-    EXPECT_EQ("Unknown", component.Text(ZALPROP_VERSIONCURRENT));
-    EXPECT_EQ("Unknown", component.Text(ZALPROP_VERSIONNEW));
-    for (ULONG id : {ZALPROP_SUPPORTSILENTINSTALL, ZALPROP_SUPPORTSILENTUPDATE, ZALPROP_SUPPORTDOWNGRADE})
-        EXPECT_EQ(TRUE, component.Flag(id)) << id;
-    EXPECT_EQ("8Internal component error!", component.State());
+    const std::pair<ULONG, const char*> texts[] = {{ZALPROP_NAME, "(Name)"},
+                                                   {ZALPROP_DESCRIPTION, "(Description)"},
+                                                   {ZALPROP_VERSIONCURRENT, "Unknown"},
+                                                   {ZALPROP_VERSIONNEW, "Unknown"}};
+    for (const auto& text : texts) EXPECT_EQ(text.second, component.Text(text.first));
+    for (ULONG id : {ZALPROP_SUPPORTSILENTINSTALL, ZALPROP_SUPPORTSILENTUPDATE, ZALPROP_SUPPORTDOWNGRADE}) {
+        BOOL flag = FALSE;
+        EXPECT_TRUE(component.GetProperty(id, &flag, 0, nullptr) && flag == TRUE) << id;
+    }
     CLogCapture log;
     for (ULONG id : {0u, 9u, 10u}) EXPECT_FALSE(component.GetProperty(id, nullptr, 0, nullptr)) << id;
     EXPECT_EQ(
@@ -107,71 +114,62 @@ TEST(Component, StartsWithItsDefaults)
         log.Text());
 }
 
-TEST(Component, TellsTheInstallStateAndWhy)
+TEST_F(Component, TellsTheInstallStateAndWhy)
 {
-    CTestComponent component;
-    const auto state = [&](int value) {
-        component.m_InstallState = value;
-        return component.State();
-    };
-    EXPECT_EQ("6", state(6));
-    EXPECT_EQ("7The component is incomplete or damaged.", state(7));
-    component.SetErrorMessage("why");
-    for (int value = 1; value <= 5; value++) EXPECT_EQ(std::to_string(value), state(value));
-    EXPECT_EQ("6why", state(6));
-    EXPECT_EQ("7why", state(7));
-    for (int value : {-1, 0, 8, 9}) EXPECT_EQ("8Internal component error!", state(value));
-    CLogCapture log;
-    state(3);
-    EXPECT_EQ(
-        "CComponent::GetInstallState: ZALSTATE_INSTALLEDNEWER\nCComponent::GetProperty: ZALPROP_INSTALLSTATE: State = "
-        "3\n"
-        "CComponent::GetProperty: ZALPROP_INSTALLSTATE: Message = \"\"\n",
-        log.Text());
-}
-
-TEST(Component, ChecksTheDriversVersion)
-{
-    const char* const refused = "7The CRU Driver is out-of-date. The driver version must be at least 5.5.4.1\n";
-    const auto outdated = [](const std::string& version) {
-        return "7CRU Driver version " + version + " is out-of-date. The driver version must be at least 5.5.4.1\n";
-    };
-    const std::pair<std::string, std::string> cases[] = {
-        {R"({"driver": {"version": "5.5.4.1"}})", ""},
-        {R"({"driver": {"version": "5.6.0.0"}})", ""},
-        {R"({"driver": {"version": "6.0.0.0"}})", ""},
-        {R"({"driver": {"version": "5.5.4.65535"}})", ""},
-        {R"({"driver": {"version": "5.5.4.0"}})", outdated("5.5.4.0")},
-        {R"({"driver": {"version": "5.5.3.9"}})", outdated("5.5.3.9")},
-        {R"({"driver": {"version": "4.9.9.9"}})", outdated("4.9.9.9")},
-        {R"({"faults": {"driver": "refuses"}})", refused},
-        {R"({"faults": {"driver": "fails"}})", refused},
-        {R"({"driver": null})", "7CRU driver is not loaded or is not responding\n"},
-    };
-    for (const auto& c : cases) {
-        UseServer(RackServer(c.first));
-        CTestComponent component;
-        component.m_InstallState = ZALSTATE_INSTALLNOTALLOWED;
-        EXPECT_EQ(c.second.empty(), component.Valid_CRUDriver()) << c.first;
-        EXPECT_EQ(c.second.empty() ? "7The component is incomplete or damaged." : c.second, component.State());
+    std::string states;
+    for (const char* pszMessage : {"", "why"}) {
+        component.SetErrorMessage(pszMessage);
+        for (int state = 0; state <= 9; state++) {
+            component.m_InstallState = state;
+            states += component.State() + " ";
+        }
     }
+    const std::string unknown = "8Internal component error! ";
+    EXPECT_EQ(unknown + "1 2 3 4 5 6 7The component is incomplete or damaged. " + unknown + unknown + unknown +
+                  "1 2 3 4 5 6why 7why " + unknown + unknown,
+              states);
+    component.m_InstallState = 3;
+    CLogCapture log;
+    component.State();
+    const std::string property = "CComponent::GetProperty: ZALPROP_INSTALLSTATE: ";
+    EXPECT_EQ("CComponent::GetInstallState: ZALSTATE_INSTALLEDNEWER\n" + property + "State = 3\n" + property +
+                  "Message = \"\"\n",
+              log.Text());
 }
 
-TEST(Component, InitializesFromThePackage)
+TEST_F(Component, ChecksTheDriversVersion)
 {
-    CTempFolder folder;
+    const auto state = [](const std::string& server) {
+        UseServer(RackServer(server));
+        CTestComponent fresh;
+        fresh.m_InstallState = ZALSTATE_INSTALLNOTALLOWED;
+        return fresh.Valid_CRUDriver() ? "valid" : fresh.State();
+    };
+    const auto stateOf = [&](const std::string& version) {
+        return state(R"({"driver": {"version": ")" + version + "\"}}");
+    };
+    const std::string required = " is out-of-date. The driver version must be at least 5.5.4.1\n";
+    for (const char* pszVersion : {"5.5.4.1", "5.6.0.0", "6.0.0.0", "5.5.4.65535"})
+        EXPECT_EQ("valid", stateOf(pszVersion)) << pszVersion;
+    for (const std::string version : {"5.5.4.0", "5.5.3.9", "4.9.9.9"})
+        EXPECT_EQ("7CRU Driver version " + version + required, stateOf(version));
+    EXPECT_EQ("7The CRU Driver" + required, state(R"({"faults": {"driver": "refuses"}})"));
+    EXPECT_EQ("7The CRU Driver" + required, state(R"({"faults": {"driver": "fails"}})"));
+    EXPECT_EQ("7CRU driver is not loaded or is not responding\n", state(R"({"driver": null})"));
+}
+
+TEST_F(Component, InitializesFromThePackage)
+{
     folder.Write("qx.xml",
                  "<zal_package><version value='1.2'/><name><name_xlate lang='en'>Thing</name_xlate></name>"
                  "<alt_name><alt_name_xlate lang='en'>Other</alt_name_xlate></alt_name></zal_package>");
     g_InstallLocalDir = folder.Path().c_str();
     UseServer(RackServer());
-    CTestComponent component;
     CLogCapture log;
     component.Initialize();
     EXPECT_FALSE(component.m_bInitError);
-    EXPECT_EQ("Thing", component.Text(ZALPROP_NAME));
-    EXPECT_EQ("Thing", component.Text(ZALPROP_DESCRIPTION));
-    EXPECT_EQ("1.2", component.Text(ZALPROP_VERSIONNEW));
+    EXPECT_EQ("Thing Thing 1.2", component.Text(ZALPROP_NAME) + " " + component.Text(ZALPROP_DESCRIPTION) + " " +
+                                     component.Text(ZALPROP_VERSIONNEW));
     EXPECT_TRUE(log.Has("CComponent::Initialize: Running on Quorvant RX380 Gen9\n"));
 
     g_InstallLocalDir = "/no/such/folder";
@@ -184,60 +182,46 @@ TEST(Component, InitializesFromThePackage)
                 "CComponent::Valid_CRUDriver - VALUE OF cruFd [0x"));
 }
 
-TEST(Component, InstallsOnlyWhereItMay)
+TEST_F(Component, InstallsOnlyWhereItMay)
 {
-    CTestComponent component;
     for (int state = 0; state <= 9; state++) {
         component.m_InstallState = state;
         component.m_pszResult = "Done.";
-        EXPECT_EQ(7u, Install(component));
         const bool ok = state == 1 || state == 2 || state == 3 || state == 5;
-        EXPECT_EQ(ok ? "Done.\n" : "", g_Logged) << state;
+        EXPECT_EQ(ok ? "7 Done.\n" : "7 ", Install(component)) << state;
     }
     component.m_InstallState = 2;
     component.m_pszResult = "";
     CLogCapture log;
-    Install(component);
-    EXPECT_EQ("", g_Logged);
+    EXPECT_EQ("7 ", Install(component));
     EXPECT_EQ("CComponent::Install: Entry\nCComponent::Install: Exit (Result = 7)\n", log.Text());
 }
 
-TEST(Component, ReportsHowDiscoveryWent)
+TEST_F(Component, ReportsHowDiscoveryWent)
 {
-    CTempFolder folder;
-    CTestComponent component;
     component.m_InstallState = 2;
     component.SelfDiscovery();
     component.m_Discovery.bEnabled = TRUE;
     component.SelfDiscovery();
     EXPECT_EQ(0, component.m_Discoveries);
-    EXPECT_EQ(7u, Install(component));
-    EXPECT_EQ("This component does not support discovery!\n", g_Logged);
+    EXPECT_EQ("7 This component does not support discovery!\n", Install(component));
 
     component.m_Discovery.bSupported = TRUE;
-    component.m_Discovery.sXmlFileName = (folder.Path() / "d.xml").c_str();
-    component.SelfDiscovery();
-    EXPECT_EQ(0u, Install(component));
-    EXPECT_EQ("Discovery complete.\n", g_Logged);
-
     component.m_bDiscoverySucceeds = FALSE;
     component.SelfDiscovery();
-    EXPECT_EQ(7u, Install(component));
-    EXPECT_EQ("Discovery failed!\n", g_Logged);
-
+    EXPECT_EQ("7 Discovery failed!\n", Install(component));
     component.m_bDiscoverySucceeds = TRUE;
-    for (const char* path : {"/no/such/folder/d.xml", "/dev/full"}) {
+    const std::string file = (folder.Path() / "d.xml").string();
+    for (const char* path : {"/no/such/folder/d.xml", "/dev/full", file.c_str()}) {
         component.m_Discovery.sXmlFileName = path;
         component.SelfDiscovery();
-        EXPECT_TRUE(component.m_Discovery.bFailed) << path;
+        EXPECT_EQ(path == file ? "0 Discovery complete.\n" : "7 Discovery failed!\n", Install(component)) << path;
     }
     EXPECT_EQ(4, component.m_Discoveries);
 }
 
-TEST(Component, WritesTheDiscoveryXml)
+TEST_F(Component, WritesTheDiscoveryXml)
 {
-    CTempFolder folder;
-    CTestComponent component;
     component.m_Discovery.sXmlFileName = (folder.Path() / "d.xml").c_str();
     component.m_Properties.sName = "A & \"B\" %NewVersion%";
     component.m_Properties.sCurrentVersion = "1.0";
@@ -280,35 +264,31 @@ TEST(Component, WritesTheDiscoveryXml)
     EXPECT_STREQ("dev", component.m_Discovery.sFirmwareItemId);
 }
 
-TEST(Component, TakesTheTypeFromThePackageAndTheActionFromTheState)
+TEST_F(Component, TakesTheTypeFromThePackageAndTheActionFromTheState)
 {
-    const std::pair<const char*, const char*> types[] = {
+    const char* const types[][2] = {
         {"firmware:sd:abc", "abc"}, {"FIRMWARE:nic", "nic"}, {"firmware:sd:", ""}, {"bios", "QLOGIC"}, {"", "QLOGIC"}};
-    const std::pair<int, const char*> actions[] = {
-        {1, "rewrite"}, {2, "upgrade"}, {4, "skip"}, {5, "skip"}, {8, "skip"}};
-    CTempFolder folder;
+    const char* const actions[] = {"skip", "rewrite", "upgrade", "downgrade", "skip", "skip", "skip", "skip", "skip"};
     g_InstallLocalDir = folder.Path().c_str();
     UseServer(RackServer());
-    for (const auto& type : types) {
-        folder.Write("qx.xml", std::string("<zal_package><sw_keys><sw_keys_and><sw_key><sw_key_expectedpath>") +
-                                   type.first +
+    for (const auto& [path, type] : types) {
+        folder.Write("qx.xml", std::string("<zal_package><sw_keys><sw_keys_and><sw_key><sw_key_expectedpath>") + path +
                                    "</sw_key_expectedpath></sw_key></sw_keys_and></sw_keys></zal_package>");
-        CTestComponent component;
-        component.Initialize();
-        component.m_Discovery.sXmlFileName = (folder.Path() / "d.xml").c_str();
-        for (const auto& action : actions) {
-            component.m_InstallState = action.first;
-            ASSERT_TRUE(component.WriteDiscoveryXml());
+        CTestComponent fresh;
+        fresh.Initialize();
+        fresh.m_Discovery.sXmlFileName = (folder.Path() / "d.xml").c_str();
+        for (int state = 0; state <= 8; state++) {
+            fresh.m_InstallState = state;
+            ASSERT_TRUE(fresh.WriteDiscoveryXml());
             const std::string xml = ReadFile(folder.Path() / "d.xml");
-            EXPECT_NE(std::string::npos, xml.find(std::string("  <type value=\"") + type.second + "\"/>\n  <alt"));
-            EXPECT_NE(std::string::npos, xml.find(std::string("<action value=\"") + action.second + "\"/>"));
+            EXPECT_NE(std::string::npos, xml.find(std::string("  <type value=\"") + type + "\"/>\n  <alt"));
+            EXPECT_NE(std::string::npos, xml.find(std::string("<action value=\"") + actions[state] + "\"/>"));
         }
     }
 }
 
-TEST(ComponentDeathTest, EndsTheProcessOverAnOverlongDiscoveryLine)
+TEST_F(ComponentDeathTest, EndsTheProcessOverAnOverlongDiscoveryLine)
 {
-    CTestComponent component;
     component.m_Discovery.sXmlFileName = "/dev/null";
     const std::size_t longest = 255 - std::strlen("        <firmware_id value=\"\"/>");
     component.m_Discovery.sFirmwareItemId = std::string(longest, 'x').c_str();
@@ -317,20 +297,13 @@ TEST(ComponentDeathTest, EndsTheProcessOverAnOverlongDiscoveryLine)
     EXPECT_DEATH(component.WriteDiscoveryXml(), "256-byte buffer of ReplaceStr");
 }
 
-TEST(CommandLine, FindsItsSwitches)
+TEST_F(CommandLine, FindsItsSwitches)
 {
-    const struct
-    {
-        std::vector<std::string> Arguments;
-        BOOL Enabled;
-        const char* File;
-        const char* Location;
-    } cases[] = {
+    const std::tuple<std::vector<std::string>, BOOL, const char*, const char*> cases[] = {
         {{"/opt/x/setup"}, 0, "", nullptr},
         {{"/opt/x/setup", "/d"}, 1, "/var/zal/setup_disc.xml", nullptr},
         {{"setup", "/d"}, 1, "/var/zal/_disc.xml", nullptr},
         {{"/setup", "/d"}, 1, "/var/zal/_disc.xml", nullptr},
-        {{"x/", "/d"}, 1, "/var/zal/_disc.xml", nullptr},
         {{"setup", "-D", "out.xml"}, 1, "out.xml", nullptr},
         {{"setup", "-d", "a.xml", "/d", "b.xml"}, 1, "b.xml", nullptr},
         {{"setup", "/d", "my file.xml"}, 1, "my file.xml", nullptr},
@@ -342,28 +315,27 @@ TEST(CommandLine, FindsItsSwitches)
         {{"setup", "/y", "a dir", "/y", "b"}, 0, "", "a dir"},
         {{"setup", "/dx", "x/d", "/yy"}, 0, "", nullptr},
     };
-    for (const auto& c : cases) {
+    for (const auto& [arguments, enabled, file, location] : cases) {
         g_InstallLocalDir = "untouched";
-        CTestComponent component;
-        component.Parse(c.Arguments);
+        CTestComponent fresh;
+        fresh.Parse(arguments);
         std::string line;
-        for (const std::string& argument : c.Arguments) line += argument + "|";
-        EXPECT_EQ(c.Enabled, component.m_Discovery.bEnabled) << line;
-        EXPECT_STREQ(c.File, component.m_Discovery.sXmlFileName) << line;
-        EXPECT_STREQ(c.Location ? c.Location : "untouched", g_InstallLocalDir) << line;
-        EXPECT_STREQ(c.Location ? c.Location : ".", component.m_Properties.sInstallLocation) << line;
+        for (const std::string& argument : arguments) line += argument + "|";
+        EXPECT_EQ(enabled, fresh.m_Discovery.bEnabled) << line;
+        EXPECT_STREQ(file, fresh.m_Discovery.sXmlFileName) << line;
+        EXPECT_STREQ(location ? location : "untouched", g_InstallLocalDir) << line;
+        EXPECT_STREQ(location ? location : ".", fresh.m_Properties.sInstallLocation) << line;
     }
 }
 
-TEST(CommandLine, LogsWhatItRead)
+TEST_F(CommandLine, LogsWhatItRead)
 {
-    CTestComponent component;
     CLogCapture log;
-    component.Parse({"/a/setup", "b\tc", "/d", "o", "-y", "dir"});
-    EXPECT_EQ("b c", component.m_Arguments[1]);
+    component.Parse({"/a/setup", "b\tc\td", "/d", "o", "-y", "dir"});
+    EXPECT_EQ("b c d", component.m_Arguments[1]);
     EXPECT_EQ(
-        "Command line: /a/setup \"b c\" /d o -y dir \n"
-        "CComponent::ParseCmdLine - looking for d switch. Offset = [14] \n"
+        "Command line: /a/setup \"b c d\" /d o -y dir \n"
+        "CComponent::ParseCmdLine - looking for d switch. Offset = [16] \n"
         "CComponent::ParseCmdLine: Found /d switch\n"
         "CComponent::ParseCmdLine: DiscoveryXmlFile = o\n"
         "CComponent::ParseCmdLine: Found /y switch\n"
@@ -372,12 +344,9 @@ TEST(CommandLine, LogsWhatItRead)
         log.Text());
 }
 
-TEST(CommandLine, TakesOneToken)
+TEST_F(CommandLine, TakesOneToken)
 {
-    EXPECT_STREQ("a", GetCmdLineToken("  a b"));
-    EXPECT_STREQ("a b", GetCmdLineToken(" \"a b\" c"));
-    EXPECT_STREQ("a b", GetCmdLineToken("\"a b"));
-    EXPECT_STREQ("", GetCmdLineToken("\"\" c"));
-    EXPECT_STREQ("", GetCmdLineToken("   "));
-    EXPECT_STREQ("\ta", GetCmdLineToken("\ta"));
+    const char* const cases[][2] = {{"  a b", "a"}, {" \"a b\" c", "a b"}, {"\"a b", "a b"},
+                                    {"\"\" c", ""}, {"   ", ""},           {"\ta", "\ta"}};
+    for (const auto& c : cases) EXPECT_STREQ(c[1], GetCmdLineToken(c[0]));
 }

@@ -45,20 +45,15 @@ TEST_F(DeviceFirmware, SendsNothingTwice)
 
 TEST_F(DeviceFirmware, SaysWhyTheServerIsNotForIt)
 {
-    const struct
-    {
-        const char* Server;
-        int Status;
-        const char* Says;
-    } cases[] = {
+    const std::tuple<const char*, int, const char*> cases[] = {
         {R"({"management_processor": {"tamberline": null}})", 4, "This server has no Tamberline controller"},
         {R"({"management_processor": null})", 7, "There is no driver for the management processor."},
         {R"({"faults": {"processor": {"dead": true}}})", 7, "The management processor does not answer; restart it"},
         {R"({"management_processor": {"generation": 2}})", 7, "its rule \"$Generation >= 3\" does not hold."},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.Status, Run(RackServer(c.Server))) << m_Output;
-        EXPECT_TRUE(Says(c.Says)) << m_Output;
+    for (const auto& [server, status, says] : cases) {
+        EXPECT_EQ(status, Run(RackServer(server))) << m_Output;
+        EXPECT_TRUE(Says(says)) << m_Output;
         EXPECT_FALSE(fs::exists(m_Server.Path() / "TMBR.fw"));
     }
 }
@@ -94,13 +89,7 @@ TEST_F(DeviceFirmware, RefusesAPackageThatIsNotWhole)
 
 TEST_F(DeviceFirmware, SaysWhatStateAFailureLeavesAndRecovers)
 {
-    const struct
-    {
-        const char* Fault;
-        int Status;
-        const char* Says;
-        const char* State;
-    } cases[] = {
+    const std::tuple<const char*, int, const char*, const char*> cases[] = {
         {"device_error_at_byte=100000", 7, "the device refused the image at byte 99328", InLoader},
         {"dies_at_byte=50000", 7, "the management processor stopped answering at byte 49152", Unknown},
         {"power_lost_at_byte=150000", 137, "Uploading: 140288", ""},
@@ -108,15 +97,15 @@ TEST_F(DeviceFirmware, SaysWhatStateAFailureLeavesAndRecovers)
         {R"(lost='{"command": "DEVICE_FLASH", "exchange": 1}')", 7, "can't flash this device", Untouched},
         {R"(stale='{"command": "DEVICE_FLASH", "replies": 3}')", 0, "was flashed and runs", ""},
     };
-    for (const auto& c : cases) {
+    for (const auto& [fault, status, says, state] : cases) {
         fs::remove(m_Server.Path() / "TMBR.fw");
-        EXPECT_EQ(c.Status, Run(RackServer(), "", std::string("--fault processor.") + c.Fault)) << c.Fault << m_Output;
-        EXPECT_TRUE(Says(c.Says)) << c.Fault << m_Output;
-        EXPECT_TRUE(Says(c.State)) << c.Fault << m_Output;
-        if (c.State == InLoader || c.State == Unknown || c.Status == 137) {
+        EXPECT_EQ(status, Run(RackServer(), "", std::string("--fault processor.") + fault)) << fault << m_Output;
+        EXPECT_TRUE(Says(says)) << fault << m_Output;
+        EXPECT_TRUE(Says(state)) << fault << m_Output;
+        if (state == InLoader || state == Unknown || status == 137) {
             EXPECT_TRUE(Discovers(RackServer(), "<active_version value=\"Incomplete\"/>")) << m_Output;
         }
-        EXPECT_EQ(0, Run(RackServer(), "/f")) << c.Fault << m_Output;
+        EXPECT_EQ(0, Run(RackServer(), "/f")) << fault << m_Output;
         EXPECT_TRUE(Says("1.3.2 was flashed and runs.")) << m_Output;
     }
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <tuple>
 
 #include "crc32.h"
 #include "romimage.h"
@@ -140,26 +141,21 @@ TEST(FlashTable, RunsTheTablesInTheirOrder)
 TEST(FlashTable, StopsAtTheFirstTableThatFails)
 {
     CTestImage image(NewRom());
-    const struct
-    {
-        int Table;
-        const char* Error;
-        const char* Run;
-    } cases[] = {
+    const std::tuple<int, const char*, const char*> cases[] = {
         {0, "Can't execute the Erase table", "s255e1"},  // the setup table's status does not count
         {2, "Can't execute the Erase table", "s0e255"},       {3, "Can't execute the Program table", "s0e0p255"},
         {4, "Can't execute the Cleanup table", "s0e0p0c255"}, {5, "Can't execute the OS Cleanup table", "s0e0p0c0o255"},
     };
-    for (const auto& c : cases) {
-        UseServer(Server("{\"fails_at_table\": " + std::to_string(c.Table) + "}"));
+    for (const auto& [failing, error, run] : cases) {
+        UseServer(Server("{\"fails_at_table\": " + std::to_string(failing) + "}"));
         CTestFlashTable table;
         table.GetTableFromBootBlock(nullptr);
         table.SetFeatureBits1(12);
         CLogCapture log;
         EXPECT_FALSE(table.DoFlash(&image, FALSE));
-        EXPECT_STREQ(c.Error, table.GetErrorMessage());
-        EXPECT_TRUE(log.Has(std::string("CFlashTable Error: ") + c.Error + "\n"));
-        EXPECT_EQ(c.Run, TablesRun());
+        EXPECT_STREQ(error, table.GetErrorMessage());
+        EXPECT_TRUE(log.Has(std::string("CFlashTable Error: ") + error + "\n"));
+        EXPECT_EQ(run, TablesRun());
     }
 }
 

@@ -84,34 +84,6 @@ class Processor : public testing::Test
     static void RecordPackets() { setenv("ZALSIM_JOURNAL", (ServerFolder() / "journal.log").c_str(), 1); }
 };
 
-using ChannelLibrary = Processor;
-
-ZALCIHANDLE CreateChannel()
-{
-    ZALCIHANDLE handle = nullptr;
-    EXPECT_EQ(0, ZalCiCreate(nullptr, &handle, 2, 4096, 2, 4096, ZalCiNormalPriority, nullptr));
-    return handle;
-}
-
-int SendStatusRequest(ZALCIHANDLE handle, int sequence)
-{
-    const SMIFHDR request = {8, static_cast<WORD>(sequence), SMIFCMD_GET_STATUS, 0};
-    ZALCISTATUS status = ZalCiErrMax;
-    ZalCiSend(handle, &request, sizeof request, &status, nullptr);
-    return status;
-}
-
-// The sequence number of the packet that comes, or the negative status.
-int ReceiveSequence(ZALCIHANDLE handle, int timeout)
-{
-    char buffer[4096] = {};
-    SMIFHDR header = {};
-    ZALCISTATUS status = ZalCiErrMax;
-    ZalCiRecv(handle, buffer, sizeof buffer, &status, &timeout);
-    std::memcpy(&header, buffer, sizeof header);
-    return status == ZalCiSuccess ? header.Sequence : -status;
-}
-
 }  // namespace
 
 TEST_F(Processor, IsFoundOnEverySampleServer)
@@ -162,36 +134,6 @@ TEST_F(Processor, ShowsInThePciDeviceListThatAShellReads)
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
     EXPECT_STREQ("/no/such/library.so", std::getenv("LD_PRELOAD"));
     unsetenv("LD_PRELOAD");
-}
-
-TEST_F(Processor, KeepsRegisters)
-{
-    UCHAR value = 0;
-    {
-        CChannelInterface channel;
-        EXPECT_TRUE(channel.ReadMEMID(3, &value));
-        EXPECT_EQ(128, value);
-        EXPECT_TRUE(channel.ReadGPI(1, &value));
-        EXPECT_EQ(0xA0, value);
-        EXPECT_TRUE(channel.ReadXPLD(0, &value));
-        EXPECT_EQ(9, value);
-        EXPECT_TRUE(channel.WriteCPLD(15, 0x77));
-        EXPECT_TRUE(channel.WriteGPO(1, 5));
-        EXPECT_TRUE(channel.WriteXPLD(3, 6));
-        EXPECT_FALSE(channel.ReadCPLD(16, &value));
-        EXPECT_FALSE(channel.WriteGPO(-1, 0));
-        EXPECT_FALSE(channel.WriteIoByte(IoAccessOp_PutGPIEN, 0, 0));  // this server has none
-        EXPECT_FALSE(channel.ReadIoByte(13, 0, &value));
-    }
-    RestartServer();
-    CChannelInterface channel;
-    EXPECT_TRUE(channel.ReadCPLD(15, &value));
-    EXPECT_EQ(0x77, value);
-    EXPECT_TRUE(channel.ReadGPO(1, &value));
-    EXPECT_EQ(5, value);
-    EXPECT_TRUE(channel.ReadCPLD(0, &value));
-    EXPECT_EQ(21, value);
-    EXPECT_NE(std::string::npos, Journal().find("register CPLD[15] = 0x77"));
 }
 
 TEST_F(Processor, ReachesI2CDevices)
@@ -278,16 +220,6 @@ TEST_F(Processor, OfAnOldServerKnowsTheShortFormOfDeviceControl)
     EXPECT_FALSE(channel.GetTamberlineFamily(&type));
 }
 
-TEST_F(Processor, RemembersTheHostsNextReset)
-{
-    CChannelInterface channel;
-    EXPECT_TRUE(channel.ScheduleColdBoot());
-    EXPECT_TRUE(channel.ScheduleAuxPowerCycle());
-    EXPECT_FALSE(channel.SetHostResetMode(3));
-    EXPECT_NE(std::string::npos, ReadFile(ServerFolder() / "processor.json").find(R"("host_reset_mode":2)"));
-    EXPECT_EQ(2u, Count(Journal(), "processor host-reset mode="));
-}
-
 TEST_F(Processor, TellsItsInventory)
 {
     CChannelInterface channel;
@@ -370,89 +302,6 @@ TEST_F(Processor, GetsEveryPieceOfAnImageOnce)
     }
 }
 
-TEST_F(Processor, RefusesWhatIsNoUpload)
-{
-    CChannelInterface channel;
-    const Bytes image = Image(Backplane, 1, 22, 4096);
-    const auto piece = [&](int offset, int size = 1024) {
-        return channel.UploadDeviceFlashData(Backplane, offset, image.data() + offset, size);
-    };
-    EXPECT_EQ(DeviceFlashStatus_Error, piece(0));  // not open
-    const std::vector<std::function<int()>> mistakes = {
-        [&] { return piece(1024); },
-        [&] { return piece(0, 63); },
-        [&] { return Upload(channel, Backplane, Image("NVMeBackplane2", 1, 22, 4096)); },
-        [&] { return Upload(channel, Backplane, Bytes(4096, 0xFF)); },
-    };
-    for (const auto& mistake : mistakes) {
-        ASSERT_EQ(DeviceFlashStatus_OK, channel.OpenDeviceFlash(Backplane));
-        EXPECT_EQ(DeviceFlashStatus_Error, mistake());
-        EXPECT_EQ(DeviceFlashStatus_OK, channel.QueryDeviceFlashStatus(Backplane));
-        EXPECT_EQ("1.20", BackplaneVersion(channel));
-    }
-    ASSERT_EQ(DeviceFlashStatus_OK, channel.OpenDeviceFlash("TMBR"));
-    EXPECT_EQ(DeviceFlashStatus_Overflow, Upload(channel, "TMBR", Image("TMBR", 2, 0, 262145)));
-    for (const char* pszHandler : {"tmbr", "", "NVMeBackplane"})
-        EXPECT_EQ(DeviceFlashStatus_Error, channel.OpenDeviceFlash(pszHandler)) << pszHandler;
-
-    // From here on the device has lost what it ran.
-    for (const int second : {0, 1023, 2048}) {
-        ASSERT_EQ(DeviceFlashStatus_OK, channel.OpenDeviceFlash(Backplane));
-        EXPECT_EQ(DeviceFlashStatus_OK, piece(0));
-        EXPECT_EQ(DeviceFlashStatus_Error, piece(second));
-        EXPECT_EQ(DeviceFlashStatus_Error, piece(1024));
-        EXPECT_EQ("loader 3", BackplaneVersion(channel));
-    }
-    Bytes damaged = image;
-    damaged.back() ^= 1;
-    EXPECT_EQ(DeviceFlashStatus_Error, Flash(channel, Backplane, damaged));
-    damaged = image;
-    damaged.push_back(0);
-    EXPECT_EQ(DeviceFlashStatus_Busy, Flash(channel, Backplane, damaged));
-    sleep(12);
-    EXPECT_EQ(DeviceFlashStatus_OK, Flash(channel, Backplane, image));
-    EXPECT_EQ("1.22", BackplaneVersion(channel));
-}
-
-TEST_F(Processor, AbandonsAnUploadOnRequest)
-{
-    const Bytes image = Image(Backplane, 1, 22, 4096);
-    CChannelInterface channel;
-    EXPECT_EQ(DeviceFlashStatus_OK, channel.OpenDeviceFlash(Backplane));
-    EXPECT_EQ(DeviceFlashStatus_OK, channel.ResetDeviceFlash(Backplane));
-    EXPECT_EQ(DeviceFlashStatus_OK, channel.QueryDeviceFlashStatus(Backplane));
-    EXPECT_EQ("1.20", BackplaneVersion(channel));
-    EXPECT_EQ(DeviceFlashStatus_OK, channel.OpenDeviceFlash(Backplane));
-    EXPECT_EQ(DeviceFlashStatus_OK, channel.UploadDeviceFlashData(Backplane, image.data(), 2048));
-    EXPECT_EQ(DeviceFlashStatus_OK, channel.ResetDeviceFlash(Backplane));
-    EXPECT_EQ(DeviceFlashStatus_Error, channel.QueryDeviceFlashStatus(Backplane));
-    EXPECT_EQ("loader 3", BackplaneVersion(channel));
-}
-
-TEST_F(Processor, PassesRequestsOnToAHandler)
-{
-    CChannelInterface channel;
-    const UCHAR input[] = {1, 2, 3};
-    UCHAR output[1024] = {};
-    ULONG value = 0;
-    int length = 0;
-    EXPECT_EQ(0, channel.DeviceFlashDispatch("TMBR", 5, &value, input, 3, output, &length));
-    EXPECT_EQ(5u, value);
-    EXPECT_EQ(3, length);
-    EXPECT_EQ(0, std::memcmp(input, output, 3));
-
-    const std::int64_t start = Milliseconds();
-    EXPECT_EQ(0, channel.QueryDeviceFlashHandler("TMBR", 0, &value, nullptr, 0, output, &length));
-    EXPECT_EQ(25, (Milliseconds() - start) / 1000);
-    EXPECT_EQ(100u, value);
-    EXPECT_STREQ("TMBR 1.2.5", reinterpret_cast<const char*>(output));
-    EXPECT_EQ(11, length);
-    EXPECT_EQ(0, channel.ResetDeviceFlashHandler("TMBR", &value));
-    EXPECT_EQ(1u, value);
-    EXPECT_EQ(0, channel.ResetDeviceFlashHandler("TMBR", &value));
-    EXPECT_EQ(0u, value);
-}
-
 TEST_F(Processor, RunsItsNewFirmwareFromItsNextResetOn)
 {
     const auto version = [](CChannelInterface& channel) {
@@ -488,18 +337,6 @@ TEST_F(Processor, RunsItsNewFirmwareFromItsNextResetOn)
     EXPECT_EQ(DeviceFlashStatus_Error, next.QueryDeviceFlashStatus("SignedImage"));
     EXPECT_EQ(DeviceFlashStatus_OK, next.ResetDeviceFlash("SignedImage"));
     EXPECT_EQ(DeviceFlashStatus_OK, next.QueryDeviceFlashStatus("SignedImage"));
-}
-
-TEST_F(Processor, MayNotComeBackFromAReset)
-{
-    UseFaults(R"({"stays_away": true})");
-    CChannelInterface channel;
-    EXPECT_TRUE(channel.RebootMOX());
-    CLogCapture log;
-    EXPECT_FALSE(channel.WaitForReboot());
-    EXPECT_TRUE(log.Has("WaitForReboot: Timeout! (Not fatal)"));
-    channel.VerifyFirmwareIsAlive();
-    EXPECT_EQ(ChannelState_Broken, channel.GetState());
 }
 
 TEST_F(Processor, FailsAndRecoversFromPacketFaultsWithEveryCommand)
@@ -565,73 +402,6 @@ TEST_F(Processor, FailsAndRecoversFromPacketFaultsWithEveryCommand)
     }
 }
 
-TEST_F(Processor, NamesExchangesByNumberByCommandOrAll)
-{
-    const auto replies = [](const std::string& lost) {
-        UseFaults("{\"lost\": " + lost + "}");
-        const ZALCIHANDLE handle = CreateChannel();
-        std::string outcome;
-        for (const int sequence : {1, 2, 3}) {
-            EXPECT_EQ(0, SendStatusRequest(handle, sequence));
-            outcome += ReceiveSequence(handle, 100) == sequence ? '+' : '-';
-        }
-        return outcome;
-    };
-    EXPECT_EQ("+-+", replies("2"));
-    EXPECT_EQ("---", replies("\"GET_STATUS\""));
-    EXPECT_EQ("+++", replies("\"IO_ACCESS\""));
-    EXPECT_EQ("---", replies("true"));
-    EXPECT_EQ("+++", replies("false"));
-    EXPECT_EQ("++-", replies(R"({"command": "GET_STATUS", "exchange": 3})"));
-    EXPECT_THROW(replies("\"STATUS\""), std::runtime_error);
-}
-
-TEST_F(Processor, LeavesAHalfFlashedDeviceThatTheNextRunRecovers)
-{
-    const Bytes image = Image(Backplane, 1, 22, 10000);
-    const auto stored = [] { return fs::file_size(ServerFolder() / "NVMeBackplane1.fw"); };
-    // The device reports an error.
-    UseFaults(R"({"device_error_at_byte": 5000})");
-    {
-        CChannelInterface channel;
-        EXPECT_EQ(DeviceFlashStatus_Error, Flash(channel, Backplane, image));
-        EXPECT_EQ(5000u, stored());
-        EXPECT_EQ("loader 3", BackplaneVersion(channel));
-    }
-
-    // The processor dies: after the answer that does not come nothing answers any more.
-    UseFaults(R"({"dies_at_byte": 3000})");
-    {
-        CChannelInterface channel;
-        CLogCapture log;
-        EXPECT_EQ(DeviceFlashStatus_Failed, Flash(channel, Backplane, image));
-        EXPECT_TRUE(log.Has("Error -1 at offset 2048"));
-        EXPECT_EQ(3000u, stored());
-        EXPECT_FALSE(channel.VerifySMIF());
-        EXPECT_EQ(ChannelState_Broken, channel.GetUpdatedState());
-    }
-
-    // Power goes, and comes back without the fault.
-    UseFaults(R"({"power_lost_at_byte": 4096})");
-    EXPECT_EXIT(
-        {
-            CChannelInterface channel;
-            Flash(channel, Backplane, image);
-        },
-        testing::KilledBySignal(SIGKILL), "");
-    EXPECT_EQ(4096u, stored());
-    std::ofstream(ServerFolder() / "server.json") << RackServer();
-    RestartServer();
-    CChannelInterface channel;
-    EXPECT_EQ("loader 3", BackplaneVersion(channel));
-    EXPECT_EQ(DeviceFlashStatus_Error, channel.QueryDeviceFlashStatus(Backplane));
-    std::string output;
-    RunCommand(std::string(ZALSIM) + " --describe --server " + ServerFolder().string(), output);
-    EXPECT_NE(std::string::npos, output.find("NVMeBackplane1 incomplete: runs its boot loader")) << output;
-    EXPECT_EQ(DeviceFlashStatus_OK, Flash(channel, Backplane, image));
-    EXPECT_EQ("1.22", BackplaneVersion(channel));
-}
-
 TEST_F(Processor, RecordsPacketsInAJournalThatWasAskedFor)
 {
     {
@@ -684,81 +454,4 @@ TEST_F(Processor, TakesALargeImageFastAndWithoutKeepingIt)
     EXPECT_LT(time, 2.0);
     EXPECT_LT(memory, 8192);
 #endif
-}
-
-TEST_F(ChannelLibrary, AnswersMisuseWithAStatus)
-{
-    char buffer[4097] = {};
-    ZALCIHANDLE handle = nullptr;
-    const auto create = [&](ULONG entries, ULONG size, int priority) {
-        return ZalCiCreate(nullptr, &handle, entries, size, 2, 4096, static_cast<ZALCIPRIORITY>(priority), nullptr);
-    };
-    EXPECT_EQ(ZalCiErrBadParameter, ZalCiCreate(nullptr, nullptr, 2, 4096, 2, 4096, ZalCiNormalPriority, nullptr));
-    EXPECT_EQ(ZalCiErrBadDescriptorCount, create(0, 4096, 0));
-    EXPECT_EQ(ZalCiErrBadDescriptorSize, create(2, 7, 0));
-    EXPECT_EQ(ZalCiErrBadPriority, create(2, 4096, 2));
-    EXPECT_EQ(nullptr, handle);
-    std::vector<ZALCIHANDLE> handles;
-    for (ZALCISTATUS status = ZalCiSuccess; status == ZalCiSuccess; handles.push_back(handle))
-        status = create(2, 4096, 31);
-    EXPECT_EQ(9u, handles.size());
-    for (const ZALCIHANDLE open : handles) EXPECT_EQ(open ? ZalCiSuccess : ZalCiErrBadParameter, ZalCiClose(open));
-
-    handle = CreateChannel();
-    const auto send = [&](ZALCIHANDLE channel, const void* pBuffer, int size) {
-        ZALCISTATUS status = ZalCiErrMax;
-        EXPECT_EQ(0, ZalCiSend(channel, pBuffer, size, &status, nullptr));
-        return status;
-    };
-    const auto receive = [&](ZALCIHANDLE channel, void* pBuffer, int size) {
-        ZALCISTATUS status = ZalCiErrMax;
-        EXPECT_EQ(0, ZalCiRecv(channel, pBuffer, size, &status, nullptr));
-        return status;
-    };
-    EXPECT_EQ(ZalCiErrBadParameter, send(nullptr, buffer, 8));
-    EXPECT_EQ(ZalCiErrBadParameter, send(handle, nullptr, 8));
-    EXPECT_EQ(ZalCiErrBadParameter, send(handle, buffer, -1));
-    EXPECT_EQ(ZalCiErrBadDescriptorSize, send(handle, buffer, 4097));
-    EXPECT_EQ(ZalCiErrBadParameter, receive(nullptr, buffer, 8));
-    EXPECT_EQ(ZalCiErrBadParameter, receive(handle, nullptr, 8));
-    EXPECT_EQ(ZalCiErrBadParameter, receive(handle, buffer, 0));
-    EXPECT_EQ(8, ZalCiSend(handle, "\x08\0\0\0\x02\0\0", 8, nullptr, nullptr));
-    ZALCISTATUS status = ZalCiErrMax;
-    EXPECT_EQ(12, ZalCiRecv(handle, buffer, 12, &status, nullptr));
-    EXPECT_EQ(ZalCiErrPartialTransfer, status);
-    EXPECT_EQ(3, ZalCiSend(handle, buffer, 3, nullptr, nullptr));  // nothing that could be answered
-    EXPECT_EQ(ZalCiErrChannelNotResponding, receive(handle, buffer, 12));
-
-    EXPECT_EQ(ZalCiSuccess, ZalCiClose(handle));
-    EXPECT_NE(handle, CreateChannel());
-    EXPECT_EQ(ZalCiErrChannelDeleted, ZalCiClose(handle));
-    EXPECT_EQ(ZalCiErrChannelDeleted, send(handle, buffer, 8));
-    EXPECT_EQ(ZalCiErrChannelDeleted, receive(handle, buffer, 8));
-    UseServer(R"({"product": "none"})");
-    EXPECT_EQ(ZalCiErrNoDriver, create(2, 4096, 0));
-    EXPECT_EQ(ZalCiErrNoDriver, send(handle, buffer, 8));
-    EXPECT_EQ(ZalCiErrNoDriver, ZalCiClose(handle));
-}
-
-TEST_F(ChannelLibrary, HoldsTwoPacketsInEachDirection)
-{
-    const ZALCIHANDLE handle = CreateChannel();
-    const std::int64_t start = Milliseconds();
-    EXPECT_EQ(-ZalCiErrFifoEmpty, ReceiveSequence(handle, 1500));
-    EXPECT_EQ(1500, Milliseconds() - start);
-    for (const int sequence : {1, 2, 3, 4}) EXPECT_EQ(0, SendStatusRequest(handle, sequence));
-    EXPECT_EQ(ZalCiErrFifoFull, SendStatusRequest(handle, 5));
-    for (const int sequence : {1, 2, 3, 4}) EXPECT_EQ(sequence, ReceiveSequence(handle, -1));
-    EXPECT_EQ(-ZalCiErrChannelNotResponding, ReceiveSequence(handle, -1));
-    EXPECT_EQ(0, SendStatusRequest(handle, 6));
-    EXPECT_EQ(-ZalCiErrFifoEmpty, ReceiveSequence(handle, 0));
-    EXPECT_EQ(6, ReceiveSequence(handle, 1));
-
-    // A dead processor takes nothing out of the FIFO.
-    UseFaults(R"({"dead": true})");
-    const ZALCIHANDLE dead = CreateChannel();
-    EXPECT_EQ(0, SendStatusRequest(dead, 1));
-    EXPECT_EQ(0, SendStatusRequest(dead, 2));
-    EXPECT_EQ(ZalCiErrFifoFull, SendStatusRequest(dead, 3));
-    EXPECT_EQ(ZalCiErrChannelDeleted, SendStatusRequest(handle, 1));  // of a server that is gone
 }

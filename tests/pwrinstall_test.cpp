@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <tuple>
 
 #include "crc.h"
 #include "installer.h"
@@ -70,13 +71,7 @@ TEST_F(PowerControllerInstall, FinishesAnUpdateThatWasCutOff)
 
 TEST_F(PowerControllerInstall, SaysWhatStateAFailureLeaves)
 {
-    const struct
-    {
-        const char* Fault;
-        int Status;
-        const char* Says;
-        const char* State;
-    } cases[] = {
+    const std::tuple<const char*, int, const char*, const char*> cases[] = {
         {R"(error='{"at": 200, "times": 100}')", 0, "The upload failed; once more", "was flashed and runs."},
         {R"(error='{"at": 200, "times": 100000}')", 7, "it refused the microcode twice.", WaitsInLoader},
         {"busy_at_record=300", 7, "it refused the microcode twice.", ""},
@@ -85,24 +80,19 @@ TEST_F(PowerControllerInstall, SaysWhatStateAFailureLeaves)
         {R"(bad_checksum='{"at": 10, "times": 14}')", 0, "was flashed and runs.", ""},
         {R"(no_acknowledge='{"at": 10, "times": 14}')", 0, "was flashed and runs.", ""},
     };
-    for (const auto& c : cases) {
+    for (const auto& [fault, status, says, state] : cases) {
         Renew();
-        EXPECT_EQ(c.Status, RunWithFault(c.Fault)) << c.Fault << m_Output;
-        EXPECT_TRUE(Says(c.Says)) << c.Fault << m_Output;
-        EXPECT_TRUE(Says(c.State)) << c.Fault << m_Output;
+        EXPECT_EQ(status, RunWithFault(fault)) << fault << m_Output;
+        EXPECT_TRUE(Says(says)) << fault << m_Output;
+        EXPECT_TRUE(Says(state)) << fault << m_Output;
         EXPECT_NE(std::string::npos, ReadFile(m_Server.Path() / "journal.log").find("processor resume device=1"));
-        EXPECT_EQ(0, Run(RackServer(), "/f")) << c.Fault << m_Output;
+        EXPECT_EQ(0, Run(RackServer(), "/f")) << fault << m_Output;
     }
 }
 
 TEST_F(PowerControllerInstall, SaysWhyTheServerIsNotForIt)
 {
-    const struct
-    {
-        std::string Server;
-        int Status;
-        const char* Says;
-    } cases[] = {
+    const std::tuple<std::string, int, const char*> cases[] = {
         {RackServer(R"({"management_processor": {"i2c": []}})"), 4, "This server has no power controller"},
         {RackServer(R"({"management_processor": {"i2c": [{"type": "power_controller", "bus": 3, "address": "0x30",
             "family": "brisk", "acts_as": "opal"}]}})"),
@@ -110,9 +100,9 @@ TEST_F(PowerControllerInstall, SaysWhyTheServerIsNotForIt)
         {RackServer(R"({"management_processor": null})"), 7, "There is no driver for the management processor."},
         {ReadFile(fs::path(SERVERS) / "blade" / "server.json"), 7, "&& !$Blade\" does not hold."},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.Status, Run(c.Server)) << m_Output;
-        EXPECT_TRUE(Says(c.Says)) << m_Output;
+    for (const auto& [server, status, says] : cases) {
+        EXPECT_EQ(status, Run(server)) << m_Output;
+        EXPECT_TRUE(Says(says)) << m_Output;
     }
 }
 

@@ -1,6 +1,8 @@
 #include "zalph/smbios.h"
 
 #include <cstring>
+#include <memory>
+#include <sstream>
 
 #include "server.h"
 #include "support.h"
@@ -27,93 +29,62 @@ void UseTable(const std::string& bytes, WORD structures)
 
 std::string Bytes(std::initializer_list<int> values)
 {
-    std::string bytes;
-    for (int value : values) bytes += static_cast<char>(value);
-    return bytes;
+    return std::string(values.begin(), values.end());
 }
 
-// An SMBIOS record from its bytes and its strings.
-std::string Record(const std::string& formatted, std::initializer_list<const char*> strings)
+// What the table says of the server, and of the logic devices from number -1 on.
+std::string Answers()
 {
-    std::string record = formatted;
-    for (const char* text : strings) record.append(text, std::strlen(text) + 1);
-    if (strings.size() == 0) record += '\0';
-    return record + '\0';
+    CSMBIOS smbios;
+    std::ostringstream text;
+    for (const CStr& answer :
+         {smbios.GetProductName(), smbios.GetROMFamily(), smbios.GetROMDate(), smbios.GetROMVersion(),
+          smbios.GetRDDate(), smbios.GetBBDate(), smbios.GetOEMROMName(), smbios.GetOEMROMDate(),
+          smbios.GetPowerMicroVersion(), smbios.GetSPSVersion(), smbios.GetSystemID(), smbios.GetPlatformID()})
+        text << answer.GetAnsiString() << "|";
+    DWORD size = 1;
+    const ULONG address = smbios.GetFlashBuffer(size);
+    text << "TPM " << int{smbios.GetTPMStatus()} << "|" << std::hex << address << " " << size;
+    for (int i = -1; i <= 7; i++) text << "|" << smbios.GetPALType(i).GetAnsiString() << " " << smbios.GetPALVersion(i);
+    return text.str();
 }
 
 }  // namespace
 
-TEST(Smbios, AnswersFromVersionRecords)
+TEST(Smbios, AnswersFromVersionRecordsOrTheOthers)
 {
     UseServer(RackServer());
-    CSMBIOS smbios;
-    EXPECT_STREQ("Quorvant RX380 Gen9", smbios.GetProductName());
-    EXPECT_STREQ("P70", smbios.GetROMFamily());
-    EXPECT_STREQ("09/12/2019", smbios.GetROMDate());
-    EXPECT_STREQ("2.30", smbios.GetROMVersion());
-    EXPECT_STREQ("v2.10 (03/02/2018)", smbios.GetRDDate());
-    EXPECT_STREQ("03/05/2015", smbios.GetBBDate());
-    EXPECT_STREQ("1.0.9", smbios.GetPowerMicroVersion());
-    EXPECT_STREQ("0003.0001.0003.0021.0", smbios.GetSPSVersion());
-    EXPECT_STREQ("System Programmable Logic Device", smbios.GetPALType(0));
-    EXPECT_EQ(21, smbios.GetPALVersion(0));
-    // With a version record of the type, the other record is not asked.
-    EXPECT_STREQ("", smbios.GetPALType(1));
-    EXPECT_EQ(0, smbios.GetPALVersion(1));
-    EXPECT_EQ(0, smbios.GetPALVersion(-1));
-    EXPECT_EQ(TPM_STATUS_ENABLED, smbios.GetTPMStatus());
-    EXPECT_STREQ("$0E11A5F0", smbios.GetSystemID());
-    EXPECT_STREQ("!00A5", smbios.GetPlatformID());
-    DWORD size = 0;
-    EXPECT_EQ(0x6A000000u, smbios.GetFlashBuffer(size));
-    EXPECT_EQ(0x01000000u, size);
-}
-
-TEST(Smbios, AnswersFromTheOtherRecordsOfAnOldServer)
-{
+    EXPECT_EQ(
+        "Quorvant RX380 Gen9|P70|09/12/2019|2.30|v2.10 (03/02/2018)|03/05/2015|||1.0.9|0003.0001.0003.0021.0|"
+        "$0E11A5F0|!00A5|TPM 1|6a000000 1000000| 0|System Programmable Logic Device 15| 0| 0| 0| 0| 0| 0| 0",
+        Answers());  // with a version record of the type, the other record is not asked
     UseServer(ReadFile(std::filesystem::path(SERVERS) / "old" / "server.json"));
-    CSMBIOS smbios;
-    EXPECT_STREQ("2.10", smbios.GetROMVersion());  // from the BIOS version text
-    EXPECT_STREQ("12/01/2010", smbios.GetRDDate());
-    EXPECT_STREQ("07/10/2010", smbios.GetBBDate());
-    EXPECT_STREQ("OEM ROM", smbios.GetOEMROMName());
-    EXPECT_STREQ("04/04/2011", smbios.GetOEMROMDate());
-    EXPECT_STREQ("3.3", smbios.GetPowerMicroVersion());
-    EXPECT_STREQ("", smbios.GetSPSVersion());
-    EXPECT_STREQ("Standby CPLD", smbios.GetPALType(0));
-    EXPECT_EQ(0x10C, smbios.GetPALVersion(0));
-    EXPECT_STREQ("", smbios.GetPALType(7));
-    EXPECT_EQ(0, smbios.GetTPMStatus());
-    DWORD size = 1;
-    EXPECT_EQ(0u, smbios.GetFlashBuffer(size));
-    EXPECT_EQ(0u, size);
-}
-
-TEST(Smbios, FirstVersionRecordWinsEvenWithoutText)
-{
+    EXPECT_EQ(
+        "Quorvant RX380 Gen7|P67|05/05/2011|2.10|12/01/2010|07/10/2010|OEM ROM|04/04/2011|3.3||"
+        "$0E113380|!0067|TPM 0|0 0| 0|Standby CPLD 10c| 0| 0| 0| 0| 0| 6| 0",
+        Answers());
+    // The first version record of a type wins even without a text.
     UseServer(RackServer(R"({"platform_id": 0, "firmware": [{"type": "redundant_rom"}, {"type": "redundant_rom",
-        "version": "second"}, {"type": "cpld", "data": [9, 1, 2]}, {"type": "cpld", "name": "B", "data": [9, 3, 4]}]})"));
-    CSMBIOS smbios;
-    EXPECT_STREQ("", smbios.GetRDDate());
-    EXPECT_STREQ("03/05/2015", smbios.GetBBDate());
-    EXPECT_STREQ("B", smbios.GetPALType(1));
-    EXPECT_EQ(0x304, smbios.GetPALVersion(1));
-    EXPECT_STREQ("", smbios.GetPlatformID());
+        "version": "second"}, {"type": "cpld", "data": [9, 1, 2]}, {"type": "cpld", "name": "B", "data": [9, 3, 4]},
+        {"type": "sps", "data": [1, 2, 3, 4, 5, 6, 7, 8, 15]}]})"));
+    EXPECT_EQ(
+        "Quorvant RX380 Gen9|P70|09/12/2019|2.30||03/05/2015||||0201.0403.0605.0807.f|"
+        "$0E11A5F0||TPM 1|6a000000 1000000| 0| 102|B 304| 0| 0| 0| 0| 0| 0",
+        Answers());
 }
 
 TEST(SmbiosDeathTest, EndsTheProcessOverAnOverlongSpsVersion)
 {
     UseServer(RackServer(R"({"firmware": [{"type": "sps", "data": [1, 2, 3, 4, 5, 6, 7, 8, 16]}]})"));
     EXPECT_DEATH(CSMBIOS().GetSPSVersion(), "22-byte buffer of the SPS version");
-    UseServer(RackServer(R"({"firmware": [{"type": "sps", "data": [1, 2, 3, 4, 5, 6, 7, 8, 15]}]})"));
-    EXPECT_STREQ("0201.0403.0605.0807.f", CSMBIOS().GetSPSVersion());
 }
 
 TEST(Smbios, RomVersionFallsBackStepByStep)
 {
-    const std::string type0 = Bytes({0, 24, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
-    const auto romVersion = [&](int major, int minor, const char* text) {
-        UseTable(Record(type0 + Bytes({major, minor, 0, 0}), {text}), 1);
+    const auto romVersion = [](int major, int minor, const std::string& text) {
+        UseTable(Bytes({0, 24, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, major, minor, 0, 0}) + text +
+                     std::string(2, '\0'),
+                 1);
         return CSMBIOS().GetROMVersion();
     };
     EXPECT_STREQ("2.04", romVersion(2, 4, ""));
@@ -125,23 +96,22 @@ TEST(Smbios, RomVersionFallsBackStepByStep)
 
 TEST(Smbios, BadNodesGiveNoTable)
 {
-    const std::pair<const char*, const char*> cases[] = {
-        {"missing", "Failed GetSMBiosMemoryHeader\nm_dwPhysicalAddress == 0 || m_dwTableLength == 0\n"},
-        {"empty", "Failed GetSMBiosMemoryHeader\nm_dwPhysicalAddress == 0 || m_dwTableLength == 0\n"},
-        {"read_error", "m_dwPhysicalAddress == 0 || m_dwTableLength == 0\n"},
-        {"no_anchor", "m_dwPhysicalAddress == 0 || m_dwTableLength == 0\n"},
-        {"misaligned", "m_dwPhysicalAddress == 0 || m_dwTableLength == 0\n"},
-        {"false_anchor", "Found SMBIOS_ANCHOR\nm_dwPhysicalAddress == 0 || m_dwTableLength == 0\n"},
-        {"zero_address",
-         "Found SMBIOS_ANCHOR\nm_dwNumStructures: 13\nm_dwPhysicalAddress: 0\nm_dwTableLength: 653\n"
-         "m_dwPhysicalAddress == 0 || m_dwTableLength == 0\n"},
+    const std::string none = "m_dwPhysicalAddress == 0 || m_dwTableLength == 0\n";
+    const std::pair<const char*, std::string> cases[] = {
+        {"missing", "Failed GetSMBiosMemoryHeader\n"},
+        {"empty", "Failed GetSMBiosMemoryHeader\n"},
+        {"read_error", ""},
+        {"no_anchor", ""},
+        {"misaligned", ""},
+        {"false_anchor", "Found SMBIOS_ANCHOR\n"},
+        {"zero_address", "Found SMBIOS_ANCHOR\nm_dwNumStructures: 13\nm_dwPhysicalAddress: 0\nm_dwTableLength: 653\n"},
     };
     for (const auto& c : cases) {
         UseServer(RackServer(std::string("{\"faults\": {\"smbios\": \"") + c.first + "\"}}"));
         CSMBIOS smbios;
         CLogCapture log;
         EXPECT_FALSE(smbios.Exists()) << c.first;
-        EXPECT_EQ(c.second, log.Text()) << c.first;
+        EXPECT_EQ(c.second + none, log.Text()) << c.first;
         EXPECT_STREQ("", smbios.GetProductName()) << c.first;
         DWORD size = 1;
         EXPECT_EQ(0u, smbios.GetFlashBuffer(size)) << c.first;
@@ -170,8 +140,8 @@ TEST(Smbios, StaysInsideTablesThatLie)
     EXPECT_EQ(0, CSMBIOS().GetTPMStatus());
 
     const std::string cases[] = {
-        Bytes({1, 255}),                          // a record longer than the table
-        Record(Bytes({1, 8, 0, 0, 0, 200}), {}),  // a string number beyond the strings
+        Bytes({1, 255}),                    // a record longer than the table
+        Bytes({1, 8, 0, 0, 0, 200, 0, 0}),  // a string number beyond the strings
         Bytes({193, 255, 0, 0, 255, 255, 255, 255, 255, 255}),
         Bytes({229, 255, 0, 0}) + std::string(60, '$'),  // entries beyond the table
         Bytes({229, 3, 0, 0, 0, 0}),                     // shorter than its own header
@@ -179,16 +149,8 @@ TEST(Smbios, StaysInsideTablesThatLie)
     };
     for (const std::string& table : cases) {
         UseTable(table, 65535);
-        CSMBIOS smbios;
-        EXPECT_TRUE(smbios.Exists());
-        smbios.GetProductName();
-        smbios.GetROMVersion();
-        smbios.GetRDDate();
-        smbios.GetPALType(6);
-        smbios.GetPALVersion(6);
-        smbios.GetSPSVersion();
-        DWORD size = 0;
-        smbios.GetFlashBuffer(size);
+        EXPECT_TRUE(CSMBIOS().Exists());
+        Answers();
     }
     UseTable(Bytes({1, 4, 0, 0, 0, 0}), 0);
     EXPECT_STREQ("", CSMBIOS().GetProductName());
@@ -199,30 +161,8 @@ TEST(Smbios, HandsOutTheNodesBytes)
     UseServer(RackServer());
     CSMBIOS smbios;
     unsigned int size = 0;
-    unsigned char* pRegion = smbios.GetSMBiosMemoryHeader(size);
-    unsigned char* pEntry = smbios.GetSMBiosMemoryTables(0, 0);
+    const std::unique_ptr<unsigned char[]> pRegion(smbios.GetSMBiosMemoryHeader(size));
+    const std::unique_ptr<unsigned char[]> pEntry(smbios.GetSMBiosMemoryTables(0, 0));
     EXPECT_EQ(31u, size);
-    EXPECT_EQ(0, std::memcmp(pRegion, pEntry, 31));
-    delete[] pRegion;
-    delete[] pEntry;
-}
-
-TEST(Smbios, DumpsAreReadByAnIndependentReaderAndServedAgain)
-{
-    CTempFolder folder;
-    const std::string dump = (folder.Path() / "dump").string();
-    std::string output;
-    ASSERT_EQ(0, RunCommand(std::string(ZALSIM) + " --server " SERVERS "/rack --dump-smbios " + dump, output))
-        << output;
-    ASSERT_EQ(0, RunCommand("PATH=$PATH:/usr/sbin dmidecode --from-dump " + dump, output)) << output;
-    for (const char* text :
-         {"SMBIOS 2.7 present.", "13 structures occupying 653 bytes.", "Version: P70 v2.30 (09/12/2019)",
-          "BIOS Revision: 2.30", "Product Name: Quorvant RX380 Gen9", "DMI type 229, 20 bytes", "End Of Table"})
-        EXPECT_NE(std::string::npos, output.find(text)) << text << "\n" << output;
-    for (const char* complaint : {"Invalid", "BROKEN", "TRUNCATED", "Wrong"})
-        EXPECT_EQ(std::string::npos, output.find(complaint)) << output;
-
-    UseServer("{\"driver\": {\"version\": \"6.0.0.0\"}, \"smbios_dump\": \"" + dump + "\"}");
-    EXPECT_STREQ("2.30", CSMBIOS().GetROMVersion());
-    EXPECT_STREQ("$0E11A5F0", CSMBIOS().GetSystemID());
+    EXPECT_EQ(0, std::memcmp(pRegion.get(), pEntry.get(), 31));
 }

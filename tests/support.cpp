@@ -52,6 +52,13 @@ std::string ReadFile(const fs::path& file)
     return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
 }
 
+std::string Repeat(int count, const std::string& text)
+{
+    std::string all;
+    while (count-- > 0) all += text;
+    return all;
+}
+
 CLogCapture::CLogCapture()
 {
     _DebugPrintf("%s", "");  // the log's header is out after this

@@ -50,5 +50,7 @@ std::filesystem::path RunFolder();
 
 std::string ReadFile(const std::filesystem::path& file);
 
+std::string Repeat(int count, const std::string& text);
+
 // Runs a shell command; its exit status, with standard output and error in output.
 int RunCommand(const std::string& command, std::string& output);

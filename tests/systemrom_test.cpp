@@ -39,25 +39,20 @@ class SystemRom : public CInstallerTest
 
 TEST_F(SystemRom, DiscoversWhatItWouldDo)
 {
-    const struct
-    {
-        const char* Rom;
-        const char* State;
-        const char* Action;
-    } cases[] = {
+    const std::tuple<const char*, const char*, const char*> cases[] = {
         {R"({"rom": {"version": "2.30"}})", "older version installed", "upgrade"},
         {R"({"rom": {"version": "2.40", "date": "03/15/2021"}})", "same version installed", "rewrite"},
         {R"({"rom": {"version": "2.40", "date": "03/16/2021"}})", "newer version installed", "downgrade"},
         {R"({"rom": {"family": "I41"}})", "not needed on this server", "skip"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [rom, state, action] : cases) {
         const fs::path xml = m_Server.Path() / "discovery.xml";
-        EXPECT_EQ(0, Run(RackServer(c.Rom), "/d " + xml.string())) << m_Output;
-        EXPECT_TRUE(Says(c.State)) << m_Output;
+        EXPECT_EQ(0, Run(RackServer(rom), "/d " + xml.string())) << m_Output;
+        EXPECT_TRUE(Says(state)) << m_Output;
         EXPECT_TRUE(Says("Discovery complete."));
         const std::string text = ReadFile(xml);
         for (const std::string& line :
-             {std::string("<action value=\"") + c.Action + "\"/>", std::string("  <type value=\"bios\"/>"),
+             {std::string("<action value=\"") + action + "\"/>", std::string("  <type value=\"bios\"/>"),
               std::string("<product_id value=\"!00A5\"/>"), std::string("<duration value=\"300\"/>"),
               std::string("<takes_effect value=\"reboot\"/>")})
             EXPECT_NE(std::string::npos, text.find(line)) << text;
@@ -234,13 +229,7 @@ TEST_F(SystemRom, RefusesAPackageThatIsNotWhole)
 {
     const char* const xml = "qxsystemrom.xml";
     const char* const ini = "settings.ini";
-    const struct
-    {
-        const char* File;
-        const char* Find;
-        std::string Replacement;
-        const char* Says;
-    } cases[] = {
+    const std::tuple<const char*, const char*, std::string, const char*> cases[] = {
         {xml, "<name_xlate lang=\"en\">Quorvant System ROM - P70</name_xlate>", "", "has no usable name"},
         {xml, "Quorvant System ROM - P70", std::string(5000, 'x'), "has no usable name"},
         {xml, "2.40 (03/15/2021)", "two", "states no usable version"},
@@ -254,13 +243,13 @@ TEST_F(SystemRom, RefusesAPackageThatIsNotWhole)
         {ini, "File = ", "File = ../", "The settings name no ROM image"},
         {ini, "File = P70_2.40.rom", "File = qxsystemrom.xml", "is damaged"},
     };
-    for (const auto& c : cases) {
-        Edit(c.File, c.Find, c.Replacement);
+    for (const auto& [file, find, replacement, says] : cases) {
+        Edit(file, find, replacement);
         EXPECT_EQ(7, Run(RackServer()));
-        EXPECT_TRUE(Says(c.Says)) << m_Output;
+        EXPECT_TRUE(Says(says)) << m_Output;
         EXPECT_TRUE(Says("installation not allowed")) << m_Output;
         EXPECT_FALSE(WasTouched());
-        Restore(c.File);
+        Restore(file);
     }
     fs::remove(m_Package.Path() / ini);
     EXPECT_EQ(7, Run(RackServer()));

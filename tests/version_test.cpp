@@ -1,4 +1,5 @@
 #include <cstdlib>
+#include <tuple>
 
 #include "fwversion.h"
 #include "support.h"
@@ -28,13 +29,7 @@ const char* const Nothing = "0 0 0.0.0 0-0-0";
 
 TEST(FwVersion, ParsesEveryForm)
 {
-    const struct
-    {
-        const char* Text;
-        BOOL Accepted;
-        const char* Numbers;
-        const char* Printed;
-    } cases[] = {
+    const std::tuple<const char*, BOOL, const char*, const char*> cases[] = {
         {"1.23", 1, "0 0 1.23.0 0-0-0", "1.23"},
         {"1.5", 1, "0 0 1.5.0 0-0-0", "1.05"},
         {"1.234", 1, "0 0 1.23.0 0-0-0", "1.23"},
@@ -61,12 +56,12 @@ TEST(FwVersion, ParsesEveryForm)
         {"123", 0, Nothing, "Unknown"},
         {"", 0, Nothing, "Unknown"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [text, accepted, numbers, printed] : cases) {
         CFwVersion version = Version("7.77 (01/02/2003)");
         version.UseRevision = TRUE;
-        EXPECT_EQ(c.Accepted, version.Parse(c.Text)) << c.Text;
-        EXPECT_EQ(c.Numbers, Numbers(version)) << c.Text;
-        EXPECT_STREQ(c.Printed, version.ToString()) << c.Text;
+        EXPECT_EQ(accepted, version.Parse(text)) << text;
+        EXPECT_EQ(numbers, Numbers(version)) << text;
+        EXPECT_STREQ(printed, version.ToString()) << text;
         EXPECT_TRUE(version.UseRevision);
     }
 }
@@ -120,12 +115,7 @@ TEST(FwVersion, PacksTheDateForTheSystemRom)
 
 TEST(FwVersion, ComparesVersionThenDate)
 {
-    const struct
-    {
-        const char* A;
-        const char* B;
-        int Result;
-    } cases[] = {
+    const std::tuple<const char*, const char*, int> cases[] = {
         {"1.23", "1.5", 18},
         {"2.00", "1.99", 1},
         {"1.23 (09/12/2014)", "1.23 (01/01/2015)", -1},
@@ -138,13 +128,13 @@ TEST(FwVersion, ComparesVersionThenDate)
         {"09/12/2014", "09/13/2014", -1},
         {"", "", 0},
     };
-    for (const auto& c : cases) {
-        const CFwVersion a = Version(c.A);
-        const CFwVersion b = Version(c.B);
-        EXPECT_EQ(c.Result, CFwVersion::Compare(&a, &b)) << c.A << " / " << c.B;
-        EXPECT_EQ(c.Result < 0, a < b);
-        EXPECT_EQ(c.Result > 0, a > b);
-        EXPECT_EQ(c.Result == 0, a == b);
+    for (const auto& [left, right, result] : cases) {
+        const CFwVersion a = Version(left);
+        const CFwVersion b = Version(right);
+        EXPECT_EQ(result, CFwVersion::Compare(&a, &b)) << left << " / " << right;
+        EXPECT_EQ(result < 0, a < b);
+        EXPECT_EQ(result > 0, a > b);
+        EXPECT_EQ(result == 0, a == b);
     }
 }
 

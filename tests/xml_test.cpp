@@ -127,12 +127,7 @@ TEST_F(Xml, PackageDescriptionAnswers)
 
 TEST_F(Xml, PackageDescriptionDegradesToEmptyTexts)
 {
-    const struct
-    {
-        const char* Inside;
-        const char* Combined;
-        const char* Log;
-    } cases[] = {
+    const std::tuple<const char*, const char*, const char*> cases[] = {
         {"", "", "CComponentXML::GetFirmwareKey: Can't find sw_keys\n"},
         {"<version/><sw_keys/>", "", "CComponentXML::GetFirmwareKey: Can't find sw_keys_and\n"},
         {"<version revision='B'/><sw_keys><sw_keys_and/></sw_keys>", "(B)",
@@ -140,14 +135,14 @@ TEST_F(Xml, PackageDescriptionDegradesToEmptyTexts)
         {"<version value='1.2'/><sw_keys><sw_keys_and><sw_key name=''/></sw_keys_and></sw_keys>", "1.2",
          "CComponentXML::GetFirmwareType: Can't find sw_key_expectedpath\n"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [inside, combined, logged] : cases) {
         CComponentXML xml;
-        ASSERT_TRUE(Load(xml, c.Inside));
-        EXPECT_STREQ(c.Combined, xml.GetCombinedVersion());
+        ASSERT_TRUE(Load(xml, inside));
+        EXPECT_STREQ(combined, xml.GetCombinedVersion());
         EXPECT_STREQ("", xml.GetFirmwareKey());
         CLogCapture log;
         EXPECT_STREQ("", xml.GetFirmwareType());
-        EXPECT_EQ(c.Log, log.Text());
+        EXPECT_EQ(logged, log.Text());
         EXPECT_STREQ("", xml.GetName("en"));
     }
 }

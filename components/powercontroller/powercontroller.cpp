@@ -111,11 +111,13 @@ void CPowerController::ReadDevice()
     m_bFound = ReadVersion() && Identify();
 }
 
-// A controller in its boot loader need not tell what it is: then it is what the package is for.
+// A controller in its boot loader need not tell what it is, and one that has lost its registers not what it acts as:
+// then it is what the package is for.
 BOOL CPowerController::Identify()
 {
     if (m_pMicro->DetermineControllerType()) return TRUE;
-    return m_bBootLoader && m_pMicro->SetControllerType(m_Wanted);
+    const BOOL may = m_bBootLoader || m_pMicro->ReadDeviceControllerType() == m_Wanted;
+    return may && m_pMicro->SetControllerType(m_Wanted);
 }
 
 BOOL CPowerController::ReadVersion()
