@@ -242,6 +242,8 @@ ENTRY_POINT FILE* popen(const char* command, const char* mode)
     NEXT(popen);
     sim::CServer* pServer = sim::ReadsPciDevices(command) ? sim::CurrentServer() : nullptr;
     if (!pServer) return next(command, mode);
+    const std::string redirected =
+        sim::OrEndProcess([=] { return sim::WithPciDevices(command, pServer->GetDescription()); });
     const CWithoutPreload withoutPreload;
-    return next(sim::WithPciDevices(command, pServer->GetDescription()).c_str(), mode);
+    return next(redirected.c_str(), mode);
 }

@@ -45,7 +45,9 @@ ZALCISTATUS ZalCiCreate(void*, ZALCIHANDLE* phChannel, ULONG SendEntries, ULONG 
     *phChannel = nullptr;
     if (!Driver()) return ZalCiErrNoDriver;
     if (!IsPriority(Priority)) return ZalCiErrBadPriority;
-    return Driver()->Create(*phChannel, {SendEntries, SendEntrySize}, {RecvEntries, RecvEntrySize});
+    return sim::OrEndProcess([=] {
+        return Driver()->Create(*phChannel, {SendEntries, SendEntrySize}, {RecvEntries, RecvEntrySize});
+    });
 }
 
 // A packet is queued at once or not at all: there is nothing to wait for.
