@@ -7,6 +7,7 @@
 #include "zalci.h"
 #include "zalph/str.h"
 
+// What is known of the channel and the processor behind it.
 enum ChannelState
 {
     ChannelState_Unknown = 0,
@@ -32,6 +33,7 @@ class FLASHLIB_API CChannelInterface
     static constexpr int I2CRecvTimeout = 20000;
     static constexpr int DeviceFlashDispatchRecvTimeout = 60000;
 
+    // How long the commands that take long are tried.
     static constexpr int OverallTimeoutInSeconds = 60;
 
     // Names of device flash handlers.
@@ -102,6 +104,7 @@ class FLASHLIB_API CChannelInterface
     // open. FALSE when it does not answer by then, which need not be fatal.
     BOOL WaitForReboot();
 
+    // What UpdateMOXVersion read last.
     const CFwVersion& GetMOXFwVersion() const { return m_MOXVersion; }
     int GetMOXMajorVersion() const { return m_MOXVersion.Major; }
     int GetMOXMinorVersion() const { return m_MOXVersion.Minor; }
@@ -175,13 +178,16 @@ class FLASHLIB_API CChannelInterface
     int QueryDeviceFlashHandler(const char* pszHandler, ULONG InputValue, ULONG* pOutputValue, const UCHAR* pInputData,
                                 int InputDataLength, UCHAR* pOutputData, int* pOutputDataLength);
 
+    // Resets the handler, and stores the value that it answers with.
     int ResetDeviceFlashHandler(const char* pszHandler, ULONG* pOutputValue);
 
     // Inventory
 
+    // The power PIC: type; version, and whether its boot loader runs.
     BOOL GetPowerPICType(UINT8* pPICType);
     BOOL GetPowerPICVersion(int* pMajor, int* pMinor, int* pPass, BOOL* pbBootLoaderRunning);
 
+    // The Tamberline controller: family; version of its firmware, of its boot loader.
     BOOL GetTamberlineFamily(UINT8* pFamily);
     BOOL GetTamberlineVersion(int* pMajor, int* pMinor, int* pPass);
     BOOL GetTamberlineBootloaderVersion(int* pMajor, int* pMinor);

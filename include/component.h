@@ -75,11 +75,13 @@ struct FLASHLIB_API CComponentProperties
     CComponentProperties();
     ~CComponentProperties();
 
+    // Texts for the user; name and new version come from the package description.
     CStr sName;
     CStr sDescription;
     CStr sCurrentVersion;
     CStr sNewVersion;
     CStr sInstallLocation;
+    // What the deployment tool may do with the component.
     BOOL bSupportsSilentInstall;
     BOOL bSupportsSilentUpdate;
     BOOL bSupportsDowngrade;
@@ -91,6 +93,7 @@ struct CDiscoveryInfo
     BOOL bSupported;  // set by a component that can do discovery
     BOOL bEnabled;    // set by the command line
     BOOL bFailed;     // set by the discovery run
+    // What is written where; WriteDiscoveryXml puts defaults for texts that are empty.
     CStr sXmlFileName;
     CStr sComponentType;
     CStr sDeviceId;
@@ -111,14 +114,14 @@ class FLASHLIB_API CComponent
     // What Install hands to InstallWorker.
     struct InstallParameters
     {
-        CComponent* pObject;
-        BOOL bSilent;
-        PLOGFN pfnLogger;
-        char* pszResultStr;
-        ULONG ResultStrLength;
-        const char* pszLanguage;
-        ULONG Result;  // eReturnCode
-        BOOL bFinished;
+        CComponent* pObject;      // the one that installs
+        BOOL bSilent;             // no progress is wanted
+        PLOGFN pfnLogger;         // shows progress to the user
+        char* pszResultStr;       // takes the text for the user
+        ULONG ResultStrLength;    // its room in bytes
+        const char* pszLanguage;  // of the user: "en"
+        ULONG Result;             // eReturnCode
+        BOOL bFinished;           // set when the work is over
     };
 
     CComponent();
@@ -160,6 +163,7 @@ class FLASHLIB_API CComponent
     // Fills in m_InstallState and, for states 6, 7 and 8, the message. Returns TRUE.
     virtual BOOL GetInstallState(ZALINSTALLSTATE* state);
 
+    // TRUE for the install states that may be installed.
     virtual BOOL OkToInstall();
 
     // Does the install and sets params->Result; may write a text for the user to params->pszResultStr.
@@ -172,9 +176,11 @@ class FLASHLIB_API CComponent
     // be written; what was written of it stays. A line of 256 bytes or more ends the process.
     virtual BOOL WriteDiscoveryXml();
 
+    // The message for the user that goes with the install state.
     CStr GetErrorMessage() const { return m_sErrorMessage; }
     void SetErrorMessage(const CStr& text);
 
+    // The state of the component, which derived classes fill in.
     CComponentProperties m_Properties;
     CComponentXML* m_pXML;  // owned; made by Initialize
     BOOL m_bInitError;

@@ -39,6 +39,8 @@ class FLASHLIB_API CComponentXML
     LPCTSTR GetFirmwareType();
 
   protected:
+    // What the accessors above are made of: the text of an element in a language, the first software key. Null where
+    // there is none.
     LPCTSTR GetTranslatedValue(LPCTSTR element, LPCTSTR lang);
     CZalXMLNode* GetFirstSwKey();
 

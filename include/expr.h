@@ -19,6 +19,7 @@ enum ValueType
     Type_Symbol = 6
 };
 
+// What Type_Token values are: the operators and separators.
 enum TokenType
 {
     Token_Unknown = 0,
@@ -69,6 +70,7 @@ class FLASHLIB_API CExprValue
 {
   public:
     CExprValue() : Type(Type_Unknown) { Value.pSymbol = nullptr; }
+    // A copy, with a text of its own.
     CExprValue(const CExprValue& other) : CExprValue() { *this = other; }
     CExprValue& operator=(const CExprValue& other);  // copies an owned text
     ~CExprValue() { Clear(); }
@@ -91,6 +93,7 @@ class FLASHLIB_API CExprValue
     void SetString(const char* text);         // a copy of text
     void SetStringPointer(const char* text);  // text itself, malloc memory that the value owns from now on
 
+    // TRUE when it is of that type, that token.
     BOOL IsEOF() const { return Type == Type_EOF; }
     BOOL IsToken() const { return Type == Type_Token; }
     BOOL IsToken(TokenType token) const { return Type == Type_Token && Value.Token == token; }
@@ -100,6 +103,7 @@ class FLASHLIB_API CExprValue
 
     void Print() const {}  // does nothing: a hook
 
+    // What the value is; Type says which member of Value counts.
     ValueType Type;
     union
     {
@@ -118,6 +122,7 @@ class FLASHLIB_API CExprValue
 // A named value: a node of a symbol table.
 struct CSymbol
 {
+    // Node of a chain; the table owns all of it.
     char* pszName;
     CExprValue Value;
     CSymbol* pNext;
@@ -141,7 +146,7 @@ class FLASHLIB_API CSymbolTable
     void DefineStringSymbol(const char* name, const char* text);  // a copy of text
     void Clear();
 
-    CSymbol* pFirst;
+    CSymbol* pFirst;  // the newest
 };
 
 // Cuts an expression into tokens. The text stays the caller's and must outlive the lexer. What is no token shows as
@@ -179,6 +184,7 @@ using EXPR_FUNCTION_CALLBACK = ExprErrorType (*)(CExprLexer& lexer, CExprParser&
 // A row of a host's function table, which ends with a row whose name is null. Names match regardless of case.
 struct CExprFunction
 {
+    // Name, function, and what the function gets as its context.
     const char* pszName;
     EXPR_FUNCTION_CALLBACK pfnCallback;
     void* Context;
@@ -204,6 +210,7 @@ class FLASHLIB_API CExprParser
     // its value, integer or string, in result.
     ExprErrorType Parse(CExprValue* result);
 
+    // What it was made with; not owned.
     CExprLexer& Lexer;
     CSymbolTable* pSymbolTable;
     CExprFunction* pFunctionList;

@@ -25,6 +25,7 @@ class FLASHLIB_API CFlashTableHeader
     // Takes the strings from the header; leaves them as they are when there is none.
     void GetStrings();
 
+    // The strings that GetStrings took; empty where there are none.
     CStr GetImageName() const { return m_sImageName; }
     CStr GetROMFamily() const { return m_sROMFamily; }
     CStr GetROMRevision() const { return m_sROMRevision; }
@@ -63,18 +64,22 @@ class FLASHLIB_API CFlashTable
     CFlashTable(const CFlashTable&) = delete;
     CFlashTable& operator=(const CFlashTable&) = delete;
 
+    // Calls InstallDrivers.
     virtual BOOL Initialize();
 
     // Runs Setup, Erase and Program, then Cleanup and OS cleanup where the header's feature bits ask for them. The
     // image is loaded; isSps tells that it is an SPS firmware image.
     virtual BOOL DoFlash(CFwImage* image, BOOL isSps);
 
+    // Initialises the driver library and always returns TRUE; the way back does nothing.
     BOOL InstallDrivers();
     void RemoveDrivers();
 
+    // Text of the last failure; empty when there was none.
     CStr GetErrorMessage() const { return m_sErrorMessage; }
 
   protected:
+    // Keeps the text, and logs it.
     void SetErrorMessage(CStr text);
 
     // Releases the header and the table.
@@ -103,11 +108,13 @@ class FLASHLIB_API CFlashTable
     // Invalidates the ROM's settings: defaults are restored at the next boot.
     BOOL ResetNVRAM();
 
+    // The feature bits of the header.
     void SetFeatureBits1(ULONG bits) { m_FeatureBits1 = bits; }
     void SetFeatureBits2(ULONG bits) { m_FeatureBits2 = bits; }
     ULONG GetFeatureBits1() const { return m_FeatureBits1; }
     ULONG GetFeatureBits2() const { return m_FeatureBits2; }
 
+    // What was loaded from where; derived classes may look.
     CStr m_sErrorMessage;
     CStr m_sFlashDriver;
     BOOL m_bFlashDriverInstalled;

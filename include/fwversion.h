@@ -9,16 +9,16 @@
 class FLASHLIB_API CFwVersion
 {
   public:
-    int VersionByte;  // one-byte hexadecimal code; 0: none
-    int VersionWord;  // two-byte hexadecimal code; 0: none
-    int Major;
-    int Minor;
-    int Revision;      // third number; 0: none
-    int Year;          // four digits; 0: no date
-    int Month;         // 1 .. 12
-    int Day;           // 1 .. 31
-    BOOL UseRevision;  // Revision takes part in comparison
-    BOOL CompareDateFirst;
+    int VersionByte;        // one-byte hexadecimal code; 0: none
+    int VersionWord;        // two-byte hexadecimal code; 0: none
+    int Major;              // first number
+    int Minor;              // second number
+    int Revision;           // third number; 0: none
+    int Year;               // four digits; 0: no date
+    int Month;              // 1 .. 12
+    int Day;                // 1 .. 31
+    BOOL UseRevision;       // Revision takes part in comparison
+    BOOL CompareDateFirst;  // the date decides, then the version
     // Scans and prints the numbers: up to three integer conversions (major, minor, revision). Not owned.
     const char* MajorMinorFormat;
 
@@ -27,6 +27,7 @@ class FLASHLIB_API CFwVersion
 
     CFwVersion();
 
+    // Forget the numbers and codes, the date.
     void ClearVersion() { VersionByte = VersionWord = Major = Minor = Revision = 0; }
     void ClearDate() { Year = Month = Day = 0; }
     // Keeps the flags and the format.
@@ -61,6 +62,7 @@ class FLASHLIB_API CFwVersion
     static int CompareVersion(const CFwVersion* a, const CFwVersion* b);
     static int CompareDate(const CFwVersion* a, const CFwVersion* b);
 
+    // By Compare.
     BOOL operator<(const CFwVersion& other) const { return Compare(this, &other) < 0; }
     BOOL operator>(const CFwVersion& other) const { return Compare(this, &other) > 0; }
     BOOL operator==(const CFwVersion& other) const { return Compare(this, &other) == 0; }
@@ -75,6 +77,7 @@ class FLASHLIB_API CFwImage
     // Loads or prepares the image; FALSE with an error message when it can't.
     virtual BOOL Initialize() = 0;
 
+    // What the image is, and its bytes, which stay the image's.
     const CStr& GetId() const { return m_sImageId; }
     const CFwVersion& GetVersion() const { return m_ImageVersion; }
     int GetImageSize() const { return m_ImageSize; }  // bytes
@@ -83,10 +86,12 @@ class FLASHLIB_API CFwImage
 
   protected:
     CFwImage();
+    // Keeps why Initialize failed.
     void SetErrorMessage(const CStr& text) { m_sErrorMessage = text; }
 
-    int m_ImageSize;  // bytes
-    void* m_pImageBuffer;
+    // What the accessors hand out.
+    int m_ImageSize;       // bytes
+    void* m_pImageBuffer;  // owned by the derived class
     CStr m_sImageId;
     CFwVersion m_ImageVersion;
     CStr m_sErrorMessage;

@@ -6,6 +6,7 @@
 
 class CChannelInterface;
 
+// Families of controllers.
 enum PowerControllerType
 {
     ControllerType_Unknown = 0,
@@ -38,8 +39,8 @@ const UINT16 PowerStatus_BootLoader = 0x0008;   // ready for an update
 // A register to save and restore. A list of them ends with Register -1.
 struct CRegisterList
 {
-    int Register;
-    UINT16 Mask;  // the bits that count
+    int Register;  // its number
+    UINT16 Mask;   // the bits that count
 };
 
 // Drives the power controller. An update is: identify the controller (DetermineControllerType or SetControllerType),
@@ -51,6 +52,7 @@ struct CRegisterList
 class FLASHLIB_API CPowerMicro
 {
   public:
+    // Tries of an access, where the register set asks for no other number.
     static constexpr int DefaultMaxRetries = 15;
 
     // The channel stays the caller's and must outlive the object. Reading HEX texts without flashing needs none.
@@ -62,6 +64,7 @@ class FLASHLIB_API CPowerMicro
     void SetBus(int Bus) { m_Bus = Bus; }
     void SetAddress(int Address) { m_Address = Address; }
 
+    // What the controller was identified, or set, as.
     PowerControllerType GetControllerType() const { return m_ControllerType; }
     PowerControllerRegisterSet GetRegisterSet() const { return m_RegisterSet; }
 
@@ -117,6 +120,7 @@ class FLASHLIB_API CPowerMicro
     BOOL HexWorker(const char* pHexImage, int ImageLength, BOOL bUpload, UINT8* pBinaryImageBuffer,
                    int BinaryImageBufferSize);
 
+    // HexWorker to program the microcode, to check a text, to convert it into binary.
     BOOL FlashHex(const char* pHexImage, int ImageLength)
     {
         return HexWorker(pHexImage, ImageLength, TRUE, nullptr, 0);
@@ -131,6 +135,7 @@ class FLASHLIB_API CPowerMicro
     }
 
   protected:
+    // The state of the update, which derived classes may look at.
     CChannelInterface* m_pChannel;  // not owned
     PowerControllerType m_ControllerType;
     PowerControllerRegisterSet m_RegisterSet;

@@ -20,6 +20,7 @@
 
 #pragma pack(push, 1)
 
+// The header of every packet.
 struct SMIFHDR
 {
     WORD Length;    // bytes of the whole packet
@@ -49,6 +50,7 @@ FLASHLIB_OFFSET(SMIFRESPONSE, ErrorCode, 8);
 
 // Status of the management processor
 
+// A packed date and time.
 struct SMIFDATE
 {
     DWORD Second : 6;
@@ -60,11 +62,13 @@ struct SMIFDATE
 };
 FLASHLIB_LAYOUT(SMIFDATE, 4);
 
+// Asks for the status, as a sign of life too.
 struct SMIFREQ_GET_STATUS : SMIFPACKET
 {
 };
 FLASHLIB_LAYOUT(SMIFREQ_GET_STATUS, 8);
 
+// The processor's firmware and hardware.
 struct SMIFRSP_GET_STATUS : SMIFRESPONSE
 {
     WORD StatusBits;
@@ -108,6 +112,7 @@ FLASHLIB_OFFSET(SMIFRSP_GET_STATUS, Reserved, 72);
 
 // The management processor's own firmware
 
+// Operations on the processor's own firmware.
 enum MOXFlashOp
 {
     MOXFlashOp_Unknown = 0,
@@ -121,6 +126,7 @@ enum MOXFlashOp
     MOXFlashOp_Query = 8,
 };
 
+// One operation, without parameters.
 struct SMIFREQ_MOXFLASH_COMMAND : SMIFPACKET
 {
     DWORD Operation;  // MOXFlashOp
@@ -128,6 +134,7 @@ struct SMIFREQ_MOXFLASH_COMMAND : SMIFPACKET
 FLASHLIB_LAYOUT(SMIFREQ_MOXFLASH_COMMAND, 12);
 FLASHLIB_OFFSET(SMIFREQ_MOXFLASH_COMMAND, Operation, 8);
 
+// The firmware that is there, and how far its flashing is.
 struct SMIFRSP_MOXFLASH_COMMAND : SMIFRESPONSE
 {
     DWORD FlashSectorSize;
@@ -169,6 +176,7 @@ FLASHLIB_OFFSET(SMIFRSP_MOXFLASH_COMMAND, FlashPercent, 188);
 
 // I2C transactions
 
+// Writes to a device on an I2C bus, then reads from it.
 struct SMIFREQ_I2C_TRANSACTION : SMIFPACKET
 {
     DWORD Reserved;
@@ -188,6 +196,7 @@ FLASHLIB_OFFSET(SMIFREQ_I2C_TRANSACTION, WriteLength, 23);
 FLASHLIB_OFFSET(SMIFREQ_I2C_TRANSACTION, ReadLength, 24);
 FLASHLIB_OFFSET(SMIFREQ_I2C_TRANSACTION, Data, 25);
 
+// What was read.
 struct SMIFRSP_I2C_TRANSACTION : SMIFRESPONSE
 {
     BYTE Reserved1[8];
@@ -207,6 +216,7 @@ FLASHLIB_OFFSET(SMIFRSP_I2C_TRANSACTION, Data, 25);
 
 // Hardware registers, one byte at a time
 
+// Reads (Get) and writes (Put) of a register file.
 enum IoAccessOp
 {
     IoAccessOp_GetMEMID = 1,
@@ -223,6 +233,7 @@ enum IoAccessOp
     IoAccessOp_PutXPLD = 12,
 };
 
+// Reads or writes one byte.
 struct SMIFREQ_IO_ACCESS : SMIFPACKET
 {
     DWORD Operation;  // IoAccessOp
@@ -240,6 +251,7 @@ FLASHLIB_OFFSET(SMIFREQ_IO_ACCESS, _Status, 20);
 FLASHLIB_OFFSET(SMIFREQ_IO_ACCESS, _Reserved2, 24);
 FLASHLIB_OFFSET(SMIFREQ_IO_ACCESS, Value, 27);
 
+// The byte that was read.
 struct SMIFRSP_IO_ACCESS : SMIFRESPONSE
 {
     DWORD _Index;
@@ -257,6 +269,7 @@ FLASHLIB_OFFSET(SMIFRSP_IO_ACCESS, Value, 27);
 
 // Devices that the management processor looks after
 
+// Steps of a device's update.
 enum DeviceFlashOp
 {
     DevFlashOp_Query = 0,
@@ -268,6 +281,7 @@ enum DeviceFlashOp
     DevFlashOp_SubReset = 6,
 };
 
+// State of a device's update.
 enum DeviceFlashStatus
 {
     DeviceFlashStatus_Failed = -1,
@@ -278,6 +292,7 @@ enum DeviceFlashStatus
     DeviceFlashStatus_Overflow = 4,
 };
 
+// One step, with up to 1024 bytes of the image or for the handler.
 struct SMIFREQ_DEVICE_FLASH : SMIFPACKET
 {
     DWORD _ErrorCode;
@@ -303,6 +318,7 @@ FLASHLIB_OFFSET(SMIFREQ_DEVICE_FLASH, Reserved, 36);
 FLASHLIB_OFFSET(SMIFREQ_DEVICE_FLASH, Handler, 44);
 FLASHLIB_OFFSET(SMIFREQ_DEVICE_FLASH, Data, 60);
 
+// State of the update, and what the handler gives back.
 struct SMIFRSP_DEVICE_FLASH : SMIFRESPONSE
 {
     DWORD Status;  // DeviceFlashStatus
@@ -326,6 +342,7 @@ FLASHLIB_OFFSET(SMIFRSP_DEVICE_FLASH, Reserved, 36);
 FLASHLIB_OFFSET(SMIFRSP_DEVICE_FLASH, _Handler, 44);
 FLASHLIB_OFFSET(SMIFRSP_DEVICE_FLASH, Data, 60);
 
+// Operations on a device.
 enum DeviceControlOp
 {
     DevCtlOp_GetStatus = 0,
@@ -340,6 +357,7 @@ enum
     DeviceID_DriveBackplane = 2,
 };
 
+// One operation on a device.
 struct SMIFREQ_DEVICE_CONTROL : SMIFPACKET
 {
     WORD DeviceID;
@@ -349,6 +367,7 @@ FLASHLIB_LAYOUT(SMIFREQ_DEVICE_CONTROL, 12);
 FLASHLIB_OFFSET(SMIFREQ_DEVICE_CONTROL, DeviceID, 8);
 FLASHLIB_OFFSET(SMIFREQ_DEVICE_CONTROL, Operation, 10);
 
+// The device's status.
 struct SMIFRSP_DEVICE_CONTROL : SMIFRESPONSE
 {
     DWORD FlagBits;
@@ -358,6 +377,7 @@ FLASHLIB_LAYOUT(SMIFRSP_DEVICE_CONTROL, 64);
 FLASHLIB_OFFSET(SMIFRSP_DEVICE_CONTROL, FlagBits, 12);
 FLASHLIB_OFFSET(SMIFRSP_DEVICE_CONTROL, StatusData, 16);
 
+// The same with a time after which a halted device goes on.
 struct SMIFREQ_DEVICE_CONTROL_EX : SMIFPACKET
 {
     WORD DeviceID;
@@ -371,6 +391,7 @@ FLASHLIB_OFFSET(SMIFREQ_DEVICE_CONTROL_EX, Operation, 10);
 FLASHLIB_OFFSET(SMIFREQ_DEVICE_CONTROL_EX, Timeout, 12);
 FLASHLIB_OFFSET(SMIFREQ_DEVICE_CONTROL_EX, Reserved, 16);
 
+// The device's status, with that time.
 struct SMIFRSP_DEVICE_CONTROL_EX : SMIFRESPONSE
 {
     DWORD FlagBits;
@@ -384,6 +405,7 @@ FLASHLIB_OFFSET(SMIFRSP_DEVICE_CONTROL_EX, StatusData, 20);
 
 // The host's next reset
 
+// Kinds of reset.
 enum HostResetMode
 {
     HostResetMode_Default = 0,
@@ -391,6 +413,7 @@ enum HostResetMode
     HostResetMode_AuxPowerCycle = 2,
 };
 
+// Chooses the kind of reset that the host gets next.
 struct SMIFREQ_HOST_RESET : SMIFPACKET
 {
     DWORD _ErrorCode;
@@ -400,6 +423,7 @@ FLASHLIB_LAYOUT(SMIFREQ_HOST_RESET, 14);
 FLASHLIB_OFFSET(SMIFREQ_HOST_RESET, _ErrorCode, 8);
 FLASHLIB_OFFSET(SMIFREQ_HOST_RESET, Mode, 12);
 
+// The kind that is chosen.
 struct SMIFRSP_HOST_RESET : SMIFRESPONSE
 {
     WORD Mode;
@@ -409,11 +433,13 @@ FLASHLIB_OFFSET(SMIFRSP_HOST_RESET, Mode, 12);
 
 // Inventory
 
+// Asks for the Tamberline controller.
 struct SMIFREQ_GET_TMBLN_INFO : SMIFPACKET
 {
 };
 FLASHLIB_LAYOUT(SMIFREQ_GET_TMBLN_INFO, 8);
 
+// Its family and versions.
 struct SMIFRSP_GET_TMBLN_INFO : SMIFRESPONSE
 {
     DWORD StatusAndVersion;   // bits 12 to 15: major, 8 to 11: minor
@@ -425,6 +451,7 @@ FLASHLIB_OFFSET(SMIFRSP_GET_TMBLN_INFO, StatusAndVersion, 12);
 FLASHLIB_OFFSET(SMIFRSP_GET_TMBLN_INFO, StatusAndFamily, 16);
 FLASHLIB_OFFSET(SMIFRSP_GET_TMBLN_INFO, BootloaderVersion, 20);
 
+// Identifier of a power supply.
 struct PS_GUID
 {
     DWORD Data1;  // 0: no power supply from here on
@@ -438,11 +465,13 @@ FLASHLIB_OFFSET(PS_GUID, Data2, 4);
 FLASHLIB_OFFSET(PS_GUID, Data3, 6);
 FLASHLIB_OFFSET(PS_GUID, Data4, 8);
 
+// Asks for the power supplies.
 struct SMIFREQ_PS_INFO : SMIFPACKET
 {
 };
 FLASHLIB_LAYOUT(SMIFREQ_PS_INFO, 8);
 
+// Up to eight of them.
 struct SMIFRSP_PS_INFO : SMIFRESPONSE
 {
     PS_GUID ps_data[8];
@@ -450,11 +479,13 @@ struct SMIFRSP_PS_INFO : SMIFRESPONSE
 FLASHLIB_LAYOUT(SMIFRSP_PS_INFO, 140);
 FLASHLIB_OFFSET(SMIFRSP_PS_INFO, ps_data, 12);
 
+// Asks for the power PIC.
 struct SMIFREQ_GET_POWERPIC_INFO : SMIFPACKET
 {
 };
 FLASHLIB_LAYOUT(SMIFREQ_GET_POWERPIC_INFO, 8);
 
+// Its version, type and registers.
 struct SMIFRSP_GET_POWERPIC_INFO : SMIFRESPONSE
 {
     WORD FwVersion;  // bits 12 to 15: major, 8 to 11: minor, 0 to 7: pass
@@ -466,6 +497,7 @@ FLASHLIB_OFFSET(SMIFRSP_GET_POWERPIC_INFO, FwVersion, 12);
 FLASHLIB_OFFSET(SMIFRSP_GET_POWERPIC_INFO, uCType, 14);
 FLASHLIB_OFFSET(SMIFRSP_GET_POWERPIC_INFO, Data, 16);
 
+// One NVMe backplane.
 struct NVME_BACKPLANE_INFO
 {
     BYTE FwVersion;
@@ -491,11 +523,13 @@ FLASHLIB_OFFSET(NVME_BACKPLANE_INFO, _reserved1, 7);
 FLASHLIB_OFFSET(NVME_BACKPLANE_INFO, Id, 8);
 FLASHLIB_OFFSET(NVME_BACKPLANE_INFO, _reserved2, 24);
 
+// Asks for the NVMe backplanes.
 struct SMIFREQ_GET_NVME_BACKPLANE_INFO : SMIFPACKET
 {
 };
 FLASHLIB_LAYOUT(SMIFREQ_GET_NVME_BACKPLANE_INFO, 8);
 
+// Their number, and what each one is.
 struct SMIFRSP_GET_NVME_BACKPLANE_INFO : SMIFRESPONSE
 {
     enum

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+// Booleans, characters, texts and integers under the names that all interfaces use.
 using BOOL = int;
 using TCHAR = char;
 using LPTSTR = char*;
@@ -22,6 +23,7 @@ using ULONG = std::uint32_t;
 using PVOID = void*;
 
 #ifndef TRUE
+// The two values of a BOOL.
 #define TRUE  1
 #define FALSE 0
 #endif

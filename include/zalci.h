@@ -3,8 +3,10 @@
 
 #include "types.h"
 
+// An open channel; null is none.
 typedef struct _ZALCICHANNEL* ZALCIHANDLE;
 
+// What a call reports.
 typedef enum _ZALCISTATUS : int
 {
     ZalCiSuccess = 0,
@@ -52,6 +54,7 @@ typedef enum _ZALCISTATUS : int
     ZalCiErrMax = 42,
 } ZALCISTATUS;
 
+// The priority of a channel.
 typedef enum _ZALCIPRIORITY : int
 {
     ZalCiNormalPriority = 0,
@@ -83,6 +86,7 @@ extern "C"
     FLASHLIB_API int ZalCiRecv(ZALCIHANDLE hChannel, void* pBuffer, int BufferSize, ZALCISTATUS* pStatus,
                                int* pTimeout);
 
+    // Closes a channel.
     FLASHLIB_API ZALCISTATUS ZalCiClose(ZALCIHANDLE hChannel);
 
     // Printable text of a status; owned by the library.

@@ -69,6 +69,7 @@ extern "C"
     // Opens the ROM utility driver and sets cruFd.
     FLASHLIB_API int OpenCruDriver();
 
+    // Initialises the library.
     FLASHLIB_API int InitFlashTableDriver();
 
     // Chooses the table set by name.

@@ -17,26 +17,30 @@ class FLASHLIB_API CBaseArray
     void Add(PVOID data);
     // The pointer at index, counted from 0; null when index is out of range.
     PVOID operator[](int index) const;
+    // Number of elements.
     int GetSize() const { return m_nSize; }
     // Empties the array. What the pointers point to is never released, here and in every array below: intended.
     void RemoveAll();
 
   protected:
+    // A link of the chain.
     struct CBaseArrayElement
     {
-        PVOID m_pData;
-        CBaseArrayElement* m_pNextElement;
+        PVOID m_pData;                      // not owned
+        CBaseArrayElement* m_pNextElement;  // null at the end
     };
 
-    int m_nSize;
-    CBaseArrayElement* m_pFirstElement;
+    int m_nSize;                         // elements
+    CBaseArrayElement* m_pFirstElement;  // null when empty
 };
 
 // In all of these GetAt is the same as [].
 
+// Pointers that stay the caller's.
 class FLASHLIB_API CPointerArray : public CBaseArray
 {
   public:
+    // The pointer at index; null when index is out of range.
     PVOID GetAt(int index) const { return (*this)[index]; }
 };
 
@@ -44,7 +48,8 @@ class FLASHLIB_API CPointerArray : public CBaseArray
 class FLASHLIB_API CIntegerArray : public CBaseArray
 {
   public:
-    void Add(int value);
+    void Add(int value);  // appends
+    // The value at index.
     int operator[](int index) const;
     int GetAt(int index) const { return (*this)[index]; }
 };
@@ -53,7 +58,8 @@ class FLASHLIB_API CIntegerArray : public CBaseArray
 class FLASHLIB_API CStrArray : public CBaseArray
 {
   public:
-    void Add(CStr text);
+    void Add(CStr text);  // appends a copy
+    // A copy of the string at index.
     CStr operator[](int index) const;
     CStr GetAt(int index) const { return (*this)[index]; }
 };

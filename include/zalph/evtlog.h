@@ -5,6 +5,7 @@
 
 #pragma pack(push, 1)
 
+// Local time, one part a byte.
 struct _evtTimeStamp
 {
     BYTE bCentury;
@@ -16,6 +17,7 @@ struct _evtTimeStamp
 };
 FLASHLIB_LAYOUT(_evtTimeStamp, 6);
 
+// What every entry begins with.
 struct _evtLogHdr
 {
     WORD wEvtLength;    // bytes of the whole entry: header and data
@@ -28,24 +30,26 @@ struct _evtLogHdr
     _evtTimeStamp UpdateTime;
     DWORD dwCount;
 };
-using EVT_HEADER = _evtLogHdr;
+using EVT_HEADER = _evtLogHdr;  // the platform's name of it
 FLASHLIB_LAYOUT(_evtLogHdr, 28);
 FLASHLIB_OFFSET(_evtLogHdr, dwEvtNumber, 2);
 FLASHLIB_OFFSET(_evtLogHdr, wClass, 8);
 FLASHLIB_OFFSET(_evtLogHdr, InitTime, 12);
 FLASHLIB_OFFSET(_evtLogHdr, dwCount, 24);
 
+// Text of a flash event.
 struct _evtRomFlashed
 {
     char cText[1];
 };
-using EVT_ROM_FLASH_OCCURRED = _evtRomFlashed;
+using EVT_ROM_FLASH_OCCURRED = _evtRomFlashed;  // the platform's name of it
 
+// Text of a maintenance note.
 struct _evtMaintenanceInfo
 {
     char cText[1];
 };
-using EVT_MAINTENANCE_INFO = _evtMaintenanceInfo;
+using EVT_MAINTENANCE_INFO = _evtMaintenanceInfo;  // the platform's name of it
 
 // The class-specific part of an entry; the texts are NUL-terminated and run on behind it.
 union _evtFreeForm
@@ -55,12 +59,14 @@ union _evtFreeForm
     BYTE Bytes[35];
 };
 
+// An entry of the log.
 struct _evtLogEntry : _evtLogHdr
 {
     _evtFreeForm Data;
 };
 FLASHLIB_LAYOUT(_evtLogEntry, 63);
 
+// What every NVRAM access begins with.
 struct NVRAM_ACCESS_REQUEST_HEADER
 {
     BYTE SubType;
@@ -68,6 +74,7 @@ struct NVRAM_ACCESS_REQUEST_HEADER
 };
 FLASHLIB_LAYOUT(NVRAM_ACCESS_REQUEST_HEADER, 3);
 
+// Writes an entry into the log.
 struct LOG_VRL_REQUEST
 {
     NVRAM_ACCESS_REQUEST_HEADER Header;
@@ -77,6 +84,7 @@ struct LOG_VRL_REQUEST
 FLASHLIB_LAYOUT(LOG_VRL_REQUEST, 261);
 FLASHLIB_OFFSET(LOG_VRL_REQUEST, VRLEntry, 5);
 
+// What every response to one begins with.
 struct NVRAM_ACCESS_RESPONSE_HEADER
 {
     BYTE SubType;
@@ -85,6 +93,7 @@ struct NVRAM_ACCESS_RESPONSE_HEADER
 };
 FLASHLIB_LAYOUT(NVRAM_ACCESS_RESPONSE_HEADER, 4);
 
+// Tells the number that the entry got.
 struct LOG_VRL_RESPONSE
 {
     NVRAM_ACCESS_RESPONSE_HEADER Header;

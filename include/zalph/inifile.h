@@ -11,11 +11,12 @@ class FLASHLIB_API CINIArray : public CBaseArray
 {
   public:
     CINIArray() = default;
+    // Copies copy the items too.
     CINIArray(const CINIArray& other);
     CINIArray& operator=(const CINIArray& other);
     ~CINIArray() { RemoveAll(); }
 
-    void Add(Item item);
+    void Add(Item item);  // appends a copy
     // A copy of the item at index, an empty item when index is out of range.
     Item GetAt(int index) const;
     Item operator[](int index) const { return GetAt(index); }
@@ -31,6 +32,7 @@ class FLASHLIB_API CINIArray : public CBaseArray
 class FLASHLIB_API CINIKey
 {
   public:
+    // Takes the line as it stands.
     CINIKey(const CStr& line) : m_sKey(line) {}
 
     CStr GetKeyString() const { return m_sKey; }  // the whole line
@@ -49,15 +51,19 @@ class FLASHLIB_API CINIKey
 class FLASHLIB_API CINISection
 {
   public:
+    // The keys of a section.
     using CINIKeyArray = CINIArray<CINIKey>;
 
+    // A section without keys so far.
     CINISection(const CStr& name) : m_sName(name) {}
 
+    // Its name and its keys; an index counts from 0.
     CStr GetName() const { return m_sName; }
     int GetNumKeys() const { return m_keyArray.GetSize(); }
     CINIKey GetKey(int index) const { return m_keyArray[index]; }
     CINIKey GetKey(const CStr& name) const;
     BOOL KeyExists(const CStr& name) const { return m_keyArray.Find(name) != nullptr; }
+    // Appends.
     void AddKey(CINIKey key) { m_keyArray.Add(key); }
 
   private:
@@ -70,11 +76,13 @@ class FLASHLIB_API CINISection
 class FLASHLIB_API CINIFile
 {
   public:
+    // The sections of a file.
     using CINISectionArray = CINIArray<CINISection>;
 
-    CINIFile(const CStr& path);
+    CINIFile(const CStr& path);  // reads the file
 
     BOOL IsValid() const { return m_bFileExists; }  // the file could be opened
+    // Sections and keys; an index counts from 0.
     int GetNumSections() const { return m_sectionArray.GetSize(); }
     CINISection GetSection(int index) const { return m_sectionArray[index]; }
     CINISection GetSection(const CStr& name) const;

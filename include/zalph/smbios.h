@@ -177,6 +177,7 @@ class FLASHLIB_API CSMBIOS
     BOOL Initialize();
     BOOL Exists() { return Initialize(); }
 
+    // What the records tell.
     CStr GetProductName();
     CStr GetROMFamily();   // first word of the BIOS version
     CStr GetROMDate();     // BIOS release date
@@ -192,6 +193,7 @@ class FLASHLIB_API CSMBIOS
     CStr GetPALType(int index);
     WORD GetPALVersion(int index);
 
+    // The security module's status; the server's identifiers.
     BYTE GetTPMStatus();  // raw: mask with TPM_STATUS_MASK
     CStr GetSystemID();
     CStr GetPlatformID();  // "!00A5"

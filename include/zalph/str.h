@@ -9,6 +9,7 @@
 class FLASHLIB_API CStr
 {
   public:
+    // A copy of the text.
     CStr(LPCTSTR text = nullptr);
     CStr(const CStr& other);
     ~CStr();
@@ -16,6 +17,7 @@ class FLASHLIB_API CStr
     // Returns a CStr that holds text; GetWideString() then gives its wide form.
     static CStr ConvertToWide(const char* text);
 
+    // Takes a copy of the text, or the number as a text.
     CStr& operator=(LPCTSTR text);
     CStr& operator=(const CStr& other);
     CStr& operator=(int value);     // as "%d"
@@ -23,9 +25,9 @@ class FLASHLIB_API CStr
     // Stores the one-character text but leaves the length 0, so that IsEmpty() stays TRUE; this is intended.
     CStr& operator=(TCHAR c);
 
-    int GetLength() const { return m_nLength; }
-    BOOL IsEmpty() const { return m_nLength == 0; }
-    void Empty() { *this = ""; }
+    int GetLength() const { return m_nLength; }      // bytes
+    BOOL IsEmpty() const { return m_nLength == 0; }  // TRUE when there are none
+    void Empty() { *this = ""; }                     // makes it the empty text
 
     // The text, owned by the string and valid until its next change.
     LPCTSTR GetAnsiString() const { return m_pchData; }
@@ -44,6 +46,7 @@ class FLASHLIB_API CStr
     // Stores c at index when that is inside the text, else does nothing. The length never changes, even when c is NUL.
     void SetAt(int index, TCHAR c);
 
+    // Compare bytes, as strcmp does.
     BOOL operator==(LPCTSTR text) const;
     BOOL operator==(const CStr& other) const { return *this == other.m_pchData; }
     BOOL operator!=(LPCTSTR text) const { return !(*this == text); }
@@ -67,6 +70,7 @@ class FLASHLIB_API CStr
     // Appends one character; NUL is ignored.
     CStr& operator+=(TCHAR c);
 
+    // Change the case of all letters: in place (Make), in a copy (To).
     CStr& MakeUpper();
     CStr& MakeLower();
     CStr ToUpper() const;

@@ -12,12 +12,14 @@ class FLASHLIB_API CSystemCommon
   public:
     virtual ~CSystemCommon();
 
+    // What the host runs.
     virtual CStr GetOSType() = 0;
     virtual CStr GetOSName() = 0;
     virtual CStr GetOSVersionString() = 0;
     // Name and version in one text, "Linux version 0.0".
     virtual CStr GetOSNameAndVersion();
 
+    // Restarts the host.
     virtual BOOL Reboot() = 0;
 
     // Reads size bytes at a physical address; FALSE when they can't be read.

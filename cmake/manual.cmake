@@ -1,0 +1,19 @@
+# Manual pages of the tools.
+
+find_program(HELP2MAN help2man REQUIRED)
+
+# Makes man/NAME.1 in the build folder, of what --help says. summary stands behind the tool's name, and docs/man/NAME.h2m,
+# where there is one, has what --help does not say.
+function(add_manual tool summary)
+    set(page ${CMAKE_BINARY_DIR}/man/${tool}.1)
+    file(GLOB more CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/man/${tool}.h2m)
+    add_custom_command(
+        OUTPUT ${page}
+        COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/man
+        COMMAND ${HELP2MAN} --no-info --version-string=${PROJECT_VERSION} --name=${summary}
+                --opt-include=${CMAKE_SOURCE_DIR}/docs/man/${tool}.h2m --output=${page} $<TARGET_FILE:${tool}>
+        DEPENDS ${tool} ${more}
+        COMMENT "Making the manual page of ${tool}"
+        VERBATIM)
+    add_custom_target(${tool}_manual ALL DEPENDS ${page})
+endfunction()
