@@ -377,7 +377,7 @@ FLASHLIB_LAYOUT(SMIFRSP_DEVICE_CONTROL, 64);
 FLASHLIB_OFFSET(SMIFRSP_DEVICE_CONTROL, FlagBits, 12);
 FLASHLIB_OFFSET(SMIFRSP_DEVICE_CONTROL, StatusData, 16);
 
-// The same with a time after which a halted device goes on.
+// The same with a timeout, which older firmware does not know.
 struct SMIFREQ_DEVICE_CONTROL_EX : SMIFPACKET
 {
     WORD DeviceID;

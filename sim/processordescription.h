@@ -24,7 +24,7 @@ struct FirmwareVersion
     std::uint16_t Year;  // 0: no date
 };
 
-// Of "2.70" or "1.2.3" and "05/14/2018"; 0 for what is empty. Throws std::runtime_error with a sentence for the user.
+// Of "2.70" or "1.2.3" and "04/21/2019"; 0 for what is empty. Throws std::runtime_error with a sentence for the user.
 FirmwareVersion ParseFirmwareVersion(const std::string& version, const std::string& date);
 
 // How a device's firmware is flashed through the processor.

@@ -136,7 +136,7 @@ void AddSystem(CTable& table, const ServerDescription& server)
     table.Add(1, system, HasVersionRecords(server) ? sizeof system : 25);
 }
 
-// "3.3" or, in a version record, "1.0.9"; empty while there is only a boot loader.
+// "3.3" or, in a version record, "1.4.2"; empty while there is only a boot loader.
 std::string PowerPicVersion(const PowerPicDescription& pic, bool pass)
 {
     if (pic.BootLoader) return "";

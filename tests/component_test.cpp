@@ -170,7 +170,7 @@ TEST_F(Component, InitializesFromThePackage)
     EXPECT_FALSE(component.m_bInitError);
     EXPECT_EQ("Thing Thing 1.2", component.Text(ZALPROP_NAME) + " " + component.Text(ZALPROP_DESCRIPTION) + " " +
                                      component.Text(ZALPROP_VERSIONNEW));
-    EXPECT_TRUE(log.Has("CComponent::Initialize: Running on Quorvant RX380 Gen9\n"));
+    EXPECT_TRUE(log.Has("CComponent::Initialize: Running on Quorvant RK740\n"));
 
     g_InstallLocalDir = "/no/such/folder";
     CTestComponent second;

@@ -125,7 +125,7 @@ TEST(Identity, PassesOnWhatSmbiosAnswers)
     EXPECT_STREQ("09/12/2019", system.GetROMDate());
     EXPECT_STREQ("2.30", system.GetROMVersion());
     EXPECT_STREQ("v2.10 (03/02/2018)", system.GetRDDate());
-    EXPECT_STREQ("03/05/2015", system.GetBBDate());
+    EXPECT_STREQ("04/17/2016", system.GetBBDate());
     EXPECT_EQ(21, system.GetPALVersion(0));
     EXPECT_EQ(0xA5, system.GetPlatformIDValue());
     UseServer(RackServer(R"({"faults": {"smbios": "missing"}})"));

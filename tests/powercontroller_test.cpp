@@ -69,7 +69,7 @@ class PowerController : public testing::Test
                m_pPower->ResumeDevice();
     }
 
-    // What the management processor tells: "1.0.9" or "boot loader".
+    // What the management processor tells: "1.4.2" or "boot loader".
     std::string Version()
     {
         int version[3] = {};
@@ -111,7 +111,7 @@ TEST_F(PowerController, IsUpdatedWhateverItsFamily)
     for (const auto& [family, actsAs, type, set, restored] : cases) {
         SCOPED_TRACE(std::string(family) + " " + actsAs);
         Use(family, actsAs);
-        EXPECT_EQ("1.0.9", Version());
+        EXPECT_EQ("1.4.2", Version());
         EXPECT_EQ(125, KeptRegisters());
         EXPECT_TRUE(Update(std::string(family) + ".hex"));
         EXPECT_EQ(type, m_pPower->GetControllerType());

@@ -94,8 +94,8 @@ TEST_F(Processor, IsFoundOnEverySampleServer)
         ChannelState State;
         int Generation, Major, Minor, Year;
     } cases[] = {
-        {"rack", ChannelState_Open, 4, 2, 70, 2018}, {"blade", ChannelState_Open, 4, 2, 61, 2017},
-        {"old", ChannelState_Open, 2, 2, 15, 2011},  {"bare", ChannelState_NoHardware, 0, 0, 0, 0},
+        {"rack", ChannelState_Open, 4, 3, 14, 2019}, {"blade", ChannelState_Open, 4, 3, 6, 2019},
+        {"old", ChannelState_Open, 2, 1, 21, 2012},  {"bare", ChannelState_NoHardware, 0, 0, 0, 0},
         {"broken", ChannelState_Broken, 0, 0, 0, 0},
     };
     for (const auto& c : cases) {
@@ -147,7 +147,7 @@ TEST_F(Processor, ReachesI2CDevices)
     const UCHAR write[] = {2, 'x', 'y'};
     {
         CChannelInterface channel;
-        EXPECT_EQ("RX38", text(channel, 0));
+        EXPECT_EQ("RK74", text(channel, 0));
         EXPECT_TRUE(channel.I2CTransaction(1, 0x50, write, sizeof write, nullptr, 0));
         EXPECT_FALSE(channel.I2CTransaction(1, 0x51, write, 1, nullptr, 0));
         EXPECT_FALSE(channel.I2CTransaction(2, 0x50, write, 1, nullptr, 0));
@@ -161,8 +161,8 @@ TEST_F(Processor, ReachesI2CDevices)
     }
     RestartServer();
     CChannelInterface channel;
-    EXPECT_EQ("RXxy", text(channel, 0));
-    EXPECT_EQ(std::string("\xFF\xFF") + "RX", text(channel, 254));
+    EXPECT_EQ("RKxy", text(channel, 0));
+    EXPECT_EQ(std::string("\xFF\xFF") + "RK", text(channel, 254));
 
     UseFaults(R"({"i2c": {"no_acknowledge": 2}})");
     CChannelInterface faulty;
@@ -231,7 +231,7 @@ TEST_F(Processor, TellsItsInventory)
     EXPECT_TRUE(channel.GetPowerPICType(&value));
     EXPECT_EQ(4, value);
     EXPECT_TRUE(channel.GetPowerPICVersion(&major, &minor, &pass, &bLoader));
-    EXPECT_EQ("1.0.9 0", std::to_string(major) + "." + std::to_string(minor) + "." + std::to_string(pass) + " " +
+    EXPECT_EQ("1.4.2 0", std::to_string(major) + "." + std::to_string(minor) + "." + std::to_string(pass) + " " +
                              std::to_string(bLoader));
     EXPECT_TRUE(channel.GetTamberlineFamily(&value));
     EXPECT_EQ(3, value);
@@ -310,7 +310,7 @@ TEST_F(Processor, RunsItsNewFirmwareFromItsNextResetOn)
     };
     CChannelInterface channel;
     EXPECT_EQ(DeviceFlashStatus_OK, Flash(channel, "SignedImage", Image("SignedImage", 2, 75, 300000)));
-    EXPECT_EQ("2.70", version(channel));
+    EXPECT_EQ("3.14", version(channel));
     EXPECT_TRUE(channel.RebootMOX());
     CLogCapture log;
     const std::int64_t start = Milliseconds();

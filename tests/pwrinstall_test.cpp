@@ -55,7 +55,7 @@ TEST_F(PowerControllerInstall, ProgramsRestoresVerifiesAndLogs)
     EXPECT_NE(std::string::npos, ReadFile(m_Server.Path() / "journal.log").find("processor resume device=1"));
     EXPECT_EQ(2, Run(RackServer()));
     EXPECT_EQ(0, Zalsim("--show-log"));
-    EXPECT_TRUE(Says("  ROM flash    info      Power controller microcode 2.1 flashed; was 1.0\n")) << m_Output;
+    EXPECT_TRUE(Says("  ROM flash    info      Power controller microcode 2.1 flashed; was 1.4\n")) << m_Output;
 }
 
 TEST_F(PowerControllerInstall, FinishesAnUpdateThatWasCutOff)
@@ -75,7 +75,7 @@ TEST_F(PowerControllerInstall, SaysWhatStateAFailureLeaves)
         {R"(error='{"at": 200, "times": 100}')", 0, "The upload failed; once more", "was flashed and runs."},
         {R"(error='{"at": 200, "times": 100000}')", 7, "it refused the microcode twice.", WaitsInLoader},
         {"busy_at_record=300", 7, "it refused the microcode twice.", ""},
-        {"never_unlocks=true", 7, "it does not enter its boot loader.", "The controller runs version 1.0: run this"},
+        {"never_unlocks=true", 7, "it does not enter its boot loader.", "The controller runs version 1.4: run this"},
         {"never_leaves_boot_loader=true", 7, "it does not leave its boot loader.", WaitsInLoader},
         {R"(bad_checksum='{"at": 10, "times": 14}')", 0, "was flashed and runs.", ""},
         {R"(no_acknowledge='{"at": 10, "times": 14}')", 0, "was flashed and runs.", ""},

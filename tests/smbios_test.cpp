@@ -55,21 +55,21 @@ TEST(Smbios, AnswersFromVersionRecordsOrTheOthers)
 {
     UseServer(RackServer());
     EXPECT_EQ(
-        "Quorvant RX380 Gen9|P70|09/12/2019|2.30|v2.10 (03/02/2018)|03/05/2015|||1.0.9|0003.0001.0003.0021.0|"
-        "$0E11A5F0|!00A5|TPM 1|6a000000 1000000| 0|System Programmable Logic Device 15| 0| 0| 0| 0| 0| 0| 0",
+        "Quorvant RK740|P70|09/12/2019|2.30|v2.10 (03/02/2018)|04/17/2016|||1.4.2|0003.0001.0003.0021.0|"
+        "$4C9AA5F0|!00A5|TPM 1|6a000000 1000000| 0|System PLD 15| 0| 0| 0| 0| 0| 0| 0",
         Answers());  // with a version record of the type, the other record is not asked
     UseServer(ReadFile(std::filesystem::path(SERVERS) / "old" / "server.json"));
     EXPECT_EQ(
-        "Quorvant RX380 Gen7|P67|05/05/2011|2.10|12/01/2010|07/10/2010|OEM ROM|04/04/2011|3.3||"
-        "$0E113380|!0067|TPM 0|0 0| 0|Standby CPLD 10c| 0| 0| 0| 0| 0| 6| 0",
+        "Quorvant RK610|K61|03/28/2012|2.16|11/15/2011|06/18/2010|OEM ROM|04/11/2012|3.3||"
+        "$4C9A3380|!0067|TPM 0|0 0| 0|Standby CPLD 10c| 0| 0| 0| 0| 0| 6| 0",
         Answers());
     // The first version record of a type wins even without a text.
     UseServer(RackServer(R"({"platform_id": 0, "firmware": [{"type": "redundant_rom"}, {"type": "redundant_rom",
         "version": "second"}, {"type": "cpld", "data": [9, 1, 2]}, {"type": "cpld", "name": "B", "data": [9, 3, 4]},
         {"type": "sps", "data": [1, 2, 3, 4, 5, 6, 7, 8, 15]}]})"));
     EXPECT_EQ(
-        "Quorvant RX380 Gen9|P70|09/12/2019|2.30||03/05/2015||||0201.0403.0605.0807.f|"
-        "$0E11A5F0||TPM 1|6a000000 1000000| 0| 102|B 304| 0| 0| 0| 0| 0| 0",
+        "Quorvant RK740|P70|09/12/2019|2.30||04/17/2016||||0201.0403.0605.0807.f|"
+        "$4C9AA5F0||TPM 1|6a000000 1000000| 0| 102|B 304| 0| 0| 0| 0| 0| 0",
         Answers());
 }
 
@@ -104,7 +104,7 @@ TEST(Smbios, BadNodesGiveNoTable)
         {"no_anchor", ""},
         {"misaligned", ""},
         {"false_anchor", "Found SMBIOS_ANCHOR\n"},
-        {"zero_address", "Found SMBIOS_ANCHOR\nm_dwNumStructures: 13\nm_dwPhysicalAddress: 0\nm_dwTableLength: 653\n"},
+        {"zero_address", "Found SMBIOS_ANCHOR\nm_dwNumStructures: 13\nm_dwPhysicalAddress: 0\nm_dwTableLength: 538\n"},
     };
     for (const auto& c : cases) {
         UseServer(RackServer(std::string("{\"faults\": {\"smbios\": \"") + c.first + "\"}}"));
@@ -136,7 +136,7 @@ TEST(Smbios, FailedReadIsTriedOnce)
 TEST(Smbios, StaysInsideTablesThatLie)
 {
     UseServer(RackServer(R"({"faults": {"smbios": "truncated"}})"));
-    EXPECT_STREQ("Quorvant RX380 Gen9", CSMBIOS().GetProductName());
+    EXPECT_STREQ("Quorvant RK740", CSMBIOS().GetProductName());
     EXPECT_EQ(0, CSMBIOS().GetTPMStatus());
 
     const std::string cases[] = {

@@ -43,7 +43,7 @@ TEST_F(SystemRom, DiscoversWhatItWouldDo)
         {R"({"rom": {"version": "2.30"}})", "older version installed", "upgrade"},
         {R"({"rom": {"version": "2.40", "date": "03/15/2021"}})", "same version installed", "rewrite"},
         {R"({"rom": {"version": "2.40", "date": "03/16/2021"}})", "newer version installed", "downgrade"},
-        {R"({"rom": {"family": "I41"}})", "not needed on this server", "skip"},
+        {R"({"rom": {"family": "T46"}})", "not needed on this server", "skip"},
     };
     for (const auto& [rom, state, action] : cases) {
         const fs::path xml = m_Server.Path() / "discovery.xml";
@@ -176,7 +176,7 @@ TEST_F(SystemRom, AppliesTheRuleOfItsSettings)
 TEST_F(SystemRom, SaysWhyTheServerIsNotForIt)
 {
     const std::pair<const char*, const char*> cases[] = {
-        {R"({"rom": {"family": "I41"}})", "for ROM family P70; this server has a ROM of family I41."},
+        {R"({"rom": {"family": "T46"}})", "for ROM family P70; this server has a ROM of family T46."},
         {R"({"driver": null})", "CRU driver is not loaded"},
         {R"({"driver": {"version": "5.5.4.0"}})", "CRU Driver version 5.5.4.0 is out-of-date."},
         {R"({"faults": {"driver": "refuses"}})", "The CRU Driver is out-of-date."},
