@@ -42,6 +42,10 @@ TEST(Ipmi, ExchangesOneCommand)
     std::memset(response, 0xEE, sizeof response);
     EXPECT_EQ(1, system.IpmiCommand(NetFunction_App, Command_GetDeviceId, nullptr, 0, response, 3, nullptr, nullptr));
     EXPECT_EQ(0xEE, response[3]);
+    // None at all, for the completion code alone.
+    EXPECT_EQ(1,
+              system.IpmiCommand(NetFunction_App, Command_GetDeviceId, nullptr, 0, nullptr, 0, &length, &completion));
+    EXPECT_EQ(15, length);
 
     // What the controller does not know is answered by a completion code alone; only the low bytes count.
     EXPECT_EQ(1, system.IpmiCommand(0x130, 0x199, nullptr, 0, response, sizeof response, &length, &completion));

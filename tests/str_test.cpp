@@ -41,6 +41,14 @@ TEST(Str, TrimsOnlyTheGivenCharacter)
     EXPECT_TRUE(blank.IsEmpty());
     blank.TrimLeft('\0');
     EXPECT_STREQ("", blank);
+    CStr both("xxx");
+    both.TrimLeft('x');
+    EXPECT_STREQ("", both);
+    CStr cut(" \t x \t ");
+    for (int index : {1, 5}) cut.SetAt(index, '\0');
+    cut.TrimLeft(' ');
+    cut.TrimRight(' ');
+    EXPECT_STREQ("x", cut);
 }
 
 TEST(Str, AssignedCharacterDoesNotCountAsText)
@@ -82,6 +90,8 @@ TEST(Str, ReadsAndWritesInsideOnly)
     EXPECT_EQ(3, s.GetLength());
     const CStr copy(s);
     EXPECT_EQ('c', copy[2]);
+    EXPECT_STREQ("ac", copy.Left(3));
+    EXPECT_EQ(1, copy.Mid(1).GetLength());
 }
 
 TEST(Str, AssignsFromItself)

@@ -149,6 +149,7 @@ int CSystem::IpmiCommand(int netFunction, int command, void* request, int reques
     const int length = received - 1;
     if (completionCode) *completionCode = answer[0];
     if (responseLength) *responseLength = length;
-    std::memcpy(response, answer + 1, static_cast<std::size_t>(length < capacity ? length : capacity));
+    const int copied = length < capacity ? length : capacity;
+    if (copied > 0) std::memcpy(response, answer + 1, static_cast<std::size_t>(copied));
     return 1;
 }

@@ -1,5 +1,6 @@
 #include "zalph/str.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdarg>
 #include <cstdlib>
@@ -212,10 +213,7 @@ CStr CStr::ToLower() const
 
 CStr CStr::Left(int count) const
 {
-    CStr result;
-    if (count > m_nLength) return result;
-    for (int i = 0; i < count; i++) result += m_pchData[i];
-    return result;
+    return Mid(0, count);
 }
 
 CStr CStr::Right(int count) const
@@ -223,11 +221,15 @@ CStr CStr::Right(int count) const
     return count > 0 ? Mid(m_nLength - count, count) : CStr();
 }
 
+// A NUL set inside is left out.
 CStr CStr::Mid(int start, int count) const
 {
     CStr result;
-    if (start < 0 || start > m_nLength - 1 || count > m_nLength - start) return result;
-    for (int i = 0; i < count; i++) result += m_pchData[start + i];
+    if (start < 0 || start > m_nLength - 1 || count <= 0 || count > m_nLength - start) return result;
+    LPTSTR pBuffer = AllocStringBuffer(count);
+    TCHAR* pEnd = std::remove_copy(m_pchData + start, m_pchData + start + count, pBuffer, '\0');
+    *pEnd = '\0';
+    result.Adopt(pBuffer, static_cast<int>(pEnd - pBuffer));
     return result;
 }
 
@@ -255,14 +257,22 @@ int CStr::ReverseFind(LPCTSTR text) const
 void CStr::TrimLeft(TCHAR c)
 {
     CStr text(*this);
-    while (!text.IsEmpty() && text.GetAt(0) == c) text = text.Mid(1);
+    while (!text.IsEmpty() && text[0] == c) {
+        int count = 1;
+        while (count < text.GetLength() && text[count] == c) count++;
+        text = text.Mid(count);
+    }
     *this = text;
 }
 
 void CStr::TrimRight(TCHAR c)
 {
     CStr text(*this);
-    while (!text.IsEmpty() && text.GetAt(text.m_nLength - 1) == c) text = text.Left(text.m_nLength - 1);
+    while (!text.IsEmpty() && text[text.GetLength() - 1] == c) {
+        int length = text.GetLength() - 1;
+        while (length > 0 && text[length - 1] == c) length--;
+        text = text.Left(length);
+    }
     *this = text;
 }
 
