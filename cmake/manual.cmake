@@ -2,8 +2,8 @@
 
 find_program(HELP2MAN help2man REQUIRED)
 
-# Makes man/NAME.1 in the build folder, of what --help says. summary stands behind the tool's name, and docs/man/NAME.h2m,
-# where there is one, has what --help does not say.
+# Makes man/NAME.1 in the build folder, of what --help says, and installs it. summary stands behind the tool's name, and
+# docs/man/NAME.h2m, where there is one, has what --help does not say.
 function(add_manual tool summary)
     set(page ${CMAKE_BINARY_DIR}/man/${tool}.1)
     file(GLOB more CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/man/${tool}.h2m)
@@ -16,4 +16,5 @@ function(add_manual tool summary)
         COMMENT "Making the manual page of ${tool}"
         VERBATIM)
     add_custom_target(${tool}_manual ALL DEPENDS ${page})
+    install(FILES ${page} DESTINATION share/man/man1)
 endfunction()

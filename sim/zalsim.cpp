@@ -123,7 +123,10 @@ std::string PreloadList()
     Dl_info info = {};
     if (dladdr(dlsym(RTLD_DEFAULT, "__asan_init"), &info)) list = std::string(info.dli_fname) + ":";
 #endif
-    list += (fs::read_symlink("/proc/self/exe").parent_path() / "libzalsim.so").string();
+    const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
+    fs::path library = folder / "libzalsim.so";
+    if (!fs::exists(library)) library = folder.parent_path() / "lib" / "flashlib" / "libzalsim.so";  // installed
+    list += library.string();
     if (const char* pszOthers = std::getenv("LD_PRELOAD")) list += std::string(":") + pszOthers;
     return list;
 }

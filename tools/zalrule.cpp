@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "explain.h"
-#include "rule.h"
+#include "host/rule.h"
 #include "util.h"
 
 CStr g_InstallLocalDir;

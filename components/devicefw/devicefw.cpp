@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <initializer_list>
 
-#include "../host/progress.h"
-#include "../host/signals.h"
+#include "host/progress.h"
+#include "host/signals.h"
 
 namespace
 {

@@ -1,8 +1,8 @@
 // The device firmware component: flashes a device that the management processor programs.
 #pragma once
 
-#include "../host/packageimage.h"
-#include "../host/samplecomponent.h"
+#include "host/packageimage.h"
+#include "host/samplecomponent.h"
 
 // Beyond what all components have, settings.ini names the device:
 //

@@ -1,5 +1,5 @@
-#include "../host/host.h"
 #include "devicefw.h"
+#include "host/host.h"
 
 int main(int argc, char** argv)
 {

@@ -5,8 +5,8 @@
 #include <initializer_list>
 #include <string>
 
-#include "../host/progress.h"
-#include "../host/signals.h"
+#include "host/progress.h"
+#include "host/signals.h"
 
 namespace
 {

@@ -3,8 +3,8 @@
 
 #include <memory>
 
-#include "../host/packageimage.h"
-#include "../host/samplecomponent.h"
+#include "host/packageimage.h"
+#include "host/samplecomponent.h"
 #include "pwrmicro.h"
 
 // Beyond what all components have, settings.ini says where the controller is and which one the image is for:

@@ -1,4 +1,4 @@
-#include "../host/host.h"
+#include "host/host.h"
 #include "systemrom.h"
 
 int main(int argc, char** argv)

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <new>
 
-#include "../host/signals.h"
+#include "host/signals.h"
 #include "zalph/smbios.h"
 
 BOOL CRomFlasher::FailWith(const CStr& message)

@@ -1,7 +1,7 @@
 // The system ROM image of a package.
 #pragma once
 
-#include "../host/packageimage.h"
+#include "host/packageimage.h"
 
 // An image with a flash image header, which tells its ROM family (the identifier) and its version.
 class CRomImage : public CPackageImage

@@ -1,7 +1,7 @@
 // The system ROM component: offers the ROM image of its package to servers of the same ROM family.
 #pragma once
 
-#include "../host/samplecomponent.h"
+#include "host/samplecomponent.h"
 #include "romimage.h"
 
 class CSystemRom : public CSampleComponent

@@ -1,0 +1,18 @@
+# find_package(FlashLib) gives the targets FlashLib::FlashLib, the library, and FlashLib::Host, the host program that
+# components share. For the closed libraries they use the maker's where ZALXML_LIBRARY, ZALFTBL_LIBRARY and
+# ZALCI_LIBRARY name them, else those that were installed with the library.
+
+foreach(_flashlib_name zalxml zalftbl zalci)
+    if(NOT TARGET FlashLib::${_flashlib_name})
+        string(TOUPPER ${_flashlib_name}_LIBRARY _flashlib_makers)
+        set(_flashlib_file "${${_flashlib_makers}}")
+        if(NOT _flashlib_file)
+            get_filename_component(_flashlib_file
+                "${CMAKE_CURRENT_LIST_DIR}/../../lib${_flashlib_name}.so" ABSOLUTE)
+        endif()
+        add_library(FlashLib::${_flashlib_name} SHARED IMPORTED)
+        set_target_properties(FlashLib::${_flashlib_name} PROPERTIES IMPORTED_LOCATION "${_flashlib_file}")
+    endif()
+endforeach()
+
+include("${CMAKE_CURRENT_LIST_DIR}/FlashLibTargets.cmake")

@@ -1,0 +1,54 @@
+# What `cmake --install` and CPack make: one tree, which works wherever it is moved to.
+#
+#   bin/                     zalsim and the tools
+#   include/flashlib/        the public headers; host/ has those of the host program that components share
+#   lib/                     libflash.so, what stands in for the closed libraries, libflashhost.a
+#   lib/cmake/, pkgconfig/   how others find these
+#   lib/flashlib/            libzalsim.so, which zalsim preloads
+#   share/flashlib/servers/  sample servers, to be copied
+#   share/man/man1/          manual pages
+
+# The debug information stays in the build folder.
+install(CODE "set(CMAKE_INSTALL_DO_STRIP ON)")
+
+# Installs programs that find the libraries from where they are themselves.
+function(install_programs)
+    set_target_properties(${ARGN} PROPERTIES INSTALL_RPATH "$ORIGIN/../lib")
+    install(TARGETS ${ARGN} RUNTIME DESTINATION bin)
+endfunction()
+
+# What a program that uses the library needs, too.
+if(FLASHLIB_32BIT)
+    set(FLASHLIB_MODE -m32)
+    set(any_mode ARCH_INDEPENDENT)  # the target brings its mode along
+endif()
+
+include(CMakePackageConfigHelpers)
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/FlashLibConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion ${any_mode})
+install(FILES cmake/FlashLibConfig.cmake ${CMAKE_BINARY_DIR}/FlashLibConfigVersion.cmake
+    DESTINATION lib/cmake/FlashLib)
+install(EXPORT FlashLib NAMESPACE FlashLib:: FILE FlashLibTargets.cmake DESTINATION lib/cmake/FlashLib)
+
+foreach(name flashlib flashlib-host)
+    configure_file(cmake/${name}.pc.in ${CMAKE_BINARY_DIR}/${name}.pc @ONLY)
+    install(FILES ${CMAKE_BINARY_DIR}/${name}.pc DESTINATION lib/pkgconfig)
+endforeach()
+
+# The packages. Programs may need all that the C and C++ run-time of the building machine has.
+execute_process(COMMAND getconf GNU_LIBC_VERSION OUTPUT_VARIABLE glibc OUTPUT_STRIP_TRAILING_WHITESPACE)
+string(REPLACE "glibc " "" glibc "${glibc}")
+string(REGEX MATCH "^[0-9]+" gcc ${CMAKE_CXX_COMPILER_VERSION})
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_GENERATOR DEB TGZ)
+set(CPACK_PACKAGE_NAME flashlib)
+set(CPACK_PACKAGE_CONTACT "FlashLib developers")
+set(CPACK_SYSTEM_NAME ${CMAKE_SYSTEM_PROCESSOR})
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION devel)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= ${glibc}), libstdc++6 (>= ${gcc}), libgcc-s1")
+if(FLASHLIB_32BIT)
+    set(CPACK_SYSTEM_NAME i386)
+    set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE i386)
+endif()
+include(CPack)
