@@ -1,11 +1,13 @@
 #include "zalph/smbios.h"
 
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <sstream>
 
 #include "server.h"
 #include "support.h"
+#include "zalph/system.h"
 
 namespace
 {
@@ -154,6 +156,14 @@ TEST(Smbios, StaysInsideTablesThatLie)
     }
     UseTable(Bytes({1, 4, 0, 0, 0, 0}), 0);
     EXPECT_STREQ("", CSMBIOS().GetProductName());
+}
+
+TEST(Smbios, TrimsANameAsLongAsTheTableQuickly)
+{
+    UseTable(Bytes({1, 8, 0, 0, 0, 1, 0, 0}) + std::string(60000, ' ') + Bytes({0, 0}), 1);
+    const std::clock_t start = std::clock();
+    EXPECT_STREQ("", CSystem().GetProductName());
+    EXPECT_LT(std::clock() - start, 2 * CLOCKS_PER_SEC);  // processor time
 }
 
 TEST(Smbios, HandsOutTheNodesBytes)

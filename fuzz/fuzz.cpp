@@ -1,0 +1,98 @@
+#include "fuzz.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "calls.h"
+#include "host.h"
+#include "util.h"
+
+CStr g_InstallLocalDir;
+
+namespace
+{
+
+// The component directory, with nothing but a file in it, which is in memory: a disk would be the slowest part by far.
+class CFolder
+{
+  public:
+    CFolder() : m_Fd(memfd_create("input", 0))
+    {
+        std::string path = (std::filesystem::temp_directory_path() / "flashfuzz.XXXXXX").string();
+        REQUIRE(m_Fd >= 0 && mkdtemp(path.data()));
+        m_File = path + "/qx.xml";
+        std::filesystem::create_symlink("/proc/self/fd/" + std::to_string(m_Fd), m_File);
+        g_InstallLocalDir = path.c_str();
+    }
+    ~CFolder() { std::filesystem::remove_all(std::filesystem::path(m_File).parent_path()); }
+
+    int m_Fd;
+    std::string m_File;
+};
+
+}  // namespace
+
+std::uint8_t CInput::Byte()
+{
+    if (m_Size == 0) return 0;
+    m_Size--;
+    return *m_pData++;
+}
+
+std::uint32_t CInput::Word(int bytes)
+{
+    std::uint32_t word = 0;
+    for (int i = 0; i < bytes; i++) word |= static_cast<std::uint32_t>(Byte()) << (8 * i);
+    return word;
+}
+
+std::vector<std::uint8_t> CInput::Bytes(std::size_t count)
+{
+    const std::uint8_t* pStart = m_pData;
+    count = std::min(count, m_Size);
+    m_pData += count;
+    m_Size -= count;
+    return {pStart, pStart + count};
+}
+
+std::vector<char> CInput::Text(char end)
+{
+    const std::uint8_t* pStart = m_pData;
+    const std::uint8_t* pLimit = m_pData + m_Size;
+    const auto* pEnd =
+        std::find_if(pStart, pLimit, [=](std::uint8_t c) { return c == 0 || c == static_cast<std::uint8_t>(end); });
+    std::vector<char> text(static_cast<std::size_t>(pEnd - pStart) + 1);
+    std::copy(pStart, pEnd, text.begin());
+    m_pData = std::min(pEnd + 1, pLimit);
+    m_Size = static_cast<std::size_t>(pLimit - m_pData);
+    return text;
+}
+
+const std::string& WriteFile(const std::uint8_t* pData, std::size_t size)
+{
+    static const CFolder folder;
+    REQUIRE(ftruncate(folder.m_Fd, static_cast<off_t>(size)) == 0);
+    REQUIRE(pwrite(folder.m_Fd, pData, size, 0) == static_cast<ssize_t>(size));
+    return folder.m_File;
+}
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    setenv("QVFLASHLOG", "/dev/null", 1);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t size)
+{
+    BeginCalls();
+    CInput input(pData, size);
+    {
+        const CHost host;
+        Fuzz(input);
+    }
+    REQUIRE(EndCalls() <= StepBound.Base + StepBound.PerByte * size);
+    return 0;
+}

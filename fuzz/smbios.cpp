@@ -1,0 +1,92 @@
+// An SMBIOS dump: the device node hands out its bytes, and physical memory holds them from address 0 on.
+#include "zalph/smbios.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "fuzz.h"
+#include "host.h"
+#include "zalftbl.h"
+#include "zalph/system.h"
+
+// Every question walks as many records as the entry point says, up to 65535.
+const CStepBound StepBound = {5000000, 1000};
+
+namespace
+{
+
+class CDump : public CMemoryNode
+{
+  public:
+    explicit CDump(const CInput& input) : m_pBytes(input.Data()), m_Size(input.Size()) {}
+
+    ssize_t Read(void* buffer, std::size_t size) override
+    {
+        const std::size_t length = std::min(size, m_Size);
+        std::memcpy(buffer, m_pBytes, length);
+        return static_cast<ssize_t>(length);
+    }
+
+    // Behind the dump there are no zeros that would end a table which is longer.
+    bool ReadMemory(std::uint32_t address, std::uint8_t* pBuffer, std::uint32_t size) override
+    {
+        if (address >= m_Size) return false;
+        const std::size_t length = std::min<std::size_t>(size, m_Size - address);
+        std::memset(pBuffer, 0xFF, size);
+        std::memcpy(pBuffer, m_pBytes + address, length);
+        return true;
+    }
+
+    // True when an SPS version whose last byte is above 15 may be in the table. It ends the process, as is stated.
+    bool MayHaveOverlongSpsVersion() const
+    {
+        for (std::size_t i = 0; i < m_Size; i++) {
+            const auto at = [this, i](std::size_t offset) { return i + offset < m_Size ? m_pBytes[i + offset] : 0xFF; };
+            const auto is = [at](std::size_t offset, int value) { return at(offset) == value || at(offset) == 0xFF; };
+            if (is(0, 216) && is(4, SMBIOS_VERSION_TYPE_SPS) && is(5, 0) && at(17) > 15) return true;
+        }
+        return false;
+    }
+
+  private:
+    const std::uint8_t* m_pBytes;
+    std::size_t m_Size;
+};
+
+}  // namespace
+
+void Fuzz(CInput& input)
+{
+    CDump dump(input);
+    PlayNode(&dump);
+    cruFd = -1;
+
+    CSMBIOS smbios;
+    smbios.Exists();
+    smbios.GetProductName();
+    smbios.GetROMFamily();
+    smbios.GetROMDate();
+    smbios.GetROMVersion();
+    smbios.GetRDDate();
+    smbios.GetBBDate();
+    smbios.GetOEMROMName();
+    smbios.GetOEMROMDate();
+    smbios.GetPowerMicroVersion();
+    if (!dump.MayHaveOverlongSpsVersion()) smbios.GetSPSVersion();
+    for (int i : {-1, 0, 6, 7}) {
+        smbios.GetPALType(i);
+        smbios.GetPALVersion(i);
+    }
+    smbios.GetTPMStatus();
+    smbios.GetSystemID();
+    smbios.GetPlatformID();
+    DWORD size = 0;
+    smbios.GetFlashBuffer(size);
+
+    CSystem system;
+    REQUIRE(system.GetProductName().GetAt(0) != ' ');
+    system.IsBlade();
+    unsigned int read = 0;
+    delete[] smbios.GetSMBiosMemoryHeader(read);
+    delete[] smbios.GetSMBiosMemoryTables(0, 0);
+}
