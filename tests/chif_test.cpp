@@ -59,9 +59,13 @@ std::string Lines(std::initializer_list<std::string> texts)
     return lines;
 }
 
-std::int64_t Milliseconds()
+// How long an action takes, in milliseconds, and what it answers.
+template <typename Action>
+auto Timed(Action action)
 {
-    return sim::CClock::Instance().Now() / 1000000;
+    const std::int64_t start = sim::CClock::Instance().Now();
+    const auto answer = action();
+    return std::pair(static_cast<int>((sim::CClock::Instance().Now() - start) / 1000000), answer);
 }
 
 // Version 2.07 of 03/15/2020.
@@ -220,9 +224,7 @@ TEST_F(Transport, TriesTenTimesWhenTheFifoIsFull)
     fake.sends = std::deque<ZALCISTATUS>(10, ZalCiErrFifoFull);
     fake.sends.push_back(ZalCiErrTimeout);
     fake.sent.clear();
-    const std::int64_t start = Milliseconds();
-    EXPECT_EQ(20, channel.Send(&request));
-    EXPECT_EQ(500, Milliseconds() - start);
+    EXPECT_EQ(std::pair(500, 20), Timed([&] { return channel.Send(&request); }));
     EXPECT_EQ(std::vector<std::string>(10, Packet(8, 2, 0, "")), fake.sent);
     EXPECT_EQ(34, channel.Send(&request));
     EXPECT_EQ(Packet(8, 3, 0, ""), fake.sent.back());  // the number was used up
@@ -342,6 +344,9 @@ TEST_F(Discovery, CountsThePciFunctionsWithoutADriver)
         EXPECT_TRUE(std::regex_match(ReadFile(arguments),
                                      std::regex("-i( -e [0-9a-f]{8}){4} /proc/bus/pci/devices 2> /dev/null\n")));
         EXPECT_EQ(ChannelState_Open, channel.GetUpdatedState());
+        fake.creates = {ZalCiErrNoDriver};
+        channel.VerifyFirmwareIsAlive();
+        EXPECT_EQ(ChannelState_NoHardware, channel.GetState());
     }
     setenv("PATH", path.c_str(), 1);
 }
@@ -362,13 +367,12 @@ TEST_F(Discovery, VerifiesThatTheFirmwareIsAlive)
     CChannelInterface channel;
     CLogCapture log;
     const auto verify = [&] {
-        const std::int64_t start = Milliseconds();
         channel.VerifyFirmwareIsAlive();
-        return std::pair(Milliseconds() - start, channel.GetState());
+        return channel.GetState();
     };
     fake.creates = {ZalCiErrTimeout};
     fake.receives = {{ZalCiErrInterface}};
-    EXPECT_EQ(std::pair(std::int64_t{2000 + 4000 + 2000 + 8000}, ChannelState_Open), verify());
+    EXPECT_EQ(std::pair(2000 + 4000 + 2000 + 8000, ChannelState_Open), Timed(verify));
     const std::string checking = "VerifyFirmwareIsAlive: Checking Mox";
     EXPECT_EQ(Lines({"Open: status 34", "VerifyFirmwareIsAlive: Can't open channel", checking, "Recv: status 35",
                      "VerifySMIF: SMIFCMD_GET_STATUS failed", checking, checking,
@@ -376,13 +380,13 @@ TEST_F(Discovery, VerifiesThatTheFirmwareIsAlive)
               log.Text());
 
     fake.creates.assign(40, ZalCiErrTimeout);
-    EXPECT_EQ(std::pair(std::int64_t{60000}, ChannelState_Broken), verify());
+    EXPECT_EQ(std::pair(60000, ChannelState_Broken), Timed(verify));
     fake.creates = {ZalCiErrNoDriver};
-    EXPECT_EQ(std::pair(std::int64_t{0}, ChannelState_NoHardware), verify());
+    EXPECT_EQ(std::pair(0, ChannelState_NoHardware), Timed(verify));
     EXPECT_TRUE(log.Has(
         Lines({"VerifyFirmwareIsAlive: Mox is dead", "Open: status 1", "VerifyFirmwareIsAlive: No CHIF driver"})));
     fake.silent = true;
-    EXPECT_EQ(std::pair(std::int64_t{3 * (4000 + 20000 + 2000)}, ChannelState_Broken), verify());
+    EXPECT_EQ(std::pair(3 * (4000 + 20000 + 2000), ChannelState_Broken), Timed(verify));
     EXPECT_EQ(0, fake.open);
 }
 
@@ -390,24 +394,20 @@ TEST_F(Discovery, WaitsForAReboot)
 {
     CChannelInterface channel;
     CLogCapture log;
-    const auto wait = [&] {
-        const std::int64_t start = Milliseconds();
-        const BOOL done = channel.WaitForReboot();
-        return std::pair(Milliseconds() - start, done);
-    };
+    const auto wait = [&] { return channel.WaitForReboot(); };
     fake.creates = {ZalCiErrTimeout};
     fake.receives = {{ZalCiErrInterface}};
-    EXPECT_EQ(std::pair(std::int64_t{20000 + 3 * 2000}, TRUE), wait());
+    EXPECT_EQ(std::pair(20000 + 3 * 2000, TRUE), Timed(wait));
     EXPECT_TRUE(channel.IsOpen());
     EXPECT_EQ(Lines({"WaitForReboot: Waiting for Mox to reboot", "Open: status 34", "Recv: status 35",
                      "WaitForReboot: Reboot completed"}),
               log.Text());
     fake.creates.assign(40, ZalCiErrTimeout);
-    EXPECT_EQ(std::pair(std::int64_t{62000}, FALSE), wait());
+    EXPECT_EQ(std::pair(62000, FALSE), Timed(wait));
     EXPECT_TRUE(log.Has(Lines({"WaitForReboot: Timeout! (Not fatal)"})));
     fake.creates.clear();
     fake.silent = true;
-    EXPECT_EQ(std::pair(std::int64_t{20000 + 2 * (2000 + 20000)}, FALSE), wait());
+    EXPECT_EQ(std::pair(20000 + 2 * (2000 + 20000), FALSE), Timed(wait));
     EXPECT_EQ(0, fake.open);
 }
 
@@ -600,9 +600,8 @@ TEST_F(DeviceFlash, HandsOutWhatTheHandlerAnswers)
     EXPECT_EQ(4, channel.ResetDeviceFlashHandler("h", nullptr));
     // Unlike all others the query waits a minute for a silent processor.
     fake.silent = true;
-    const std::int64_t start = Milliseconds();
-    EXPECT_EQ(-1, channel.QueryDeviceFlashHandler("h", 0, nullptr, nullptr, 0, nullptr, nullptr));
-    EXPECT_EQ(60000, Milliseconds() - start);
+    const auto query = [&] { return channel.QueryDeviceFlashHandler("h", 0, nullptr, nullptr, 0, nullptr, nullptr); };
+    EXPECT_EQ(std::pair(60000, -1), Timed(query));
 }
 
 TEST_F(Inventory, StoresTheOutputsThatAreAskedFor)

@@ -419,7 +419,7 @@ TEST(PowerHex, AnswersEveryText)
         {":00002F01D" + zero, "00000000"},
         {":0000AF015\x80", "00000000"},
         {":" + std::string(768, '0'), "Invalid record size (offset 0000)"},
-        {":" + std::string(770, '0'), "Line too long (offset 0000)"},
+        {":" + std::string(769, '0'), "Line too long (offset 0000)"},
         {data + Record("0000020000"), "Unexpected type 02 record (offset 0010)"},
         {Record("0000050000"), "Unexpected type 05 record (offset 0000)"},
         {":0200000400FFFB\n" + data + EndOfFile, "00000000"},
@@ -437,26 +437,59 @@ TEST(PowerHex, AnswersEveryText)
     EXPECT_FALSE(CPowerMicro(nullptr).ValidateHex(nullptr, -1));
 }
 
+TEST(PowerHex, ClearsTheImageBeforeItReads)
+{
+    UINT8 image[] = {1, 2, 3, 4};
+    const std::string text = Record("000200AABB") + EndOfFile;
+    const auto extract = [&](int length, int size) {
+        return CPowerMicro(nullptr).ExtractHex(text.data(), length, image, size);
+    };
+    EXPECT_TRUE(extract(static_cast<int>(text.size()), 0));  // no extraction
+    EXPECT_EQ("01020304", Digits(image));
+    EXPECT_FALSE(extract(0, 3));
+    EXPECT_EQ("00000004", Digits(image));
+}
+
 TEST(PowerHex, RefusesEveryCutAndEveryChangeOrDecodesTheSame)
 {
     const std::string text =
-        ";\n" + Record("0000040000") + Record("000000DEADBEEF") + "\r\n " + Record("00040001") + EndOfFile;
+        ";\n" + Record("000000DEADBEEF") + Record("0000040000") + "\r\n " + Record("00040001") + EndOfFile;
     const std::string image = "DEADBEEF0100";
+    const std::size_t none = std::string::npos;
+    const auto offsetIn = [](const std::string& line) {
+        const std::size_t at = line.find("(offset ");
+        return at == none ? at : std::stoul(line.substr(at + 8), nullptr, 16);
+    };
     ASSERT_EQ(image, Extract(text, 6));
-    for (std::size_t length = 0; length < text.size(); length++)
-        EXPECT_NE(image, Extract(text.substr(0, length), 6)) << length;
+    for (std::size_t length = 0; length < text.size(); length++) {
+        const std::size_t colon = text.substr(0, length).rfind(':');
+        const bool inRecord = colon != none && text.find('\n', colon) > length;
+        const std::string result = Extract(text.substr(0, length), 6);
+        EXPECT_EQ(inRecord ? colon : none, offsetIn(result)) << length;
+        EXPECT_EQ(inRecord, result != "Missing EOF record") << length;
+    }
 
+    // A ';' where a record is looked for, and a comment that does not end, hide the rest of the line: intended.
+    const std::size_t blank = text.find("\r\n ");
+    const std::map<std::size_t, const char*> hides = {
+        {1, "000000000100"},
+        {2, "000000000100"},
+        {text.find(":02"), image.c_str()},
+        {blank + 1, "DEADBEEF0000"},
+        {blank + 2, "DEADBEEF0000"},
+        {blank + 3, "DEADBEEF0000"},
+        {text.find(EndOfFile), "Missing EOF record"},
+    };
     for (std::size_t position = 0; position < text.size(); position++) {
         const std::size_t colon = text.rfind(':', position);
         for (int c = 0; c < 256; c++) {
-            // A record that becomes a part of a comment is passed over: intended.
-            if (c == ';' || position == 1) continue;
             std::string changed = text;
             changed[position] = static_cast<char>(c);
             const std::string result = Extract(changed, 6);
-            const std::size_t at = result.find("(offset ");
-            const std::size_t offset = at == std::string::npos ? at : std::stoul(result.substr(at + 8), nullptr, 16);
-            EXPECT_TRUE(result == image || offset == colon || offset == position || offset == position + 1)
+            const bool comments = position == 1 ? c != '\r' && c != '\n' : c == ';' && hides.count(position) != 0;
+            const std::size_t offset = offsetIn(result);
+            EXPECT_TRUE(comments ? result == hides.at(position)
+                                 : result == image || offset == colon || offset == position || offset == position + 1)
                 << result << " for\n"
                 << changed;
         }
