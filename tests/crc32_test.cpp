@@ -70,18 +70,6 @@ TEST_P(Crc32, TakesEveryLengthAtEveryAlignment)
     }
 }
 
-TEST_P(Crc32, ContinuesOverAnySplit)
-{
-    Bytes bytes = RandomBytes(700, 2);
-    const unsigned long expected = Definition(bytes, 0).back();
-    for (std::size_t first = 0; first <= bytes.size(); first++) {
-        const std::size_t second = (bytes.size() - first) / 3;
-        unsigned long crc = Crc(bytes, 0, first, 0);
-        crc = Crc(bytes, first, second, crc);
-        ASSERT_EQ(expected, Crc(bytes, first + second, bytes.size() - first - second, crc)) << first;
-    }
-}
-
 TEST_P(Crc32, TakesLongBuffers)
 {
     for (unsigned int seed = 0; seed < 8; seed++) {

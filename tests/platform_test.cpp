@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstring>
 #include <ctime>
 
 #include "flashtable.h"
@@ -15,20 +14,6 @@ namespace
 {
 
 const std::uint32_t BiosArea = 0xF0000;
-
-// Keeps the entry that would be logged.
-class CEntrySystem : public CSystem
-{
-  public:
-    BOOL LogEventToVRL(_evtLogEntry* entry) override
-    {
-        std::memcpy(&Header, entry, sizeof Header);
-        Text = reinterpret_cast<const char*>(&entry->Data);
-        return 5;
-    }
-    _evtLogHdr Header;
-    std::string Text;
-};
 
 // Reads the flash header of a BIOS area that holds bytes at offset, and 0xFF elsewhere.
 CStr FamilyOf(std::size_t offset, const std::string& bytes)
@@ -71,24 +56,6 @@ TEST(System, ReadsPhysicalMemoryThroughTheDriver)
     CLogCapture log;
     EXPECT_FALSE(system.ReadPhysicalMemory(BiosArea, area, 1));
     EXPECT_EQ("CSystem::ReadPhysicalMemory: CRU open failed.", log.Text());
-}
-
-TEST(System, BuildsEventLogEntries)
-{
-    CEntrySystem system;
-    EXPECT_EQ(5, system.LogFlashEventToVRL("flashed"));
-    EXPECT_EQ("flashed", system.Text);
-    EXPECT_EQ(36, system.Header.wEvtLength);
-    EXPECT_EQ(2, system.Header.bSeverity);
-    EXPECT_EQ(0x20, system.Header.wClass);
-    EXPECT_EQ(1, system.Header.wCode);
-    system.LogMaintenanceNoteToVRL(std::string(300, 'x').c_str());
-    EXPECT_EQ(std::string(227, 'x'), system.Text);
-    EXPECT_EQ(256, system.Header.wEvtLength);
-    EXPECT_EQ(0x21, system.Header.wClass);
-    EXPECT_EQ(2, system.Header.wCode);
-    system.LogFlashEventToVRL("");
-    EXPECT_EQ(29, system.Header.wEvtLength);
 }
 
 TEST(FlashHeader, IsFoundUpToTheEndOfTheBiosArea)

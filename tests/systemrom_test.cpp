@@ -1,7 +1,5 @@
-#include <cstdio>
 #include <tuple>
 
-#include "crc.h"
 #include "installer.h"
 #include "romimage.h"
 
@@ -23,15 +21,6 @@ class SystemRom : public CInstallerTest
   protected:
     SystemRom() : CInstallerTest("systemrom") {}
 
-    // Gives the package an image with its checksum.
-    void UseImage(const std::string& image)
-    {
-        m_Package.Write("P70_2.40.rom", image);
-        char szCrc[9];
-        std::snprintf(szCrc, sizeof szCrc, "%08X", sim::Crc32(image.data(), image.size()));
-        m_Package.Write("settings.ini", std::string("[Image]\nFile = P70_2.40.rom\nCRC32 = ") + szCrc);
-    }
-
     bool WasTouched() const { return fs::exists(m_Server.Path() / "rom.bin"); }
 };
 
@@ -46,32 +35,24 @@ TEST_F(SystemRom, DiscoversWhatItWouldDo)
         {R"({"rom": {"family": "T46"}})", "not needed on this server", "skip"},
     };
     for (const auto& [rom, state, action] : cases) {
-        const fs::path xml = m_Server.Path() / "discovery.xml";
-        EXPECT_EQ(0, Run(RackServer(rom), "/d " + xml.string())) << m_Output;
-        EXPECT_TRUE(Says(state)) << m_Output;
-        EXPECT_TRUE(Says("Discovery complete."));
-        const std::string text = ReadFile(xml);
-        for (const std::string& line :
-             {std::string("<action value=\"") + action + "\"/>", std::string("  <type value=\"bios\"/>"),
-              std::string("<product_id value=\"!00A5\"/>"), std::string("<duration value=\"300\"/>"),
-              std::string("<takes_effect value=\"reboot\"/>")})
-            EXPECT_NE(std::string::npos, text.find(line)) << text;
+        EXPECT_TRUE(Discovers(RackServer(rom), std::string("<action value=\"") + action + "\"/>"));
+        EXPECT_TRUE(Says(state));
     }
+    for (const char* pszLine : {"  <type value=\"bios\"/>", "<product_id value=\"!00A5\"/>",
+                                "<duration value=\"300\"/>", "<takes_effect value=\"reboot\"/>"})
+        EXPECT_TRUE(Discovers(RackServer(), pszLine));
 }
 
 TEST_F(SystemRom, InstallsLogsAndIsThenTheSame)
 {
-    EXPECT_EQ(1, Run(RackServer()));
-    EXPECT_TRUE(Says("  Erasing the flash part ...\n  Programming the new ROM ...\n  Reading the ROM back ...\n"));
+    EXPECT_TRUE(Ends(1, "  Erasing the flash part ...\n  Programming the new ROM ...\n  Reading the ROM back ...\n",
+                     RackServer()));
     EXPECT_TRUE(Says("System ROM P70 2.40 (03/15/2021) was flashed and read back. It takes effect when"));
     EXPECT_EQ(ReadFile(m_Package.Path() / "P70_2.40.rom"), ReadFile(m_Server.Path() / "rom.bin"));
 
-    EXPECT_EQ(0, Run(RackServer(), "/d " + (m_Server.Path() / "d.xml").string()));
-    EXPECT_TRUE(Says("same version installed")) << m_Output;
-    EXPECT_NE(std::string::npos, ReadFile(m_Server.Path() / "d.xml").find("<action value=\"rewrite\"/>"));
+    EXPECT_TRUE(Discovers(RackServer(), "<action value=\"rewrite\"/>"));
     EXPECT_EQ(0, Zalsim("--show-log"));
-    EXPECT_TRUE(Says("  ROM flash    info      System ROM P70 2.40 (03/15/2021) flashed; was 2.30 (09/12/2019)\n"))
-        << m_Output;
+    EXPECT_TRUE(Says("  ROM flash    info      System ROM P70 2.40 (03/15/2021) flashed; was 2.30 (09/12/2019)\n"));
 }
 
 TEST_F(SystemRom, RecoversFromAPowerCutAtAnyBlock)
@@ -81,11 +62,9 @@ TEST_F(SystemRom, RecoversFromAPowerCutAtAnyBlock)
           "3 --fault flash.power_lost_after_blocks=1", "3 --fault flash.power_lost_after_blocks=15"}) {
         fs::remove(m_Server.Path() / "rom.bin");
         EXPECT_EQ(137, Run(RackServer(), "", std::string("--fault flash.power_lost_at_table=") + fault)) << m_Output;
-        EXPECT_EQ(0, Run(RackServer(), "/d " + (m_Server.Path() / "d.xml").string()));
-        EXPECT_TRUE(Says("Current version  Incomplete")) << m_Output;
-        EXPECT_NE(std::string::npos, ReadFile(m_Server.Path() / "d.xml").find("<action value=\"upgrade\"/>"));
-        EXPECT_EQ(1, Run(RackServer()));
-        EXPECT_TRUE(Says("was flashed and read back")) << m_Output;
+        EXPECT_TRUE(Discovers(RackServer(), "<action value=\"upgrade\"/>"));
+        EXPECT_TRUE(Says("Current version  Incomplete"));
+        EXPECT_TRUE(Ends(1, "was flashed and read back"));
         EXPECT_EQ(ReadFile(m_Package.Path() / "P70_2.40.rom"), ReadFile(m_Server.Path() / "rom.bin"));
     }
 }
@@ -101,31 +80,27 @@ TEST_F(SystemRom, SaysWhatStateAFailureLeaves)
     };
     for (const auto& c : cases) {
         fs::remove(m_Server.Path() / "rom.bin");
-        EXPECT_EQ(7, Run(RackServer(), "", std::string("--fault ") + c.first)) << c.first;
-        EXPECT_TRUE(Says(c.second)) << c.first << "\n" << m_Output;
+        EXPECT_TRUE(Ends(7, c.second, RackServer(), "", std::string("--fault ") + c.first)) << c.first;
         EXPECT_EQ(c.second != untouched, WasTouched());
         EXPECT_EQ(1, Run(RackServer(), "/f")) << c.first << "\n" << m_Output;
     }
     fs::remove(m_Server.Path() / "rom.bin");
-    EXPECT_EQ(1, Run(RackServer(), "", "--fault flash.fails_at_table=1 --fault ipmi.status=1"));
-    EXPECT_TRUE(Says("was flashed, but can't be read back; the event could not be logged. It takes")) << m_Output;
+    EXPECT_TRUE(Ends(1, "was flashed, but can't be read back; the event could not be logged. It takes", RackServer(),
+                     "", "--fault flash.fails_at_table=1 --fault ipmi.status=1"));
 }
 
 TEST_F(SystemRom, RefusesBeforeAnythingIsErased)
 {
     for (const char* buffer : {"null", R"({"address": "0x6A000000", "size": 1048575})"}) {
-        EXPECT_EQ(7, Run(RackServer(std::string("{\"flash_buffer\": ") + buffer + "}")));
-        EXPECT_TRUE(Says("The firmware reserves")) << m_Output;
+        EXPECT_TRUE(Ends(7, "The firmware reserves", RackServer(std::string("{\"flash_buffer\": ") + buffer + "}")));
         EXPECT_FALSE(WasTouched());
     }
     // Whole images, but for another part and of another family.
-    UseImage(Image("P70", 524288));
-    EXPECT_EQ(7, Run(RackServer()));
-    EXPECT_TRUE(Says("the flash part has 1048576 bytes and the image 524288. The ROM was not touched")) << m_Output;
+    UseImage("P70_2.40.rom", Image("P70", 524288));
+    EXPECT_TRUE(Ends(7, "the flash part has 1048576 bytes and the image 524288. The ROM was not touched"));
     EXPECT_EQ(std::string::npos, ReadFile(m_Server.Path() / "journal.log").find("erase"));
-    UseImage(Image("P71", 1048576));
-    EXPECT_EQ(7, Run(RackServer()));
-    EXPECT_TRUE(Says("The ROM image is P71 2.40 (03/15/2021), not what")) << m_Output;
+    UseImage("P70_2.40.rom", Image("P71", 1048576));
+    EXPECT_TRUE(Ends(7, "The ROM image is P71 2.40 (03/15/2021), not what"));
     EXPECT_FALSE(WasTouched());
 }
 
@@ -143,15 +118,13 @@ TEST_F(SystemRom, IsNotCutOffByAClosedPipe)
 TEST_F(SystemRom, WritesTheSameOrAnOlderVersionOnlyWhenForced)
 {
     const std::string newer = RackServer(R"({"rom": {"version": "2.41"}})");
-    EXPECT_EQ(2, Run(RackServer(R"({"rom": {"version": "2.40", "date": "03/15/2021"}})")));
-    EXPECT_TRUE(Says("is installed already; /f writes it again")) << m_Output;
-    EXPECT_EQ(3, Run(newer));
-    EXPECT_TRUE(Says("A newer version is installed; /f goes back")) << m_Output;
+    EXPECT_TRUE(Ends(2, "is installed already; /f writes it again",
+                     RackServer(R"({"rom": {"version": "2.40", "date": "03/15/2021"}})")));
+    EXPECT_TRUE(Ends(3, "A newer version is installed; /f goes back", newer));
     EXPECT_FALSE(WasTouched());
     EXPECT_EQ(1, Run(newer, "/f /s"));
-    EXPECT_FALSE(Says("Erasing")) << m_Output;
-    EXPECT_EQ(6, Run(newer, "/x"));
-    EXPECT_TRUE(Says("Usage:"));
+    EXPECT_FALSE(Says("Erasing"));
+    EXPECT_TRUE(Ends(6, "Usage:", newer, "/x"));
 }
 
 TEST_F(SystemRom, AppliesTheRuleOfItsSettings)
@@ -167,8 +140,8 @@ TEST_F(SystemRom, AppliesTheRuleOfItsSettings)
     for (const auto& c : cases) {
         Edit("settings.ini", "$RomMajor == 0 || $RomMajor >= 2", std::get<0>(c));
         Run(RackServer(R"({"management_processor": null})"), "/d " + (m_Server.Path() / "d.xml").string());
-        EXPECT_TRUE(Says(std::get<1>(c))) << m_Output;
-        EXPECT_TRUE(Says(std::get<2>(c))) << m_Output;
+        EXPECT_TRUE(Says(std::get<1>(c)));
+        EXPECT_TRUE(Says(std::get<2>(c)));
         Restore("settings.ini");
     }
 }
@@ -179,22 +152,15 @@ TEST_F(SystemRom, SaysWhyTheServerIsNotForIt)
         {R"({"rom": {"family": "T46"}})", "for ROM family P70; this server has a ROM of family T46."},
         {R"({"driver": null})", "CRU driver is not loaded"},
         {R"({"driver": {"version": "5.5.4.0"}})", "CRU Driver version 5.5.4.0 is out-of-date."},
-        {R"({"faults": {"driver": "refuses"}})", "The CRU Driver is out-of-date."},
-        {R"({"faults": {"driver": "fails"}})", "The CRU Driver is out-of-date."},
         {R"({"faults": {"smbios": "missing"}})", "can't be read"},
-        {R"({"faults": {"smbios": "empty"}})", "can't be read"},
-        {R"({"faults": {"smbios": "no_anchor"}})", "can't be read"},
-        {R"({"faults": {"smbios": "zero_address"}})", "can't be read"},
         {R"({"faults": {"smbios": "unreadable"}})", "can't be read"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(7, Run(RackServer(c.first))) << c.first;
-        EXPECT_TRUE(Says(c.second)) << c.first << "\n" << m_Output;
-        EXPECT_TRUE(Says("Nothing was installed")) << m_Output;
+        EXPECT_TRUE(Ends(7, c.second, RackServer(c.first))) << c.first;
+        EXPECT_TRUE(Says("Nothing was installed"));
     }
     // The end of the table, which tells the reserved region, is cut off.
-    EXPECT_EQ(7, Run(RackServer(R"({"faults": {"smbios": "truncated"}})")));
-    EXPECT_TRUE(Says("reserves no memory for flashing")) << m_Output;
+    EXPECT_TRUE(Ends(7, "reserves no memory for flashing", RackServer(R"({"faults": {"smbios": "truncated"}})")));
 }
 
 TEST_F(SystemRom, RefusesADamagedImage)
@@ -210,19 +176,17 @@ TEST_F(SystemRom, RefusesADamagedImage)
     };
     for (const auto& c : cases) {
         m_Package.Write("P70_2.40.rom", c.first);
-        EXPECT_EQ(7, Run(RackServer()));
-        EXPECT_TRUE(Says(c.second)) << m_Output;
+        EXPECT_TRUE(Ends(7, c.second));
         EXPECT_TRUE(Says("installation not allowed"));
         EXPECT_FALSE(WasTouched());
     }
     for (const std::string& text : {whole.substr(1), std::string(1048576, '\0')}) {
-        UseImage(text);
-        EXPECT_EQ(7, Run(RackServer()));
-        EXPECT_TRUE(Says(text.size() % 2 ? "is not made of whole blocks" : "no usable flash image header")) << m_Output;
+        UseImage("P70_2.40.rom", text);
+        EXPECT_TRUE(Ends(7, text.size() % 2 ? "is not made of whole blocks" : "no usable flash image header"))
+            << m_Output;
     }
     fs::remove(image);
-    EXPECT_EQ(7, Run(RackServer()));
-    EXPECT_TRUE(Says("is missing or can't be read")) << m_Output;
+    EXPECT_TRUE(Ends(7, "is missing or can't be read"));
 }
 
 TEST_F(SystemRom, RefusesAPackageThatIsNotWhole)
@@ -245,36 +209,31 @@ TEST_F(SystemRom, RefusesAPackageThatIsNotWhole)
     };
     for (const auto& [file, find, replacement, says] : cases) {
         Edit(file, find, replacement);
-        EXPECT_EQ(7, Run(RackServer()));
-        EXPECT_TRUE(Says(says)) << m_Output;
-        EXPECT_TRUE(Says("installation not allowed")) << m_Output;
+        EXPECT_TRUE(Ends(7, says));
+        EXPECT_TRUE(Says("installation not allowed"));
         EXPECT_FALSE(WasTouched());
         Restore(file);
     }
     fs::remove(m_Package.Path() / ini);
-    EXPECT_EQ(7, Run(RackServer()));
-    EXPECT_TRUE(Says("has no usable settings.ini")) << m_Output;
+    EXPECT_TRUE(Ends(7, "has no usable settings.ini"));
 }
 
 TEST_F(SystemRom, FindsItsDescriptionAmongAThousandFilesOrSaysThatThereIsNone)
 {
     for (int i = 0; i < 1000; i++) m_Package.Write("file" + std::to_string(i) + ".xml", "<a/>");
-    EXPECT_EQ(1, Run(RackServer()));
-    EXPECT_TRUE(Says("older version installed")) << m_Output;
+    EXPECT_TRUE(Ends(1, "older version installed"));
 
     for (const auto& entry : fs::directory_iterator(m_Package.Path())) fs::remove(entry);
-    EXPECT_EQ(7, Run(RackServer()));
-    EXPECT_TRUE(Says("no readable package description (qx*.xml) in " + m_Package.Path().string())) << m_Output;
+    EXPECT_TRUE(Ends(7, "no readable package description (qx*.xml) in " + m_Package.Path().string()));
     EXPECT_EQ(7, Run(RackServer(), "/y /no/such/folder"));
     fs::remove_all(m_Package.Path());
-    EXPECT_EQ(7, Run(RackServer()));
-    EXPECT_TRUE(Says("no readable package description")) << m_Output;
+    EXPECT_TRUE(Ends(7, "no readable package description"));
 }
 
 TEST_F(SystemRom, RunsWithoutAServerAndShowsHelp)
 {
     EXPECT_EQ(7, RunCommand(std::string(Installer) + " /y " + m_Package.Path().string(), m_Output));
-    EXPECT_TRUE(Says("CRU driver is not loaded")) << m_Output;
+    EXPECT_TRUE(Says("CRU driver is not loaded"));
     EXPECT_EQ(0, RunCommand(std::string(Installer) + " --help", m_Output));
     EXPECT_TRUE(Says("Usage:"));
 }
@@ -283,14 +242,14 @@ TEST_F(SystemRom, SimulationRefusesWhatItCantPlay)
 {
     const std::string zalsim = ZALSIM;
     EXPECT_EQ(126, RunCommand(zalsim + " --server /no/such/server -- true", m_Output));
-    EXPECT_TRUE(Says("There is no server in /no/such/server")) << m_Output;
+    EXPECT_TRUE(Says("There is no server in /no/such/server"));
     m_Server.Write("server.json", R"({"tpm": "maybe"})");
     EXPECT_EQ(126, RunCommand(zalsim + " --server " + m_Server.Path().string() + " --describe", m_Output));
-    EXPECT_TRUE(Says("tpm can't be \"maybe\"")) << m_Output;
+    EXPECT_TRUE(Says("tpm can't be \"maybe\""));
     EXPECT_EQ(126, RunCommand(zalsim + " --server " SERVERS "/rack -- /no/such/program", m_Output));
     EXPECT_EQ(126, RunCommand(zalsim + " --server " SERVERS "/rack", m_Output));
     if (sizeof(void*) == 4) {
         EXPECT_EQ(126, RunCommand(zalsim + " --server " SERVERS "/rack -- /bin/true", m_Output));
-        EXPECT_TRUE(Says("is not a 32-bit program")) << m_Output;
+        EXPECT_TRUE(Says("is not a 32-bit program"));
     }
 }

