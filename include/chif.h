@@ -81,7 +81,7 @@ class FLASHLIB_API CChannelInterface
 
     // Discovery
 
-    // TRUE when the processor's PCI device is there.
+    // TRUE when the processor's PCI device is there, with exactly three functions.
     BOOL FindDevice();
 
     // Opens the channel and asks the processor for its version; leaves the channel open when it answers.

@@ -68,7 +68,8 @@ class FLASHLIB_API CPowerMicro
     PowerControllerType GetControllerType() const { return m_ControllerType; }
     PowerControllerRegisterSet GetRegisterSet() const { return m_RegisterSet; }
 
-    // Writes up to 32 bytes to the controller, then reads up to 32.
+    // Writes up to 32 bytes to the controller, then reads exactly ResponseDataLength, up to 32. FALSE
+    // when the transaction fails.
     BOOL I2CTransaction(const UINT8* pRequestData, int RequestDataLength, UINT8* pResponseData, int ResponseDataLength);
 
     // One 16-bit register, with checksums both ways; tried as often as the register set asks for.

@@ -105,7 +105,8 @@ void CFlashPart::CorruptNvram()
 void CFlashPart::Execute(TABLE_EXEC_REQUEST& request)
 {
     const char* pszName = request.TableNumber <= FlashTable_OsCleanup ? szTableNames[request.TableNumber] : "unknown";
-    m_Journal.Write("flash start table=%u name=%s size=%u", request.TableNumber, pszName, request.BufferSize);
+    m_Journal.Write("flash start table=%u name=%s size=%u sps=%d", request.TableNumber, pszName, request.BufferSize,
+                    request.IsSpsFlash);
     request.Status = Run(request);
     m_Journal.Write("flash end table=%u name=%s status=%u", request.TableNumber, pszName, request.Status);
 }

@@ -305,7 +305,7 @@ TEST_F(Discovery, TellsWhatItFinds)
               log.Text());
     EXPECT_STREQ("2.07 (03/15/2020)", channel.GetMOXFwVersion().ToString());
     EXPECT_EQ(channel.MakeMOXCombinedVersion(3, 2, 7, 0), channel.GetMOXCombinedVersion());
-    EXPECT_GT(channel.MakeMOXCombinedVersion(255, 0, 1, 0), channel.MakeMOXCombinedVersion(255, 0, 0, 255));
+    EXPECT_EQ(0xFF030201u, channel.MakeMOXCombinedVersion(255, 3, 2, 1));
     channel.Close();
     EXPECT_EQ(ChannelState_Closed, channel.GetState());
 

@@ -84,12 +84,12 @@ TEST(Ipmi, FailsWithoutAnAnswerOfItsOwn)
 TEST(EventLog, KeepsWhatHostsLog)
 {
     UseServer(RackServer());
-    setenv("TZ", "UTC", 1);
+    setenv("TZ", "TEST-05:30", 1);
     tzset();
     CSystem system;
     const std::time_t now = std::time(nullptr);
     char szTime[40];
-    std::strftime(szTime, sizeof szTime, "%Y-%m-%d %H:%M", std::gmtime(&now));
+    std::strftime(szTime, sizeof szTime, "%Y-%m-%d %H:%M", std::localtime(&now));
     EXPECT_EQ(TRUE, system.LogFlashEventToVRL("ROM flashed"));
     EXPECT_EQ(TRUE, system.LogMaintenanceNoteToVRL(std::string(300, 'x').c_str()));
     EXPECT_EQ(TRUE, system.LogFlashEventToVRL(""));

@@ -131,8 +131,10 @@ TEST(FlashTable, RunsTheTablesInTheirOrder)
         CTestFlashTable table;
         table.GetTableFromBootBlock(nullptr);
         table.SetFeatureBits1(c.first);
-        EXPECT_TRUE(table.DoFlash(&image, FALSE));
+        const BOOL isSps = c.first != 0;
+        EXPECT_TRUE(table.DoFlash(&image, isSps));
         EXPECT_EQ(c.second, TablesRun());
+        EXPECT_NE(std::string::npos, ReadFile(ServerFolder() / "journal.log").find(isSps ? " sps=1" : " sps=0"));
         EXPECT_TRUE(std::equal(NewRom().begin(), NewRom().end(), Rom().begin(),
                                [](std::uint8_t a, char b) { return a == static_cast<std::uint8_t>(b); }));
     }

@@ -91,9 +91,9 @@ TEST(Smbios, RomVersionFallsBackStepByStep)
     };
     EXPECT_STREQ("2.04", romVersion(2, 4, ""));
     EXPECT_STREQ("254.00", romVersion(254, 0, ""));
-    EXPECT_STREQ("2.10", romVersion(255, 4, "A42 v2.10 (05/21/2018)"));
-    EXPECT_STREQ("2.10", romVersion(0, 4, "A42 v2.10 (05/21/2018)"));
-    EXPECT_STREQ("", romVersion(255, 4, "A42 v2.1 (05/21/2018)"));
+    EXPECT_STREQ("2.10", romVersion(255, 4, "K42 v2.10 (05/21/2018)"));
+    EXPECT_STREQ("2.10", romVersion(0, 4, "K42 v2.10 (05/21/2018)"));
+    EXPECT_STREQ("", romVersion(255, 4, "K42 v2.1 (05/21/2018)"));
 }
 
 TEST(Smbios, BadNodesGiveNoTable)
@@ -156,6 +156,47 @@ TEST(Smbios, StaysInsideTablesThatLie)
     }
     UseTable(Bytes({1, 4, 0, 0, 0, 0}), 0);
     EXPECT_STREQ("", CSMBIOS().GetProductName());
+}
+
+TEST(Smbios, ReadsTheFieldsThatARecordIsLongEnoughFor)
+{
+    const auto use = [](int type, int length) {
+        std::string record(static_cast<std::size_t>(length), '\1');
+        record[0] = static_cast<char>(type);
+        record[1] = static_cast<char>(length);
+        UseTable(record + Bytes({' ', 'x', ' ', 'y', 0, 0}), 1);
+    };
+    std::string answers;
+    for (int length : {7, 8, 9, 10, 11, 22, 23}) {
+        use(193, length);
+        CSMBIOS smbios;
+        answers += std::to_string(length) + (smbios.GetOEMROMName().IsEmpty() ? "" : "n") +
+                   (smbios.GetOEMROMDate().IsEmpty() ? "" : "d") +
+                   (smbios.GetPowerMicroVersion().IsEmpty() ? "" : "m") + (smbios.GetPALVersion(0) ? "v" : "") +
+                   (smbios.GetPALType(0).IsEmpty() ? "" : "t");
+    }
+    EXPECT_EQ(
+        "7"
+        "8n"
+        "9nd"
+        "10ndm"
+        "11ndmv"
+        "22ndmv"
+        "23ndmvt",
+        answers);
+    use(0, 21);
+    EXPECT_STREQ("", CSMBIOS().GetROMVersion());
+    EXPECT_STREQ("x", CSMBIOS().GetROMFamily());
+    use(0, 22);
+    EXPECT_STREQ("1.01", CSMBIOS().GetROMVersion());
+    for (int length : {6, 7}) {
+        use(195, length);
+        EXPECT_EQ(length == 7 ? 0x0101 : 0, CSMBIOS().GetPlatformIDValue());
+    }
+    UseTable(Bytes({229, 20, 0, 0}) + "BRS$" + std::string(12, '\1') + Bytes({0, 0}), 1);
+    DWORD size = 0;
+    EXPECT_EQ(0x01010101u, CSMBIOS().GetFlashBuffer(size) & 0xFFFFFFFF);
+    EXPECT_EQ(0x01010101u, size);
 }
 
 TEST(Smbios, TrimsANameAsLongAsTheTableQuickly)

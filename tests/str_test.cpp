@@ -27,6 +27,7 @@ TEST(Str, FindsFirstLastAndRegardlessOfCase)
     EXPECT_EQ(-1, CStr("ab").Find("abc"));
     EXPECT_EQ(0, CStr().Find(""));
     EXPECT_EQ(3, CStr("abc").ReverseFind(""));
+    EXPECT_TRUE(s.Find(nullptr) == 0 && s.ReverseFind(nullptr) == 9 && s.FindNoCase(nullptr) == 0);
 }
 
 TEST(Str, TrimsOnlyTheGivenCharacter)

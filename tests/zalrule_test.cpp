@@ -79,8 +79,10 @@ TEST(Zalrule, PrintsTheValueOrTheErrorWithItsPlace)
     EXPECT_EQ(1, Zalrule("'1 + '", output));
     EXPECT_EQ("1 + \n    ^\nsyntax error\n", output);
     EXPECT_EQ(2, Zalrule("-D a 1", output));
-    EXPECT_EQ(1, Zalrule("--trace --server " SERVERS "/bare 'GPI(3)'", output));
+    UseServer(RackServer(R"({"management_processor": null})"));
+    EXPECT_EQ(1, Zalrule("--trace --server " + ServerFolder().string() + " 'GPI(3)'", output));
     EXPECT_NE(std::string::npos, output.find("GPI(3): hardware can't be read\n")) << output;
-    EXPECT_EQ(0, Zalrule("--server " SERVERS "/rack '$RomMajor * 100 + $RomMinor'", output));
+    UseServer(RackServer());
+    EXPECT_EQ(0, Zalrule("--server " + ServerFolder().string() + " '$RomMajor * 100 + $RomMinor'", output));
     EXPECT_NE(std::string::npos, output.find("230 (0x000000E6)\n")) << output;
 }

@@ -235,6 +235,7 @@ CStr CStr::Mid(int start, int count) const
 
 int CStr::Find(LPCTSTR text) const
 {
+    if (!text) text = "";
     const int count = static_cast<int>(std::strlen(text));
     for (int i = 0; i <= m_nLength - count; i++)
         if (Mid(i, count) == text) return i;
@@ -248,6 +249,7 @@ int CStr::FindNoCase(LPCTSTR text) const
 
 int CStr::ReverseFind(LPCTSTR text) const
 {
+    if (!text) text = "";
     const int count = static_cast<int>(std::strlen(text));
     for (int i = m_nLength - count; i >= 0; i--)
         if (Mid(i, count) == text) return i;
