@@ -11,7 +11,8 @@ function(add_manual tool summary)
         OUTPUT ${page}
         COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/man
         COMMAND ${HELP2MAN} --no-info --version-string=${PROJECT_VERSION} --name=${summary}
-                --opt-include=${CMAKE_SOURCE_DIR}/docs/man/${tool}.h2m --output=${page} $<TARGET_FILE:${tool}>
+                --opt-include=${CMAKE_SOURCE_DIR}/docs/man/${tool}.h2m --output=${page} ./${tool}
+        WORKING_DIRECTORY $<TARGET_FILE_DIR:${tool}>  # help2man hands a name to the shell: spaces in a path
         DEPENDS ${tool} ${more}
         COMMENT "Making the manual page of ${tool}"
         VERBATIM)

@@ -2,8 +2,8 @@
 
 find_program(SREC_CAT srec_cat REQUIRED)
 
-# Makes file, an Intel HEX text of microcode for controllers of a family (as server.json names it), and image, the same in
-# binary. An I2C transaction takes the records of 16 data bytes; those of 32 would not fit.
+# Makes file, an Intel HEX text of microcode for controllers of a family (as server.json names it), and image, the same
+# in binary. An I2C transaction takes the records of 16 data bytes; those of 32 would not fit.
 function(add_microcode file image family version size)
     add_custom_command(
         OUTPUT ${file} ${image}

@@ -89,6 +89,7 @@ TEST_F(DeviceFirmware, SaysWhatStateAFailureLeavesAndRecovers)
         {"power_lost_at_byte=150000", 137, "Uploading: 140288", ""},
         {R"(error='{"command": "DEVICE_FLASH", "exchange": 1}')", 7, "can't flash this device", Untouched},
         {R"(lost='{"command": "DEVICE_FLASH", "exchange": 1}')", 7, "can't flash this device", Untouched},
+        {R"(lost='{"command": "DEVICE_FLASH", "exchange": 198}')", 0, "was flashed and runs", ""},
         {R"(stale='{"command": "DEVICE_FLASH", "replies": 3}')", 0, "was flashed and runs", ""},
     };
     for (const auto& [fault, status, says, state] : cases) {

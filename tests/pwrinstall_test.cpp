@@ -110,7 +110,9 @@ TEST_F(PowerControllerInstall, RefusesMicrocodeThatIsNotWholeBeforeAnythingIsTou
         EXPECT_TRUE(Ends(7, c.second));
     }
     EXPECT_EQ("", ReadFile(m_Server.Path() / "journal.log"));
-    UseImage("zephyra_2.1.hex",
-             "; by hand\r\n\n" + whole.substr(0, whole.find(":00000001FF")) + ":00000001FF\n:this is not read");
-    EXPECT_EQ(0, Run(RackServer())) << m_Output;
+    for (const char* pszEnd : {"", "\n:this is not read"}) {
+        UseImage("zephyra_2.1.hex",
+                 "; by hand\r\n\n" + whole.substr(0, whole.find(":00000001FF")) + ":00000001FF" + pszEnd);
+        EXPECT_EQ(0, Run(RackServer(), "/f")) << m_Output;
+    }
 }

@@ -14,6 +14,7 @@ namespace
 const int ChunkSize = 1024;  // bytes that one request carries
 const int MaxHandlerLength = 15;
 const int PollSeconds = 1;
+const int MaxLostReplies = 3;
 const int BusyLimitSeconds = 600;
 
 }  // namespace
@@ -150,10 +151,15 @@ BOOL CDeviceFirmware::Send(PLOGFN logger)
 BOOL CDeviceFirmware::WaitUntilDone(PLOGFN logger)
 {
     if (logger) logger("  Waiting for the device to program itself ...\n");
+    int lost = 0;  // replies; without one the device goes on all the same
     for (int waited = 0; waited <= BusyLimitSeconds; waited += PollSeconds) {
         const int status = Channel().QueryDeviceFlashStatus(m_sHandler);
         if (status == DeviceFlashStatus_OK) return TRUE;
-        if (status != DeviceFlashStatus_Busy) return FailWith("the device did not take the image");
+        if (status == DeviceFlashStatus_Failed) {
+            if (++lost > MaxLostReplies) return FailWith("the management processor stopped answering");
+        } else if (status != DeviceFlashStatus_Busy) {
+            return FailWith("the device did not take the image");
+        }
         sleep(PollSeconds);
     }
     return FailWith("the device is busy without an end");

@@ -16,13 +16,14 @@ namespace
 const int ResultSize = 1024;
 
 const char* const szUsage =
-    "Usage: %s [/d [FILE]] [/y FOLDER] [/f] [/s]\n"
+    "Usage: %s [/y FOLDER] [/f] [/s] [/d [FILE]]\n"
     "\n"
-    "  /d [FILE]    discovery: write what is found and what is offered to FILE\n"
-    "               (default: /var/zal/PROGRAM_disc.xml) and install nothing\n"
     "  /y FOLDER    the component's package folder (default: the current folder)\n"
     "  /f           force: write the same version again, or an older one\n"
     "  /s           silent: show no progress\n"
+    "  /d [FILE]    discovery: write what is found and what is offered to FILE and\n"
+    "               install nothing; without FILE, which only the last switch can be,\n"
+    "               to /var/zal/PROGRAM_disc.xml\n"
     "  /?, --help   this text\n"
     "\n"
     "/d and /y may be written with - too. Without /d the component is installed.\n"
@@ -43,10 +44,17 @@ struct Switches
     bool Silent;
 };
 
+bool IsSwitch(const char* argument)
+{
+    const CStr lower = CStr(argument).ToLower();
+    return lower == "/y" || lower == "/f" || lower == "/s" || lower == "/?";
+}
+
 // The library reads /d and /y, each with the argument behind it; the rest is read here.
 Switches ReadSwitches(int argc, char** argv)
 {
     Switches switches = {};
+    bool fileIsSwitch = false;
     CStr own;
     for (int i = 1; i < argc; i++) {
         const CStr argument = CStr(argv[i]).ToLower();
@@ -56,9 +64,10 @@ Switches ReadSwitches(int argc, char** argv)
             own += CStr(argv[i]) + " ";
         else if (i + 1 < argc && argv[i + 1][0] != '-')
             i++;
+        if (discovery && IsSwitch(argv[i])) fileIsSwitch = true;
     }
     const CCommandLine line(own);
-    switches.Valid = line.VerifySyntax(szSyntax);
+    switches.Valid = line.VerifySyntax(szSyntax) && !fileIsSwitch;
     switches.Help = line.FindArgOption("/?") >= 0 || line.FindArgOption("--help") >= 0;
     switches.Force = line.FindArgOption("/f") >= 0;
     switches.Silent = line.FindArgOption("/s") >= 0;

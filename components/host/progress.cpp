@@ -30,6 +30,11 @@ CProgressBar::CProgressBar(PLOGFN logger, const char* what, int total)
 {
 }
 
+CProgressBar::~CProgressBar()
+{
+    if (m_bTerminal && m_Shown >= 0 && m_Shown < 100) m_pfnLogger("\n");
+}
+
 void CProgressBar::Show(int done)
 {
     if (!m_pfnLogger || m_Total <= 0) return;

@@ -13,6 +13,11 @@ class CProgressBar
     // Lines go to logger; null: nothing is shown.
     CProgressBar(PLOGFN logger, const char* what, int total);
 
+    // Ends the line of a bar that did not come to its end.
+    ~CProgressBar();
+    CProgressBar(const CProgressBar&) = delete;
+    CProgressBar& operator=(const CProgressBar&) = delete;
+
     // So many of the total bytes are done.
     void Show(int done);
 

@@ -1,5 +1,7 @@
 #include "powercontroller.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
@@ -66,8 +68,8 @@ class CHexLines
     bool IsUploadable() const
     {
         const std::size_t digits = 2 * (MaxDataBytes + 5);
-        const bool alone = std::strspn(m_pLine + 1, "0123456789ABCDEFabcdef") == m_LineSize - 1;
-        return IsRecord() && alone && m_LineSize - 1 <= digits;
+        const auto isDigit = [](unsigned char c) { return std::isxdigit(c) != 0; };
+        return IsRecord() && std::all_of(m_pLine + 1, m_pLine + m_LineSize, isDigit) && m_LineSize - 1 <= digits;
     }
 
     bool IsEmptyOrComment() const { return m_LineSize == 0 || m_pLine[0] == ';'; }
