@@ -54,6 +54,9 @@ quietly $CXX -std=c++17 -fsyntax-only -Wall -Wextra -Werror $(pkg-config --cflag
 
 rule=$("$prefix/bin/zalrule" --server "$outside/cmake/server" 'CPLD(1) == 4')
 [ "$rule" = "1 (0x00000001)" ] || fail "the rule is: $rule"
+quietly "$prefix/bin/zaldeploy" --server "$outside/cmake/server" "$outside/cmake/package"
+"$prefix/bin/zaldeploy" inventory --server "$outside/cmake/server" | grep -q 'Tamberline controller *1\.3\.2' ||
+    fail "zaldeploy does not see what was installed"
 
 # The packages hold that tree.
 quietly cpack --config "$build/CPackConfig.cmake" -B "$work/packages"

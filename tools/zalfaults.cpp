@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "simulated.h"
 #include "util.h"
 #include "zalxml.h"
 
@@ -180,8 +181,7 @@ bool Check(const CCase& test, const std::string& fault, const std::string& old, 
 
 int CheckAll(const fs::path& server, const fs::path& package, std::FILE* pTable)
 {
-    const fs::path own = fs::read_symlink("/proc/self/exe").parent_path();
-    const fs::path zalsim = fs::exists(own / "zalsim") ? own / "zalsim" : own.parent_path() / "sim" / "zalsim";
+    const fs::path zalsim = FindZalsim();
     std::string folder = (fs::temp_directory_path() / "zalfaults.XXXXXX").string();
     if (!mkdtemp(folder.data())) throw std::runtime_error("can't make a folder for the servers");
     setenv("QVFLASHLOG", "/dev/null", 1);

@@ -1,25 +1,19 @@
 // zalrule: evaluates an applicability rule, and shows how.
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "explain.h"
 #include "host/rule.h"
+#include "simulated.h"
 #include "util.h"
 
 CStr g_InstallLocalDir;
 
 namespace
 {
-
-namespace fs = std::filesystem;
 
 const int Exit_Value = 0;
 const int Exit_Error = 1;
@@ -75,22 +69,6 @@ bool Define(CSymbolTable& symbols, const std::string& definition)
     return true;
 }
 
-// Starts this program again on a simulated server.
-int RunOnServer(const std::string& server, char** argv)
-{
-    const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
-    fs::path zalsim = folder / "zalsim";
-    if (!fs::exists(zalsim)) zalsim = folder.parent_path() / "sim" / "zalsim";  // not installed
-    setenv("ZALRULE_ON_SERVER", "1", 1);
-    std::vector<char*> arguments = {const_cast<char*>(zalsim.c_str()), const_cast<char*>("--server"),
-                                    const_cast<char*>(server.c_str()), const_cast<char*>("--")};
-    for (; *argv; argv++) arguments.push_back(*argv);
-    arguments.push_back(nullptr);
-    execv(arguments[0], arguments.data());
-    std::fprintf(stderr, "zalrule: can't run %s: %s\n", arguments[0], std::strerror(errno));
-    return Exit_Usage;
-}
-
 int Run(const std::string& rule, const std::vector<std::string>& definitions, bool trace)
 {
     CChannelInterface channel;
@@ -130,7 +108,7 @@ int main(int argc, char** argv)
     app.add_flag("--explain", explain, "Print the expression with all its parentheses, as it is evaluated");
     CLI11_PARSE(app, argc, argv);
 
-    if (!server.empty() && !std::getenv("ZALRULE_ON_SERVER")) return RunOnServer(server, argv);
+    if (!server.empty() && !RunOnServer(server, argv)) return Exit_Usage;
     if (explain) {
         const std::string text = ExplainExpression(rule.c_str());
         if (!text.empty()) std::printf("%s\n", text.c_str());

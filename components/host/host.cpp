@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "component.h"
+#include "propertytable.h"
 #include "util.h"
 #include "zalph.h"
 
@@ -74,45 +75,18 @@ Switches ReadSwitches(int argc, char** argv)
     return switches;
 }
 
-const char* StateText(int state)
-{
-    switch (state) {
-        case ZALSTATE_INSTALLEDSAME:
-            return "same version installed";
-        case ZALSTATE_INSTALLEDOLDER:
-            return "older version installed";
-        case ZALSTATE_INSTALLEDNEWER:
-            return "newer version installed";
-        case ZALSTATE_INSTALLEDNOTNEEDED:
-            return "installed, not needed";
-        case ZALSTATE_NOTINSTALLEDNEEDED:
-            return "not installed, needed";
-        case ZALSTATE_NOTINSTALLEDNOTNEEDED:
-            return "not needed on this server";
-        case ZALSTATE_INSTALLNOTALLOWED:
-            return "installation not allowed";
-        default:
-            return "unknown";
-    }
-}
-
-void PrintRow(const char* name, const char* value)
-{
-    std::printf("  %-16s %s\n", name, value);
-}
-
 void PrintText(CComponent& component, ULONG id, const char* name)
 {
     static char szText[65536];  // components keep their texts far shorter
     component.GetProperty(id, szText, sizeof szText, "en");
-    PrintRow(name, szText);
+    PrintPropertyRow(name, szText);
 }
 
 void PrintFlag(CComponent& component, ULONG id, const char* name)
 {
     BOOL bFlag = FALSE;
     component.GetProperty(id, &bFlag, sizeof bFlag, "en");
-    PrintRow(name, bFlag ? "yes" : "no");
+    PrintPropertyRow(name, bFlag ? "yes" : "no");
 }
 
 // Messages may carry their own line end.
@@ -123,14 +97,14 @@ void CutLineEnd(char* text)
 
 void PrintProperties(CComponent& component, ZALINSTALLSTATE& state)
 {
-    PrintText(component, ZALPROP_NAME, "Name");
+    PrintText(component, ZALPROP_NAME, PropertyRow_Name);
     PrintText(component, ZALPROP_DESCRIPTION, "Description");
-    PrintText(component, ZALPROP_VERSIONCURRENT, "Current version");
-    PrintText(component, ZALPROP_VERSIONNEW, "New version");
+    PrintText(component, ZALPROP_VERSIONCURRENT, PropertyRow_CurrentVersion);
+    PrintText(component, ZALPROP_VERSIONNEW, PropertyRow_NewVersion);
     component.GetProperty(ZALPROP_INSTALLSTATE, &state, sizeof state, "en");
     CutLineEnd(state.szMessage);
-    PrintRow("Install state", StateText(state.nState));
-    if (state.szMessage[0] != '\0') PrintRow("Message", state.szMessage);
+    PrintPropertyRow(PropertyRow_InstallState, InstallStateText(state.nState));
+    if (state.szMessage[0] != '\0') PrintPropertyRow(PropertyRow_Message, state.szMessage);
     PrintFlag(component, ZALPROP_SUPPORTSILENTINSTALL, "Silent install");
     PrintFlag(component, ZALPROP_SUPPORTSILENTUPDATE, "Silent update");
     PrintFlag(component, ZALPROP_SUPPORTDOWNGRADE, "Downgrade");
@@ -177,6 +151,6 @@ int RunComponent(CComponent& component, int argc, char** argv)
     component.SwizzleLinuxReturnCode(result);
     // A component that may not be installed says nothing of its own.
     if (szResult[0] == '\0' && result == ReturnCodeErrorReturn)
-        std::printf("Nothing was installed: %s.\n", StateText(state.nState));
+        std::printf("Nothing was installed: %s.\n", InstallStateText(state.nState));
     return static_cast<int>(result);
 }

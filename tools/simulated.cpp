@@ -1,0 +1,46 @@
+#include "simulated.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+fs::path FindZalsim()
+{
+    const fs::path own = fs::read_symlink("/proc/self/exe").parent_path();
+    return fs::exists(own / "zalsim") ? own / "zalsim" : own.parent_path() / "sim" / "zalsim";
+}
+
+std::vector<char*> ToArguments(const std::vector<std::string>& command)
+{
+    std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
+    for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
+    arguments.push_back(nullptr);
+    return arguments;
+}
+
+std::vector<std::string> OnServer(const std::string& folder, const std::vector<std::string>& command)
+{
+    std::vector<std::string> result = {FindZalsim().string(), "--server", folder, "--"};
+    result.insert(result.end(), command.begin(), command.end());
+    return result;
+}
+
+bool RunOnServer(const std::string& folder, char** argv)
+{
+    const char* pszCurrent = std::getenv("ZALSIM_SERVER");
+    if (pszCurrent && fs::absolute(folder) == pszCurrent) return true;
+    std::vector<std::string> own;
+    for (; *argv; argv++) own.emplace_back(*argv);
+    const std::vector<std::string> command = OnServer(folder, own);
+    const std::vector<char*> arguments = ToArguments(command);
+    execv(arguments[0], arguments.data());
+    std::fprintf(stderr, "Can't run %s: %s\n", arguments[0], std::strerror(errno));
+    return false;
+}

@@ -1,0 +1,19 @@
+// Commands, and how the tools run them on a simulated server for --server.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+// zalsim, which is beside the tools or, where they are not installed, in a folder of its own.
+std::filesystem::path FindZalsim();
+
+// A command as the system takes it, with a null pointer at its end; holds while the command does.
+std::vector<char*> ToArguments(const std::vector<std::string>& command);
+
+// The command that runs a command on the simulated server in that folder.
+std::vector<std::string> OnServer(const std::string& folder, const std::vector<std::string>& command);
+
+// Starts this program again, with its arguments, on the simulated server in that folder. Comes back with true where it
+// runs there already, or with false and a line on standard error when it can't be started.
+bool RunOnServer(const std::string& folder, char** argv);
