@@ -13,6 +13,7 @@
 #include "component.h"
 #include "host/propertytable.h"
 #include "simulated.h"
+#include "tempfolder.h"
 #include "zalxml.h"
 
 namespace fs = std::filesystem;
@@ -30,30 +31,6 @@ const char* const TellMaker = "Get the package anew; if that does not help, tell
 const char* const InstallAgain = "Do not restart the server; run zaldeploy --install again.";
 
 using Properties = std::map<std::string, std::string>;
-
-// A folder that goes away with the object, for the file that discovery writes.
-class CDiscoveryFolder
-{
-  public:
-    CDiscoveryFolder()
-    {
-        std::string path = (fs::temp_directory_path() / "zaldeploy.XXXXXX").string();
-        if (!mkdtemp(path.data()))
-            throw std::runtime_error("can't make a folder in " + fs::temp_directory_path().string());
-        m_Path = path;
-    }
-    ~CDiscoveryFolder()
-    {
-        std::error_code ignored;
-        fs::remove_all(m_Path, ignored);
-    }
-    CDiscoveryFolder(const CDiscoveryFolder&) = delete;
-    CDiscoveryFolder& operator=(const CDiscoveryFolder&) = delete;
-    fs::path GetFile() const { return m_Path / "discovery.xml"; }
-
-  private:
-    fs::path m_Path;
-};
 
 std::vector<fs::path> SortedEntries(const fs::path& folder)
 {
@@ -99,12 +76,6 @@ std::vector<fs::path> FindPackagesIn(const fs::path& folder)
     return packages;
 }
 
-std::string Last(const std::vector<std::string>& lines)
-{
-    const auto line = std::find_if(lines.rbegin(), lines.rend(), [](const std::string& l) { return !l.empty(); });
-    return line == lines.rend() ? "" : *line;
-}
-
 std::vector<std::string> Command(const Component& component, const DeployOptions& options,
                                  const std::vector<std::string>& switches)
 {
@@ -139,8 +110,8 @@ std::string DescribeEnd(const ProcessResult& result, double seconds)
             text += std::string("can't be started (") + std::strerror(result.Status) + ")";
             break;
     }
-    std::string last = result.End == ProcessEnd::Exited ? Last(result.Output) : "";
-    if (last.empty()) last = Last(result.Errors);
+    std::string last = result.End == ProcessEnd::Exited ? LastLine(result.Output) : "";
+    if (last.empty()) last = LastLine(result.Errors);
     if (!last.empty()) text += ": " + last;
     return std::strchr(".!?", text.back()) ? text : text + ".";
 }
@@ -314,13 +285,13 @@ Component Discover(CProcessRunner& runner, const fs::path& folder, const DeployO
         return component;
     }
 
-    const CDiscoveryFolder discovery;
+    const CTempFolder folderOfFile("zaldeploy");
+    const fs::path file = folderOfFile.GetPath() / "discovery.xml";
     const ProcessResult result =
-        runner.Run(Command(component, options, {"/d", discovery.GetFile().string()}), options.Timeout, TimeLimit::End);
+        runner.Run(Command(component, options, {"/d", file.string()}), options.Timeout, TimeLimit::End);
     Properties properties = ReadProperties(result.Output);
     const bool succeeded = result.End == ProcessEnd::Exited && result.Status == ReturnCodeNone;
-    const std::string problem =
-        succeeded ? ReadDiscoveryFile(discovery.GetFile(), component) : DescribeEnd(result, options.Timeout);
+    const std::string problem = succeeded ? ReadDiscoveryFile(file, component) : DescribeEnd(result, options.Timeout);
     const int state = InstallStateFromText(properties[PropertyRow_InstallState]);
     if (component.WhyNot.empty()) component.WhyNot = properties[PropertyRow_Message];
     if (problem.empty()) {
@@ -355,7 +326,7 @@ void Install(CProcessRunner& runner, Component& component, const DeployOptions& 
     InstallOutcome& outcome = component.Outcome.emplace();
     outcome.Now = after.Current;
     const bool said = result.End == ProcessEnd::Exited && result.Status <= ReturnCodeErrorReturn;
-    outcome.Message = said ? Last(result.Output) : DescribeEnd(result, seconds);
+    outcome.Message = said ? LastLine(result.Output) : DescribeEnd(result, seconds);
     if (said && (result.Status == ReturnCodeNone || result.Status == ReturnCodeReboot))
         return Verify(component, after, result.Status == ReturnCodeReboot);
     outcome.Result = "failed";

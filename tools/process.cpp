@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdint>
@@ -222,6 +223,12 @@ ProcessResult CProcessRunner::Run(const std::vector<std::string>& command, doubl
     result.End = WIFEXITED(status) ? ProcessEnd::Exited : ours;
     result.Status = WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status);
     return result;
+}
+
+std::string LastLine(const std::vector<std::string>& lines)
+{
+    const auto line = std::find_if(lines.rbegin(), lines.rend(), [](const std::string& l) { return !l.empty(); });
+    return line == lines.rend() ? "" : *line;
 }
 
 std::string Printable(std::string text)

@@ -58,5 +58,8 @@ class CProcessRunner
     bool m_bStopped = false;
 };
 
+// The last line that is not empty; empty when there is none.
+std::string LastLine(const std::vector<std::string>& lines);
+
 // The text without what would confuse a terminal or a table.
 std::string Printable(std::string text);

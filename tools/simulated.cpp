@@ -37,7 +37,8 @@ bool RunOnServer(const std::string& folder, char** argv)
     const char* pszCurrent = std::getenv("ZALSIM_SERVER");
     if (pszCurrent && fs::absolute(folder) == pszCurrent) return true;
     std::vector<std::string> own;
-    for (; *argv; argv++) own.emplace_back(*argv);
+    own.push_back(fs::read_symlink("/proc/self/exe").string());  // the shell may have found it by its name
+    for (argv++; *argv; argv++) own.emplace_back(*argv);
     const std::vector<std::string> command = OnServer(folder, own);
     const std::vector<char*> arguments = ToArguments(command);
     execv(arguments[0], arguments.data());

@@ -1,5 +1,6 @@
 // zalrule: evaluates an applicability rule, and shows how.
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -63,8 +64,9 @@ bool Define(CSymbolTable& symbols, const std::string& definition)
     if (equals == std::string::npos || equals == 0) return false;
     char* pEnd = nullptr;
     const std::string value = definition.substr(equals + 1);
-    const long long number = std::strtoll(value.c_str(), &pEnd, 0);
-    if (value.empty() || *pEnd != '\0') return false;
+    const int base = value.find_first_of("xX") == std::string::npos ? 10 : 16;
+    const long long number = std::strtoll(value.c_str(), &pEnd, base);
+    if (value.empty() || *pEnd != '\0' || number < INT32_MIN || number > UINT32_MAX) return false;
     symbols.DefineIntegerSymbol(definition.substr(0, equals).c_str(), static_cast<std::int32_t>(number));
     return true;
 }
@@ -106,7 +108,11 @@ int main(int argc, char** argv)
     app.add_option("-D", definitions, "Define $NAME, over what the server tells: NAME=NUMBER")->allow_extra_args(false);
     app.add_flag("--trace", trace, "Print each hardware read");
     app.add_flag("--explain", explain, "Print the expression with all its parentheses, as it is evaluated");
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? Exit_Value : Exit_Usage;
+    }
 
     if (!server.empty() && !RunOnServer(server, argv)) return Exit_Usage;
     if (explain) {
