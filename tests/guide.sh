@@ -51,7 +51,7 @@ mkdir -p "$copy/build/release"
 tar -C "$tree" --exclude=./build --exclude=./.git -cf - . | tar -C "$copy" -xf -
 [ ! -e "$tree/build/sysroot-i386" ] || ln -s "$tree/build/sysroot-i386" "$copy/build/"
 ln -s "$build/sim" "$build/tools" "$copy/build/release/"
-sed -i -e "s|^add_subdirectory(FlashLib)|include($build/built.cmake)|" \
+sed -i -e "s|^add_subdirectory(FlashLib)|include(\"$build/built.cmake\")|" \
     -e '/^add_subdirectory(\(platform\|sim\|tools\))/d' -e 's/"Build the tests" ON/"Build the tests" OFF/' \
     "$copy/CMakeLists.txt"
 cd "$copy"

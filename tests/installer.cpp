@@ -21,7 +21,7 @@ int CInstallerTest::Run(const std::string& server, const std::string& switches, 
 {
     m_Server.Write("server.json", server);
     const fs::path installer = fs::path(PACKAGES) / m_Component / m_Component;
-    return Zalsim(options + " -- " + installer.string() + " /y " + m_Package.Path().string() + " " + switches);
+    return Zalsim(options + " -- '" + installer.string() + "' /y " + m_Package.Path().string() + " " + switches);
 }
 
 testing::AssertionResult CInstallerTest::Ends(int status, const std::string& text, const std::string& server,

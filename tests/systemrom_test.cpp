@@ -8,7 +8,7 @@ namespace fs = std::filesystem;
 namespace
 {
 
-const char* const Installer = PACKAGES "/systemrom/systemrom";
+const char* const Installer = "'" PACKAGES "/systemrom/systemrom'";
 
 std::string Image(const char* family, std::size_t size)
 {
@@ -245,10 +245,10 @@ TEST_F(SystemRom, SimulationRefusesWhatItCantPlay)
     m_Server.Write("server.json", R"({"tpm": "maybe"})");
     EXPECT_EQ(126, RunCommand(zalsim + " --server " + m_Server.Path().string() + " --describe", m_Output));
     EXPECT_TRUE(Says("tpm can't be \"maybe\""));
-    EXPECT_EQ(126, RunCommand(zalsim + " --server " SERVERS "/rack -- /no/such/program", m_Output));
-    EXPECT_EQ(126, RunCommand(zalsim + " --server " SERVERS "/rack", m_Output));
+    EXPECT_EQ(126, RunCommand(zalsim + " --server '" SERVERS "/rack' -- /no/such/program", m_Output));
+    EXPECT_EQ(126, RunCommand(zalsim + " --server '" SERVERS "/rack'", m_Output));
     if (sizeof(void*) == 4) {
-        EXPECT_EQ(126, RunCommand(zalsim + " --server " SERVERS "/rack -- /bin/true", m_Output));
+        EXPECT_EQ(126, RunCommand(zalsim + " --server '" SERVERS "/rack' -- /bin/true", m_Output));
         EXPECT_TRUE(Says("is not a 32-bit program"));
     }
 }

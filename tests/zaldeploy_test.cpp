@@ -69,25 +69,25 @@ class Zaldeploy : public testing::Test
 TEST_F(Zaldeploy, InstallsWhatTheTableSaysAndNothingTwice)
 {
     UseRack();
-    EXPECT_EQ(1, RunOnServer(PACKAGES)) << m_Output;
+    EXPECT_EQ(1, RunOnServer("'" PACKAGES "'")) << m_Output;
     EXPECT_TRUE(
         Says("Quorvant System ROM - P70                      P70      2.30 (09/12/2019)  2.40 (03/15/2021)  "
              "upgrade  reboot        -\n"))
         << m_Output;
-    EXPECT_EQ(1, RunOnServer("--install --dry-run " PACKAGES));
+    EXPECT_EQ(1, RunOnServer("--install --dry-run '" PACKAGES "'"));
     EXPECT_TRUE(Says(PACKAGES "/devicefw/devicefw /y " PACKAGES "/devicefw\n")) << m_Output;
     EXPECT_FALSE(fs::exists(m_Server.Path() / "rom.bin"));
 
-    EXPECT_EQ(2, RunOnServer("--install " PACKAGES)) << m_Output;
+    EXPECT_EQ(2, RunOnServer("--install '" PACKAGES "'")) << m_Output;
     EXPECT_TRUE(Says("upgrade from 1.2.5 to 1.3.2\n")) << m_Output;
     EXPECT_TRUE(Says("  Uploading: 100352 of 200000 bytes, 50%, ")) << m_Output;
     EXPECT_FALSE(Says("Silent update")) << m_Output;
     EXPECT_TRUE(Says("installed, restart  2.30 (09/12/2019)  2.40 (03/15/2021)  System ROM P70 2.40")) << m_Output;
     EXPECT_TRUE(Says("\nRestart the server")) << m_Output;
 
-    EXPECT_EQ(0, RunOnServer("--install " PACKAGES)) << m_Output;
+    EXPECT_EQ(0, RunOnServer("--install '" PACKAGES "'")) << m_Output;
     EXPECT_TRUE(Says("skip    reboot        This version is installed; --force writes it again.\n")) << m_Output;
-    EXPECT_EQ(0, RunOnServer("--install --force --json " PACKAGES "/devicefw/")) << m_Output;
+    EXPECT_EQ(0, RunOnServer("--install --force --json '" PACKAGES "/devicefw/'")) << m_Output;
     const Json devicefw = Components().at(0);
     EXPECT_EQ("rewrite", devicefw.at("action"));
     EXPECT_EQ("installed", devicefw.at("outcome").at("result"));
@@ -96,25 +96,25 @@ TEST_F(Zaldeploy, InstallsWhatTheTableSaysAndNothingTwice)
 TEST_F(Zaldeploy, SaysWhyAComponentIsNotInstalled)
 {
     m_Server.Write("server.json", ReadFile(SERVERS "/blade/server.json"));
-    EXPECT_EQ(1, RunOnServer("--json " PACKAGES)) << m_Output;
+    EXPECT_EQ(1, RunOnServer("--json '" PACKAGES "'")) << m_Output;
     EXPECT_EQ("upgrade", Components().at(0).at("action"));
     EXPECT_EQ("This package is not meant for this server: its rule \"$Generation >= 3 && !$Blade\" does not hold.",
               Components().at(1).at("why_not"));
     EXPECT_EQ("This package is for ROM family P70; this server has a ROM of family T46.",
               Components().at(2).at("why_not"));
     UseRack(R"({"faults": {"processor": {"dead": true}}})");
-    EXPECT_EQ(3, RunOnServer("--install " PACKAGES "/devicefw")) << m_Output;
+    EXPECT_EQ(3, RunOnServer("--install '" PACKAGES "/devicefw'")) << m_Output;
     EXPECT_TRUE(Says("The management processor does not answer; restart it, then try again.\n")) << m_Output;
 }
 
 TEST_F(Zaldeploy, TellsWhatAPowerLossLeavesAndRecovers)
 {
     UseRack(R"({"faults": {"flash": {"power_lost_after_blocks": 5}}})");
-    EXPECT_EQ(6, RunOnServer("--install " PACKAGES "/systemrom")) << m_Output;
+    EXPECT_EQ(6, RunOnServer("--install '" PACKAGES "/systemrom'")) << m_Output;
     EXPECT_TRUE(Says("failed  2.30 (09/12/2019)  Incomplete  The installer crashed (Killed)")) << m_Output;
     EXPECT_TRUE(Says("The device may be half written. Do not restart the server; run zaldeploy --install again."));
     UseRack();
-    EXPECT_EQ(2, RunOnServer("--install " PACKAGES "/systemrom")) << m_Output;
+    EXPECT_EQ(2, RunOnServer("--install '" PACKAGES "/systemrom'")) << m_Output;
 }
 
 TEST_F(Zaldeploy, SurvivesDiscoveriesThatGoWrong)
@@ -249,7 +249,8 @@ TEST_F(Zaldeploy, ShowsWhatTheServerIsMadeOf)
     UseRack(R"({"faults": {"processor": {"dead": true}}})");
     EXPECT_EQ(4, RunOnServer("inventory"));
     EXPECT_TRUE(Says("state does not answer: restart it\n")) << m_Output;
-    EXPECT_EQ(4, Run("inventory --server " SERVERS "/bare")) << m_Output;
+    m_Server.Write("server.json", ReadFile(SERVERS "/bare/server.json"));
+    EXPECT_EQ(4, RunOnServer("inventory")) << m_Output;
 }
 
 TEST_F(Zaldeploy, SaysWhenItCanNotRun)
@@ -260,6 +261,6 @@ TEST_F(Zaldeploy, SaysWhenItCanNotRun)
         EXPECT_EQ(7, Run(arguments)) << arguments << m_Output;
     EXPECT_EQ(7, Run(m_Packages.Path().string()));
     EXPECT_TRUE(Says("there is no component package in ")) << m_Output;
-    EXPECT_EQ(4, Run("--server /nowhere " PACKAGES "/systemrom")) << m_Output;
+    EXPECT_EQ(4, Run("--server /nowhere '" PACKAGES "/systemrom'")) << m_Output;
     EXPECT_TRUE(Says("ended with exit status 126: zalsim: ")) << m_Output;
 }
