@@ -69,15 +69,3 @@ TEST_P(Crc32, TakesEveryLengthAtEveryAlignment)
         }
     }
 }
-
-TEST_P(Crc32, TakesLongBuffers)
-{
-    for (unsigned int seed = 0; seed < 8; seed++) {
-        Bytes bytes = RandomBytes(300000 + 12345 * seed, seed);
-        ASSERT_EQ(Definition(bytes, seed).back(), Crc(bytes, 0, bytes.size(), seed)) << bytes.size();
-    }
-    for (unsigned char byte : Bytes{0x00, 0xFF}) {
-        Bytes bytes(100001, byte);
-        EXPECT_EQ(Definition(bytes, 0).back(), Crc(bytes, 0, bytes.size(), 0));
-    }
-}

@@ -1,4 +1,3 @@
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -30,16 +29,6 @@ CStr FamilyOf(std::size_t offset, const std::string& bytes)
 }
 
 }  // namespace
-
-TEST(System, TellsTheHostAndOffersNoVariables)
-{
-    CSystem system;
-    BYTE buffer[4];
-    int length = 0;
-    EXPECT_STREQ("Linux version 0.0", system.GetOSNameAndVersion());
-    EXPECT_TRUE(system.Reboot());
-    EXPECT_FALSE(system.GetEV("x", buffer, 4) || system.GetEV("x", buffer, 4, length) || system.SetEV("x", buffer, 4));
-}
 
 TEST(System, ReadsPhysicalMemoryThroughTheDriver)
 {
@@ -83,22 +72,6 @@ TEST(Identity, TellsBlades)
         EXPECT_EQ(c.second, CSystem().IsBlade()) << c.first;
     }
     EXPECT_STREQ("", CSystem().GetProductName());
-}
-
-TEST(Identity, PassesOnWhatSmbiosAnswers)
-{
-    UseServer(RackServer());
-    CSystem system;
-    EXPECT_STREQ("09/12/2019", system.GetROMDate());
-    EXPECT_STREQ("2.30", system.GetROMVersion());
-    EXPECT_STREQ("v2.10 (03/02/2018)", system.GetRDDate());
-    EXPECT_STREQ("04/17/2016", system.GetBBDate());
-    EXPECT_EQ(21, system.GetPALVersion(0));
-    EXPECT_EQ(0xA5, system.GetPlatformIDValue());
-    UseServer(RackServer(R"({"faults": {"smbios": "missing"}})"));
-    EXPECT_STREQ("", system.GetROMDate());
-    EXPECT_EQ(0, system.GetPALVersion(0));
-    EXPECT_EQ(0, system.GetTPMStatus());
 }
 
 // The family is kept for the life of the process: a process of its own.
@@ -146,13 +119,4 @@ TEST(Simulation, MovesTheClockInsteadOfSleeping)
     // A loop that waits by asking for the time ends.
     const auto start = std::chrono::steady_clock::now();
     while (std::chrono::steady_clock::now() - start < std::chrono::milliseconds(100)) continue;
-}
-
-TEST(Simulation, LeavesOtherFilesAlone)
-{
-    UseServer(RackServer());
-    CTempFolder folder;
-    EXPECT_EQ("text", ReadFile(folder.Write("file", "text")));
-    BYTE byte = 0;
-    EXPECT_FALSE(ioctl(-1, 10, &byte) == 0);
 }
