@@ -1,9 +1,10 @@
 #!/bin/sh
-# Follows docs/writing-a-component.md in a copy of the tree: runs its commands, compares what they print where the page
-# shows it, and writes its files. guide.sh TREE BUILD: the library and the simulated server are the ones in BUILD.
+# Follows a page of docs/ in a copy of the tree: runs its commands, compares what they print where the page shows it, and
+# writes its files. guide.sh TREE BUILD PAGE: the library, the simulated server and the packages are the ones in BUILD.
 set -eu
 tree=$1
 build=$2
+page=$tree/docs/$3
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
@@ -13,8 +14,8 @@ awk -v end=__END_OF_BLOCK__ '
     /^```/ && !block { block = 1; console = /console/; if ($2) print (seen[$2]++ ? "more" : "file"), $2, "<<\"" end "\""; text = $2; next }
     /^```/ { if (open || text) print end; block = open = 0; next }
     block && console && /^\$ / { if (open) print end; open = 1; print "run <<\"" end "\""; sub(/^\$ /, "") }
-    block && (console || text)' "$tree/docs/writing-a-component.md" >"$folder/steps"
-[ "$(grep -c '^run' "$folder/steps")" -ge 10 ] || { echo "The page has hardly a command." >&2; exit 1; }
+    block && (console || text)' "$page" >"$folder/steps"
+[ "$(grep -c '^run' "$folder/steps")" -ge 5 ] || { echo "The page has hardly a command." >&2; exit 1; }
 
 file() { cat >"$1"; }
 more() { cat >>"$1"; }
@@ -51,6 +52,7 @@ mkdir -p "$copy/build/release"
 tar -C "$tree" --exclude=./build --exclude=./.git -cf - . | tar -C "$copy" -xf -
 [ ! -e "$tree/build/sysroot-i386" ] || ln -s "$tree/build/sysroot-i386" "$copy/build/"
 ln -s "$build/sim" "$build/tools" "$copy/build/release/"
+cp -r "$build/packages" "$copy/build/release/"
 sed -i -e "s|^add_subdirectory(FlashLib)|include(\"$build/built.cmake\")|" \
     -e '/^add_subdirectory(\(platform\|sim\|tools\))/d' -e 's/"Build the tests" ON/"Build the tests" OFF/' \
     "$copy/CMakeLists.txt"
