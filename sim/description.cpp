@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "fields.h"
+#include "romimage.h"
 
 namespace sim
 {
@@ -13,7 +14,7 @@ namespace sim
 namespace
 {
 
-FirmwareDescription Firmware(const Json& object)
+FirmwareDescription Firmware(CFields& fields)
 {
     static const std::map<std::string, std::uint16_t> types = {
         {"system_rom", 1}, {"redundant_rom", 2}, {"boot_block", 3}, {"power_pic", 4}, {"power_pic_boot", 5},
@@ -21,98 +22,106 @@ FirmwareDescription Firmware(const Json& object)
         {"csm", 11},       {"apml", 12},         {"none", 0},
     };
     FirmwareDescription firmware;
-    firmware.Type = Choice(object, "type", types);
-    firmware.Name = Text(object, "name");
-    firmware.Version = Text(object, "version");
-    firmware.Format = Numeric<std::uint8_t>(object, "format", 0);
-    firmware.Data = object.value("data", std::vector<std::uint8_t>());
-    if (firmware.Data.size() > 12) throw std::runtime_error("a firmware's data has more than 12 bytes");
+    firmware.Type = fields.Choice("type", types);
+    firmware.Name = fields.Text("name");
+    firmware.Version = fields.Text("version");
+    firmware.Format = fields.Numeric<std::uint8_t>("format", 0);
+    firmware.Data = fields.Numbers<std::uint8_t>("data");
+    if (firmware.Data.size() > 12) fields.RefuseValue("data", "at most 12 bytes");
     return firmware;
 }
 
-FlashFaults FlashPartFaults(const Json& object)
+FlashFaults FlashPartFaults(CFields& fields)
 {
     FlashFaults faults = {};
-    faults.FailsAtTable = object.value("fails_at_table", -1);
-    faults.PowerLostAfterBlocks = object.value("power_lost_after_blocks", -1);
-    faults.PowerLostAtTable = object.value("power_lost_at_table", faults.PowerLostAfterBlocks < 0 ? -1 : 3);
+    faults.FailsAtTable = fields.Numeric("fails_at_table", -1);
+    faults.PowerLostAfterBlocks = fields.Numeric("power_lost_after_blocks", -1);
+    faults.PowerLostAtTable = fields.Numeric("power_lost_at_table", faults.PowerLostAfterBlocks < 0 ? -1 : 3);
     if (faults.PowerLostAfterBlocks < 0) faults.PowerLostAfterBlocks = 0;
-    faults.StuckBlock = object.value("stuck_block", -1);
-    faults.NoHeader = object.value("no_header", false);
+    faults.StuckBlock = fields.Numeric("stuck_block", -1);
+    faults.NoHeader = fields.Flag("no_header");
     return faults;
 }
 
-IpmiFaults ManagementControllerFaults(const Json& object)
+IpmiFaults ManagementControllerFaults(CFields& fields)
 {
     IpmiFaults faults = {};
-    faults.Missing = object.value("missing", false);
-    faults.Silent = object.value("silent", false);
-    faults.Foreign = object.value("foreign", false);
-    faults.Event = object.value("event", false);
-    faults.DelayMs = object.value("delay_ms", 0);
-    faults.Interruptions = object.value("interruptions", 0);
-    faults.CompletionCode = object.value("completion_code", 0);
-    faults.Status = object.value("status", 0);
-    faults.SendFails = object.value("send_fails", false);
-    faults.Padding = object.value("padding", 0);
-    faults.EmptyAnswer = object.value("empty_answer", false);
+    faults.Missing = fields.Flag("missing");
+    faults.Silent = fields.Flag("silent");
+    faults.Foreign = fields.Flag("foreign");
+    faults.Event = fields.Flag("event");
+    faults.DelayMs = fields.Numeric("delay_ms", 0);
+    faults.Interruptions = fields.Numeric("interruptions", 0);
+    faults.CompletionCode = fields.Numeric("completion_code", 0);
+    faults.Status = fields.Numeric("status", 0);
+    faults.SendFails = fields.Flag("send_fails");
+    faults.Padding = fields.Numeric("padding", 0);
+    faults.EmptyAnswer = fields.Flag("empty_answer");
     return faults;
 }
 
-ServerDescription Describe(const Json& json, const std::filesystem::path& folder)
+void DescribeRom(CFields& fields, ServerDescription& server)
+{
+    server.Rom.Family = fields.Text("family");
+    server.Rom.Version = fields.Text("version");
+    server.Rom.Date = fields.Text("date");
+    server.Rom.Name = fields.Text("name", "SYSTEM ROM");
+    server.RomSize = fields.Numeric<std::size_t>("size", 1048576);
+    if (!IsRomSize(server.RomSize)) fields.RefuseValue("size", "a multiple of 65536 bytes");
+    server.RedundantRomDate = fields.Text("redundant_date");
+    server.BootBlockDate = fields.Text("boot_block_date");
+    server.OemRomName = fields.Text("oem_name");
+    server.OemRomDate = fields.Text("oem_date");
+}
+
+void DescribeFaults(CFields& fields, ServerDescription& server)
+{
+    server.Smbios = fields.Choice<SmbiosFault>("smbios", {{"none", SmbiosFault::None},
+                                                          {"missing", SmbiosFault::Missing},
+                                                          {"empty", SmbiosFault::Empty},
+                                                          {"read_error", SmbiosFault::ReadError},
+                                                          {"no_anchor", SmbiosFault::NoAnchor},
+                                                          {"false_anchor", SmbiosFault::FalseAnchor},
+                                                          {"misaligned", SmbiosFault::Misaligned},
+                                                          {"zero_address", SmbiosFault::ZeroAddress},
+                                                          {"truncated", SmbiosFault::Truncated},
+                                                          {"unreadable", SmbiosFault::Unreadable}});
+    server.Driver = fields.Choice<DriverFault>("driver", {{"none", DriverFault::None},
+                                                          {"missing", DriverFault::Missing},
+                                                          {"refuses", DriverFault::Refuses},
+                                                          {"fails", DriverFault::Fails}});
+    server.Flash = fields.Object("flash", FlashPartFaults);
+    server.Ipmi = fields.Object("ipmi", ManagementControllerFaults);
+    const ProcessorFaults processor = fields.Object("processor", DescribeProcessorFaults);
+    if (server.Processor) server.Processor->Faults = processor;
+}
+
+ServerDescription Describe(CFields& fields)
 {
     ServerDescription server = {};
-    server.Folder = folder;
-    server.Product = Text(json, "product");
-    server.Manufacturer = Text(json, "manufacturer", "Quorvant");
-    server.Serial = Text(json, "serial");
-    server.Generation = Numeric(json, "generation", 9);
-    server.SystemId = Text(json, "system_id");
-    server.PlatformId = Numeric<std::uint16_t>(json, "platform_id", 0);
-    server.TpmStatus = Choice<std::uint8_t>(json, "tpm", {{"none", 0}, {"enabled", 1}, {"disabled", 2}});
+    server.Product = fields.Text("product");
+    server.Manufacturer = fields.Text("manufacturer", "Quorvant");
+    server.Serial = fields.Text("serial");
+    server.Generation = fields.Numeric("generation", 9);
+    server.SystemId = fields.Text("system_id");
+    server.PlatformId = fields.Numeric<std::uint16_t>("platform_id", 0);
+    server.TpmStatus = fields.Choice<std::uint8_t>("tpm", {{"none", 0}, {"enabled", 1}, {"disabled", 2}});
 
-    const Json& rom = Object(json, "rom");
-    server.Rom = {Text(rom, "family"), Text(rom, "version"), Text(rom, "date"), Text(rom, "name", "SYSTEM ROM")};
-    server.RomSize = Numeric<std::size_t>(rom, "size", 1048576);
-    if (server.RomSize < 65536 || server.RomSize % 65536 != 0)
-        throw std::runtime_error("a ROM's size is a multiple of 65536 bytes");
-    server.FlashTables = json.value("flash_tables", std::vector<std::string>{"$ZALFLSH"});
-    server.RedundantRomDate = Text(rom, "redundant_date");
-    server.BootBlockDate = Text(rom, "boot_block_date");
-    server.OemRomName = Text(rom, "oem_name");
-    server.OemRomDate = Text(rom, "oem_date");
-    server.PowerMicroVersion = Text(json, "power_micro_version");
-    for (const Json& firmware : json.value("firmware", Json::array())) server.Firmware.push_back(Firmware(firmware));
+    fields.Object("rom", [&](CFields& rom) { DescribeRom(rom, server); });
+    server.FlashTables = fields.Texts("flash_tables", {"$ZALFLSH"});
+    server.PowerMicroVersion = fields.Text("power_micro_version");
+    server.Firmware = fields.Objects("firmware", Firmware);
+    fields.Object("flash_buffer", [&](CFields& buffer) {
+        server.FlashBufferAddress = buffer.Numeric<std::uint64_t>("address", 0);
+        server.FlashBufferSize = buffer.Numeric<std::uint32_t>("size", 0);
+    });
+    server.SmbiosDump = fields.Text("smbios_dump");
+    server.DriverVersion = fields.Object("driver", [](CFields& driver) { return driver.Text("version"); });
 
-    const Json& buffer = Object(json, "flash_buffer");
-    server.FlashBufferAddress = Numeric<std::uint64_t>(buffer, "address", 0);
-    server.FlashBufferSize = Numeric<std::uint32_t>(buffer, "size", 0);
-
-    if (json.contains("smbios_dump")) server.SmbiosDump = folder / Text(json, "smbios_dump");
-    server.DriverVersion = Text(Object(json, "driver"), "version");
-
-    const Json& faults = Object(json, "faults");
-    server.Smbios = Choice<SmbiosFault>(faults, "smbios",
-                                        {{"none", SmbiosFault::None},
-                                         {"missing", SmbiosFault::Missing},
-                                         {"empty", SmbiosFault::Empty},
-                                         {"read_error", SmbiosFault::ReadError},
-                                         {"no_anchor", SmbiosFault::NoAnchor},
-                                         {"false_anchor", SmbiosFault::FalseAnchor},
-                                         {"misaligned", SmbiosFault::Misaligned},
-                                         {"zero_address", SmbiosFault::ZeroAddress},
-                                         {"truncated", SmbiosFault::Truncated},
-                                         {"unreadable", SmbiosFault::Unreadable}});
-    server.Driver = Choice<DriverFault>(faults, "driver",
-                                        {{"none", DriverFault::None},
-                                         {"missing", DriverFault::Missing},
-                                         {"refuses", DriverFault::Refuses},
-                                         {"fails", DriverFault::Fails}});
+    server.Processor = fields.Optional("management_processor", DescribeProcessor);
+    fields.Object("faults", [&](CFields& faults) { DescribeFaults(faults, server); });
     if (server.DriverVersion.empty()) server.Driver = DriverFault::Missing;
-    server.Flash = FlashPartFaults(Object(faults, "flash"));
-    server.Ipmi = ManagementControllerFaults(Object(faults, "ipmi"));
-    server.Processor = DescribeProcessor(Object(json, "management_processor"), Object(faults, "processor"));
-    if (!json.value("management_controller", true)) server.Ipmi.Missing = true;
+    if (!fields.Flag("management_controller", true)) server.Ipmi.Missing = true;
     return server;
 }
 
@@ -122,12 +131,21 @@ ServerDescription ReadDescription(const std::filesystem::path& folder)
 {
     std::ifstream file(folder / "server.json");
     if (!file) throw std::runtime_error("There is no server in " + folder.string() + ": no server.json");
+    const char* pszFaults = std::getenv("ZALSIM_FAULTS");
+    std::string source = "The description of the server in " + folder.string();
     try {
         Json json = Json::parse(file);
-        if (const char* pszFaults = std::getenv("ZALSIM_FAULTS")) json["faults"].merge_patch(Json::parse(pszFaults));
-        return Describe(json, folder);
+        ServerDescription server = CFields::Read(json, "server.json", Describe);
+        if (pszFaults) {
+            source = "A fault of this run";
+            json["faults"].merge_patch(Json::parse(pszFaults));
+            server = CFields::Read(json, "server.json", Describe);
+        }
+        server.Folder = folder;
+        if (!server.SmbiosDump.empty()) server.SmbiosDump = folder / server.SmbiosDump;
+        return server;
     } catch (const std::exception& error) {
-        throw std::runtime_error("The description of the server in " + folder.string() + " is wrong: " + error.what());
+        throw std::runtime_error(source + " is wrong: " + error.what());
     }
 }
 

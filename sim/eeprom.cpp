@@ -20,12 +20,12 @@ class CEeprom : public I2CDevice
     explicit CEeprom(const I2CSite& site)
         : m_File(site.Folder / ("eeprom-" + std::to_string(site.Bus) + "-" + std::to_string(site.Address) + ".bin")),
           m_IsHalted(site.IsHalted),
-          m_Owner(Numeric(site.Description, "device_id", 0)),
-          m_Bytes(Numeric<std::size_t>(site.Description, "size", 256), 0xFF),
+          m_Owner(site.Description.Numeric("device_id", 0)),
+          m_Bytes(site.Description.Numeric<std::uint16_t>("size", 256), 0xFF),
           m_Pointer(0)
     {
-        if (m_Bytes.empty() || m_Bytes.size() > 256) throw std::runtime_error("an EEPROM has 1 to 256 bytes");
-        const std::string data = Text(site.Description, "data");
+        if (m_Bytes.empty() || m_Bytes.size() > 256) site.Description.RefuseValue("size", "1 to 256 bytes");
+        const std::string data = site.Description.Text("data");
         std::copy_n(data.begin(), std::min(data.size(), m_Bytes.size()), m_Bytes.begin());
         std::ifstream file(m_File, std::ios::binary);
         file.read(reinterpret_cast<char*>(m_Bytes.data()), static_cast<std::streamsize>(m_Bytes.size()));

@@ -71,6 +71,7 @@ DeviceFlashStatus CFlashDevice::Open()
     if (IsBusy()) return DeviceFlashStatus_Busy;
     m_Journal.Write("device open handler=%s", m_Device.Handler.c_str());
     m_bOpen = true;
+    m_Stream.close();
     m_Received = 0;
     m_Crc = 0;
     return DeviceFlashStatus_OK;

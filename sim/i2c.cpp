@@ -28,15 +28,19 @@ bool RegisterI2CDevice(const char* type, I2CMaker maker)
 CI2CBuses::CI2CBuses(const ProcessorDescription& processor, const std::filesystem::path& folder, CJournal& journal,
                      PowerPicDescription* pPowerPic, const std::function<bool(int)>& isHalted)
 {
-    const Json faults = Json::parse(processor.Faults.I2C);
-    m_Refusals = faults.value("no_acknowledge", 0);
-    for (const I2CDescription& device : processor.I2C) {
-        const auto maker = Makers().find(device.Type);
-        if (maker == Makers().end()) throw std::runtime_error("there is no I2C device of type \"" + device.Type + "\"");
-        const Json description = Json::parse(device.Json);
-        m_Devices[{device.Bus, device.Address}] =
-            maker->second({device.Bus, device.Address, folder, journal, description, faults, pPowerPic, isHalted});
-    }
+    const auto add = [&](CFields& fields, CFields& faults) {
+        const std::string type = fields.Text("type");
+        const int bus = fields.Numeric("bus", 0);
+        const int address = fields.Numeric("address", 0);
+        const auto maker = Makers().find(type);
+        if (maker == Makers().end()) throw std::runtime_error("there is no I2C device of type \"" + type + "\"");
+        m_Devices[{bus, address}] = maker->second({bus, address, folder, journal, fields, faults, pPowerPic, isHalted});
+    };
+    CFields::Read(Json::parse(processor.Faults.I2C), "i2c", [&](CFields& faults) {
+        m_Refusals = faults.Numeric("no_acknowledge", 0);
+        for (const std::string& device : processor.I2C)
+            CFields::Read(Json::parse(device), "i2c", [&](CFields& fields) { add(fields, faults); });
+    });
 }
 
 bool CI2CBuses::Transfer(int bus, int address, const I2CDevice::Bytes& write, I2CDevice::Bytes& read)

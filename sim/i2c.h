@@ -6,7 +6,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <nlohmann/json_fwd.hpp>
 #include <utility>
 #include <vector>
 
@@ -31,15 +30,17 @@ class I2CDevice
     virtual bool Read(Bytes& bytes) = 0;
 };
 
-// Where a device finds itself. What stands behind the references lives as long as the device, but for the JSON objects.
+class CFields;
+
+// Where a device finds itself. What stands behind the references lives as long as the device, but for the fields.
 struct I2CSite
 {
     int Bus;
     int Address;
     std::filesystem::path Folder;  // of the server, for what the device keeps
     CJournal& Journal;
-    const nlohmann::json& Description;           // the device's object in server.json
-    const nlohmann::json& Faults;                // "faults.processor.i2c"
+    CFields& Description;                        // the device's object in server.json
+    CFields& Faults;                             // "faults.processor.i2c"
     PowerPicDescription* pPowerPic;              // what the processor tells of the power PIC; null: there is none
     std::function<bool(int deviceID)> IsHalted;  // whether device control has stopped that device's own traffic
 };

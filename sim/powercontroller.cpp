@@ -67,25 +67,27 @@ const std::map<std::string, Family> Families = {
 
 using Registers = std::map<int, std::uint16_t>;
 
-Registers ReadRegisters(const Json& object)
+Registers ReadRegisters(CFields& fields)
 {
     Registers registers;
-    for (const auto& entry : object.items()) {
-        const int number = std::stoi(entry.key(), nullptr, 0);
-        if (number < 0 || number >= RegisterSpace || number % 2 != 0)
-            throw std::runtime_error("a power controller has no register " + entry.key());
-        registers[number] = Numeric<std::uint16_t>(object, entry.key().c_str(), 0);
+    for (const std::string& key : fields.Keys()) {
+        const std::uint64_t number = ParseNumber(key).value_or(RegisterSpace);
+        if (number >= RegisterSpace || number % 2 != 0)
+            throw std::runtime_error("a power controller has no register " + key);
+        registers[static_cast<int>(number)] = fields.Numeric<std::uint16_t>(key.c_str(), 0);
     }
     return registers;
 }
 
 // The number of the first event, or an object with that ("at") and the number of events ("times").
-RepeatedFault Repeated(const Json& faults, const char* key)
+RepeatedFault Repeated(CFields& fields, const char* key)
 {
-    const auto entry = faults.find(key);
-    if (entry == faults.end()) return {};
-    return entry->is_object() ? RepeatedFault{entry->value("at", 1), entry->value("times", 1)}
-                              : RepeatedFault{entry->get<int>(), 1};
+    const Json* pFault = fields.Find(key);
+    if (!pFault) return {};
+    if (!pFault->is_object()) return {fields.Numeric(key, 0), 1};
+    return fields.Object(key, [](CFields& members) -> RepeatedFault {
+        return {members.Numeric("at", 1), members.Numeric("times", 1)};
+    });
 }
 
 std::uint8_t Sum(const I2CDevice::Bytes& bytes)
@@ -103,7 +105,7 @@ PowerPicDescription& PowerPic(const I2CSite& site)
 class CPowerController : public I2CDevice
 {
   public:
-    explicit CPowerController(const I2CSite& site) : CPowerController(site, Object(site.Faults, "power_controller")) {}
+    CPowerController(const I2CSite& site, CFields& faults);
 
     bool Write(const Bytes& bytes) override
     {
@@ -123,8 +125,6 @@ class CPowerController : public I2CDevice
     }
 
   private:
-    CPowerController(const I2CSite& site, const Json& faults);
-
     bool AccessRegister(const Bytes& request);
     bool TakePacket(const Bytes& packet);
     bool HasRegister(int number) const;
@@ -161,25 +161,26 @@ class CPowerController : public I2CDevice
     std::int64_t m_AnswersAgain;  // time of it
 };
 
-CPowerController::CPowerController(const I2CSite& site, const Json& faults)
+CPowerController::CPowerController(const I2CSite& site, CFields& faults)
     : m_File(site.Folder / "powercontroller.json"),
       m_Journal(site.Journal),
       m_IsHalted(site.IsHalted),
       m_PowerPic(PowerPic(site)),
-      m_FamilyName(Text(site.Description, "family")),
-      m_Family(Choice(site.Description, "family", Families)),
-      m_Set(Choice(site.Description, RegisterSets.count(m_FamilyName) != 0 ? "family" : "acts_as", RegisterSets)),
+      m_FamilyName(site.Description.Text("family")),
+      m_Family(site.Description.Choice("family", Families)),
+      m_Set(site.Description.Choice(RegisterSets.count(m_FamilyName) != 0 ? "family" : "acts_as", RegisterSets)),
       m_NoAcknowledge(Repeated(faults, "no_acknowledge")),
       m_BadChecksum(Repeated(faults, "bad_checksum")),
-      m_bNeverUnlocks(faults.value("never_unlocks", false)),
-      m_bNeverLeaves(faults.value("never_leaves_boot_loader", false)),
+      m_bNeverUnlocks(faults.Flag("never_unlocks")),
+      m_bNeverLeaves(faults.Flag("never_leaves_boot_loader")),
       m_Transactions(0),
       m_Accesses(0),
-      m_Loader(m_FamilyName, m_PowerPic.Version,
-               {Repeated(faults, "error"), faults.value("busy_at_record", 0), faults.value("power_lost_at_record", 0)},
-               site.Folder, site.Journal),
+      m_Loader(
+          m_FamilyName, m_PowerPic.Version,
+          {Repeated(faults, "error"), faults.Numeric("busy_at_record", 0), faults.Numeric("power_lost_at_record", 0)},
+          site.Folder, site.Journal),
       m_bBootLoader(false),
-      m_Registers(ReadRegisters(Object(site.Description, "registers"))),
+      m_Registers(site.Description.Object("registers", ReadRegisters)),
       m_AnswersAgain(0)
 {
     m_Registers[Register_MiscData] = m_Set.Number;
@@ -297,8 +298,8 @@ void CPowerController::Load()
     try {
         const Json state = Json::parse(file);
         m_bBootLoader = state.at("boot_loader").get<bool>();
-        m_Registers = ReadRegisters(state.at("registers"));
-    } catch (const Json::exception&) {
+        m_Registers = CFields::Read(state.at("registers"), "registers", ReadRegisters);
+    } catch (const std::exception&) {
         throw std::runtime_error(m_File.string() + " does not hold the power controller's state");
     }
 }
@@ -316,7 +317,8 @@ void CPowerController::Save() const
 }
 
 const bool bRegistered = RegisterI2CDevice("power_controller", [](const I2CSite& site) -> std::unique_ptr<I2CDevice> {
-    return std::make_unique<CPowerController>(site);
+    return site.Faults.Object("power_controller",
+                              [&](CFields& faults) { return std::make_unique<CPowerController>(site, faults); });
 });
 
 }  // namespace

@@ -22,58 +22,50 @@ const std::size_t MaxBackplanes = SMIFRSP_GET_NVME_BACKPLANE_INFO::MaxBackplanes
     throw std::runtime_error(what + " can't be \"" + text + "\"");
 }
 
-FirmwareVersion Version(const Json& object, const char* key)
+FirmwareVersion Version(CFields& fields, const char* key)
 {
-    return ParseFirmwareVersion(Text(object, key), Text(object, "date"));
+    return ParseFirmwareVersion(fields.Text(key), fields.Text("date"));
 }
 
-FlashDescription Flash(const Json& object)
+FlashDescription Flash(CFields& fields)
 {
-    const Json& flash = Object(object, "flash");
-    FlashDescription description = {Text(flash, "handler"), Numeric<std::uint32_t>(flash, "size", 1048576),
-                                    flash.value("busy_seconds", 5), flash.value("query_seconds", 0)};
+    const FlashDescription flash = {fields.Text("handler"), fields.Numeric<std::uint32_t>("size", 1048576),
+                                    fields.Numeric("busy_seconds", 5), fields.Numeric("query_seconds", 0)};
     // It names a file too.
-    if (description.Handler.size() > MaxHandler || description.Handler.find('/') != std::string::npos)
-        Refuse("handler", description.Handler);
-    return description;
+    if (flash.Handler.size() > MaxHandler || flash.Handler.find('/') != std::string::npos)
+        fields.RefuseValue("handler", "a name of at most 15 characters without /");
+    return flash;
 }
 
-// Numbers, each written as one or as a text in any C notation.
-template <typename Number>
-std::vector<Number> Numbers(const Json& object, const char* key)
+PowerPicDescription PowerPic(CFields& fields)
 {
-    std::vector<Number> numbers;
-    for (const Json& entry : object.value(key, Json::array()))
-        numbers.push_back(Numeric<Number>(Json{{key, entry}}, key, 0));
-    return numbers;
+    return {Version(fields, "version"), fields.Numeric<std::uint16_t>("type", 0), fields.Flag("boot_loader"),
+            fields.Numbers<std::uint16_t>("registers")};
 }
 
-PowerPicDescription PowerPic(const Json& object)
+TamberlineDescription Tamberline(CFields& fields)
 {
-    return {Version(object, "version"), Numeric<std::uint16_t>(object, "type", 0), object.value("boot_loader", false),
-            Numbers<std::uint16_t>(object, "registers")};
+    return {Version(fields, "version"), Version(fields, "loader_version"), fields.Numeric<std::uint8_t>("family", 0),
+            fields.Object("flash", Flash)};
 }
 
-TamberlineDescription Tamberline(const Json& object)
+BackplaneDescription Backplane(CFields& fields)
 {
-    return {Version(object, "version"), Version(object, "loader_version"), Numeric<std::uint8_t>(object, "family", 0),
-            Flash(object)};
+    return {Version(fields, "version"),
+            fields.Numeric<std::uint8_t>("loader_version", 1),
+            fields.Numeric<std::uint8_t>("segment", 0),
+            fields.Numeric<std::uint8_t>("address", 0),
+            fields.Numeric<std::uint8_t>("type", 0),
+            fields.Text("id"),
+            fields.Object("flash", Flash)};
 }
 
-BackplaneDescription Backplane(const Json& object)
+std::map<std::string, std::vector<std::uint8_t>> RegisterFiles(CFields& fields)
 {
-    return {Version(object, "version"),
-            Numeric<std::uint8_t>(object, "loader_version", 1),
-            Numeric<std::uint8_t>(object, "segment", 0),
-            Numeric<std::uint8_t>(object, "address", 0),
-            Numeric<std::uint8_t>(object, "type", 0),
-            Text(object, "id"),
-            Flash(object)};
-}
-
-I2CDescription I2C(const Json& object)
-{
-    return {Numeric(object, "bus", 0), Numeric(object, "address", 0), Text(object, "type"), object.dump()};
+    std::map<std::string, std::vector<std::uint8_t>> files;
+    for (const char* name : {"MEMID", "GPI", "GPO", "CPLD", "XPLD", "GPIEN", "GPIST"})
+        if (fields.Find(name)) files[name] = fields.Numbers<std::uint8_t>(name);
+    return files;
 }
 
 // A GUID in its usual notation.
@@ -95,42 +87,38 @@ PS_GUID PowerSupply(const std::string& text)
 
 // A fault is the number of an exchange, the name of a command, or an object with both and a value; true: every
 // exchange.
-PacketFault Packets(const Json& faults, const char* key, const char* valueKey, int otherwise)
+PacketFault Packets(CFields& fields, const char* key, const char* valueKey, int otherwise)
 {
-    const auto entry = faults.find(key);
-    if (entry == faults.end() || *entry == false) return {};
+    const Json* pFault = fields.Find(key);
+    if (!pFault || *pFault == false) return {};
     PacketFault fault = {true, 0, 0, otherwise};
     std::string command;
-    if (entry->is_number()) fault.Exchange = entry->get<int>();
-    if (entry->is_string()) command = entry->get<std::string>();
-    if (entry->is_object()) {
-        fault.Exchange = entry->value("exchange", 0);
-        command = Text(*entry, "command");
-        fault.Value = entry->value(valueKey, otherwise);
-    }
+    if (pFault->is_number())
+        fault.Exchange = fields.Numeric(key, 0);
+    else if (pFault->is_string())
+        command = fields.Text(key);
+    else if (!pFault->is_boolean())
+        fields.Object(key, [&](CFields& members) {
+            fault.Exchange = members.Numeric("exchange", 0);
+            command = members.Text("command");
+            if (valueKey) fault.Value = members.Numeric(valueKey, otherwise);
+        });
     if (command.empty()) return fault;
     fault.Command = FindCommandCode(command);
     if (fault.Command == 0) Refuse("command", command);
     return fault;
 }
 
-ProcessorFaults Faults(const Json& object)
+// Devices are told apart by their handlers.
+void CheckHandlers(const ProcessorDescription& processor)
 {
-    ProcessorFaults faults = {};
-    faults.FullFifo = Packets(object, "full_fifo", "times", 10);
-    faults.Lost = Packets(object, "lost", "", 0);
-    faults.Late = Packets(object, "late", "milliseconds", 25000);
-    faults.Stale = Packets(object, "stale", "replies", 1);
-    faults.Runt = Packets(object, "runt", "bytes", 10);
-    faults.Error = Packets(object, "error", "code", 255);
-    faults.NoDriver = object.value("no_driver", false);
-    faults.Dead = object.value("dead", false);
-    faults.StaysAway = object.value("stays_away", false);
-    faults.DiesAtByte = object.value("dies_at_byte", std::int64_t{-1});
-    faults.DeviceErrorAtByte = object.value("device_error_at_byte", std::int64_t{-1});
-    faults.PowerLostAtByte = object.value("power_lost_at_byte", std::int64_t{-1});
-    faults.I2C = Object(object, "i2c").dump();
-    return faults;
+    std::vector<std::string> handlers = {processor.Flash.Handler};
+    if (processor.Tamberline) handlers.push_back(processor.Tamberline->Flash.Handler);
+    for (const BackplaneDescription& backplane : processor.Backplanes) handlers.push_back(backplane.Flash.Handler);
+    std::sort(handlers.begin(), handlers.end());
+    const auto first = std::find_if(handlers.begin(), handlers.end(), [](const auto& name) { return !name.empty(); });
+    const auto twice = std::adjacent_find(first, handlers.end());
+    if (twice != handlers.end()) throw std::runtime_error("two devices have the handler \"" + *twice + "\"");
 }
 
 }  // namespace
@@ -146,33 +134,50 @@ FirmwareVersion ParseFirmwareVersion(const std::string& version, const std::stri
     return parsed;
 }
 
-std::optional<ProcessorDescription> DescribeProcessor(const Json& processor, const Json& faults)
+ProcessorFaults DescribeProcessorFaults(CFields& fields)
 {
-    if (processor.empty()) return std::nullopt;
-    ProcessorDescription description = {};
-    description.Generation = Numeric(processor, "generation", 4);
-    description.Version = Version(processor, "version");
-    description.Serial = Text(processor, "serial");
-    description.Flash = Flash(processor);
-    description.PciFunctions = processor.value("pci_functions", 3);
-    description.DeviceControlEx = processor.value("device_control_ex", true);
-    description.ResetSeconds = processor.value("reset_seconds", 30);
-    description.LatencyMicroseconds = processor.value("latency_microseconds", 500);
+    ProcessorFaults faults = {};
+    faults.FullFifo = Packets(fields, "full_fifo", "times", 10);
+    faults.Lost = Packets(fields, "lost", nullptr, 0);
+    faults.Late = Packets(fields, "late", "milliseconds", 25000);
+    faults.Stale = Packets(fields, "stale", "replies", 1);
+    faults.Runt = Packets(fields, "runt", "bytes", 10);
+    faults.Error = Packets(fields, "error", "code", 255);
+    faults.NoDriver = fields.Flag("no_driver");
+    faults.Dead = fields.Flag("dead");
+    faults.StaysAway = fields.Flag("stays_away");
+    faults.DiesAtByte = fields.Numeric("dies_at_byte", std::int64_t{-1});
+    faults.DeviceErrorAtByte = fields.Numeric("device_error_at_byte", std::int64_t{-1});
+    faults.PowerLostAtByte = fields.Numeric("power_lost_at_byte", std::int64_t{-1});
+    const Json* pI2C = fields.Find("i2c");
+    faults.I2C = pI2C ? pI2C->dump() : "{}";
+    return faults;
+}
 
-    const Json& registers = Object(processor, "registers");
-    for (const auto& file : registers.items())
-        description.Registers[file.key()] = Numbers<std::uint8_t>(registers, file.key().c_str());
-    for (const Json& device : processor.value("i2c", Json::array())) description.I2C.push_back(I2C(device));
-    if (processor.contains("power_pic")) description.PowerPic = PowerPic(processor["power_pic"]);
-    if (processor.contains("tamberline")) description.Tamberline = Tamberline(processor["tamberline"]);
-    for (const Json& backplane : processor.value("nvme_backplanes", Json::array()))
-        description.Backplanes.push_back(Backplane(backplane));
-    for (const std::string& supply : processor.value("power_supplies", std::vector<std::string>()))
-        description.PowerSupplies.push_back(PowerSupply(supply));
-    if (description.Backplanes.size() > MaxBackplanes || description.PowerSupplies.size() > MaxPowerSupplies)
+ProcessorDescription DescribeProcessor(CFields& fields)
+{
+    ProcessorDescription processor = {};
+    processor.Generation = fields.Numeric("generation", 4);
+    processor.Version = Version(fields, "version");
+    processor.Serial = fields.Text("serial");
+    processor.Flash = fields.Object("flash", Flash);
+    processor.PciFunctions = fields.Numeric("pci_functions", 3);
+    processor.DeviceControlEx = fields.Flag("device_control_ex", true);
+    processor.ResetSeconds = fields.Numeric("reset_seconds", 30);
+    processor.LatencyMicroseconds = fields.Numeric("latency_microseconds", 500);
+
+    processor.Registers = fields.Object("registers", RegisterFiles);
+    if (const Json* pDevices = fields.Find("i2c"))
+        for (const Json& device : *pDevices) processor.I2C.push_back(device.dump());
+    processor.PowerPic = fields.Optional("power_pic", PowerPic);
+    processor.Tamberline = fields.Optional("tamberline", Tamberline);
+    processor.Backplanes = fields.Objects("nvme_backplanes", Backplane);
+    for (const std::string& supply : fields.Texts("power_supplies"))
+        processor.PowerSupplies.push_back(PowerSupply(supply));
+    if (processor.Backplanes.size() > MaxBackplanes || processor.PowerSupplies.size() > MaxPowerSupplies)
         throw std::runtime_error("a processor knows at most 4 NVMe backplanes and 8 power supplies");
-    description.Faults = Faults(faults);
-    return description;
+    CheckHandlers(processor);
+    return processor;
 }
 
 }  // namespace sim

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <map>
-#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -63,15 +62,6 @@ struct BackplaneDescription
     FlashDescription Flash;
 };
 
-// A device on one of the I2C buses.
-struct I2CDescription
-{
-    int Bus;
-    int Address;
-    std::string Type;  // name under which its class is registered
-    std::string Json;  // all of it
-};
-
 // What is wrong with the packets of some exchanges.
 struct PacketFault
 {
@@ -99,7 +89,7 @@ struct ProcessorFaults
     std::int64_t DeviceErrorAtByte;
     std::int64_t PowerLostAtByte;
 
-    std::string I2C;  // "i2c", for the devices on the buses
+    std::string I2C;  // a JSON object, for the devices on the buses
 };
 
 struct ProcessorDescription
@@ -114,7 +104,7 @@ struct ProcessorDescription
     int LatencyMicroseconds;  // of an exchange
 
     std::map<std::string, std::vector<std::uint8_t>> Registers;
-    std::vector<I2CDescription> I2C;
+    std::vector<std::string> I2C;  // a JSON object for each device on the buses
     std::optional<PowerPicDescription> PowerPic;
     std::optional<TamberlineDescription> Tamberline;
     std::vector<BackplaneDescription> Backplanes;
@@ -123,7 +113,10 @@ struct ProcessorDescription
     ProcessorFaults Faults;
 };
 
-// Nothing for an empty object. Throws std::runtime_error with a sentence for the user.
-std::optional<ProcessorDescription> DescribeProcessor(const nlohmann::json& processor, const nlohmann::json& faults);
+class CFields;
+
+// Read the two. Throw std::runtime_error with a sentence for the user.
+ProcessorDescription DescribeProcessor(CFields& fields);
+ProcessorFaults DescribeProcessorFaults(CFields& fields);
 
 }  // namespace sim

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <stdexcept>
 #include <string>
 
 #include "crc.h"
@@ -14,6 +15,7 @@ namespace
 {
 
 const std::size_t HeaderOffset = 0xE0C3;  // in the BIOS area; images align it to nothing
+const std::size_t MaxTexts = 1024;        // characters behind it
 
 // Bytes that look like code: neither empty nor compressible, and their own for every image.
 void FillWithCode(std::vector<std::uint8_t>& image, const std::string& seed)
@@ -28,10 +30,17 @@ void FillWithCode(std::vector<std::uint8_t>& image, const std::string& seed)
 
 }  // namespace
 
+bool IsRomSize(std::size_t size)
+{
+    return size >= BiosAreaSize && size % BiosAreaSize == 0;
+}
+
 std::vector<std::uint8_t> BuildRomImage(const RomDescription& rom, std::size_t size)
 {
     std::vector<std::uint8_t> image(size);
     const std::string revision = rom.Version.empty() ? "" : rom.Version + " (" + rom.Date + ")";
+    if (rom.Name.size() + rom.Family.size() + revision.size() > MaxTexts)
+        throw std::runtime_error("a ROM's name, family, version and date have at most 1024 characters");
     FillWithCode(image, rom.Family + revision);
 
     ZALFLSH_HEADER header = {};

@@ -14,7 +14,10 @@ namespace sim
 // The part of an image that the server maps into the legacy BIOS area.
 const std::size_t BiosAreaSize = 65536;
 
-// Builds an image of size bytes (at least BiosAreaSize) that carries a flash image header in its last BiosAreaSize
+// An image is some of them.
+bool IsRomSize(std::size_t size);
+
+// Builds an image of size bytes that carries a flash image header in its last BiosAreaSize
 // bytes and ends with the CRC-32 of what is before. The same description gives the same bytes.
 std::vector<std::uint8_t> BuildRomImage(const RomDescription& rom, std::size_t size);
 

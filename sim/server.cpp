@@ -88,7 +88,7 @@ std::unique_ptr<IDevice> CServer::Open(const std::string& path)
 void EndProcess(const std::exception& error)
 {
     std::fprintf(stderr, "zalsim: %s\n", error.what());
-    std::_Exit(1);
+    std::_Exit(CouldNotRun);
 }
 
 CServer* CurrentServer()

@@ -20,6 +20,9 @@
 namespace sim
 {
 
+// Exit status when the simulation can't go on: none that an installer has.
+const int CouldNotRun = 126;
+
 class CServer
 {
   public:

@@ -1,6 +1,7 @@
 // zalsim: runs an unmodified installer on a simulated server.
 #include <dlfcn.h>
 #include <elf.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -25,8 +26,6 @@ namespace
 {
 
 namespace fs = std::filesystem;
-
-const int CouldNotRun = 126;
 
 // The management processor, and what the devices that are flashed through it run.
 void DescribeProcessor(const sim::CServer& simulated)
@@ -96,7 +95,8 @@ nlohmann::json FaultPatch(const std::vector<std::string>& faults)
     nlohmann::json patch = nlohmann::json::object();
     for (const std::string& fault : faults) {
         const std::size_t equals = fault.find('=');
-        if (equals == std::string::npos) throw std::runtime_error("a fault is written NAME=VALUE, not " + fault);
+        if (equals == std::string::npos || equals == 0)
+            throw std::runtime_error("a fault is written NAME=VALUE, not " + fault);
         std::string path = "/" + fault.substr(0, equals);
         std::replace(path.begin(), path.end(), '.', '/');
         const std::string text = fault.substr(equals + 1);
@@ -126,7 +126,13 @@ std::string PreloadList()
     const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
     fs::path library = folder / "libzalsim.so";
     if (!fs::exists(library)) library = folder.parent_path() / "lib" / "flashlib" / "libzalsim.so";  // installed
-    list += library.string();
+    // Without it the installer would run on the real host. The loader takes the list apart at blanks and colons, so a
+    // path that has some goes by a descriptor, which the installer inherits.
+    const std::string path = library.string();
+    const bool separates = path.find_first_of(" :") != std::string::npos;
+    const int fd = open(path.c_str(), O_RDONLY | (separates ? 0 : O_CLOEXEC));
+    if (fd < 0) throw std::runtime_error("can't open " + path + ": " + std::strerror(errno));
+    list += separates ? "/proc/self/fd/" + std::to_string(fd) : path;
     if (const char* pszOthers = std::getenv("LD_PRELOAD")) list += std::string(":") + pszOthers;
     return list;
 }
@@ -136,7 +142,7 @@ int Run(const std::string& folder, bool realTime, const std::vector<std::string>
     if (IsOtherWordSize(command[0])) {
         std::fprintf(stderr, "zalsim: %s is not a %zu-bit program, and this simulation is for such programs only.\n",
                      command[0].c_str(), 8 * sizeof(void*));
-        return CouldNotRun;
+        return sim::CouldNotRun;
     }
     setenv("ZALSIM_SERVER", fs::absolute(folder).c_str(), 1);
     if (realTime) setenv("ZALSIM_REAL_TIME", "1", 1);
@@ -146,9 +152,9 @@ int Run(const std::string& folder, bool realTime, const std::vector<std::string>
     arguments.reserve(command.size() + 1);
     for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
     arguments.push_back(nullptr);
-    execvp(arguments[0], arguments.data());
+    execv(arguments[0], arguments.data());
     std::fprintf(stderr, "zalsim: can't run %s: %s\n", arguments[0], std::strerror(errno));
-    return CouldNotRun;
+    return sim::CouldNotRun;
 }
 
 }  // namespace
@@ -173,22 +179,23 @@ int main(int argc, char** argv)
         ->allow_extra_args(false);
     app.add_option("--journal", journal, "Write what is done to the server there, not to journal.log in its folder");
     app.add_flag("--real-time", realTime, "Let sleeps take their time");
-    app.add_option("command", command, "The installer and its arguments, behind --");
-    CLI11_PARSE(app, argc, argv);
-
+    app.add_option("command", command, "The path of the installer and its arguments, behind --");
     try {
+        app.parse(argc, argv);
         if (!faults.empty()) setenv("ZALSIM_FAULTS", FaultPatch(faults).dump().c_str(), 1);
         if (!journal.empty()) setenv("ZALSIM_JOURNAL", fs::absolute(journal).c_str(), 1);
         sim::CServer server{fs::path(folder)};
         if (describe) Describe(server);
         if (showLog) ShowLog(server.GetBmc());
         if (!dumpFile.empty()) sim::WriteSmbiosDump(server.GetSmbios(), dumpFile);
+        if (!command.empty()) return Run(folder, realTime, command);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : sim::CouldNotRun;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "zalsim: %s\n", error.what());
-        return CouldNotRun;
+        return sim::CouldNotRun;
     }
-    if (!command.empty()) return Run(folder, realTime, command);
     if (describe || showLog || !dumpFile.empty()) return 0;
     std::fprintf(stderr, "zalsim: nothing to do; name an installer behind --, or see --help.\n");
-    return CouldNotRun;
+    return sim::CouldNotRun;
 }

@@ -508,9 +508,10 @@ TEST_F(ProcessorDeathTest, EndsTheProcessOverAFaultOfItsOwn)
     CChannelInterface channel;
     for (const char* name : {"registers.json", "processor.json", "pci_devices"})
         fs::create_directory(ServerFolder() / name);
-    EXPECT_EXIT(channel.WriteCPLD(0, 1), testing::ExitedWithCode(1), "zalsim: Can't write .*registers.json");
-    EXPECT_EXIT(channel.FindDevice(), testing::ExitedWithCode(1), "zalsim: Can't write .*pci_devices");
+    EXPECT_EXIT(channel.WriteCPLD(0, 1), testing::ExitedWithCode(sim::CouldNotRun),
+                "zalsim: Can't write .*registers.json");
+    EXPECT_EXIT(channel.FindDevice(), testing::ExitedWithCode(sim::CouldNotRun), "zalsim: Can't write .*pci_devices");
     channel.RebootMOX();
     sleep(2);
-    EXPECT_EXIT(channel.Open(), testing::ExitedWithCode(1), "zalsim: Can't write .*processor.json");
+    EXPECT_EXIT(channel.Open(), testing::ExitedWithCode(sim::CouldNotRun), "zalsim: Can't write .*processor.json");
 }

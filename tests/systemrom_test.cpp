@@ -236,19 +236,3 @@ TEST_F(SystemRom, RunsWithoutAServerAndShowsHelp)
     EXPECT_EQ(0, RunCommand(std::string(Installer) + " --help", m_Output));
     EXPECT_TRUE(Says("Usage:"));
 }
-
-TEST_F(SystemRom, SimulationRefusesWhatItCantPlay)
-{
-    const std::string zalsim = ZALSIM;
-    EXPECT_EQ(126, RunCommand(zalsim + " --server /no/such/server -- true", m_Output));
-    EXPECT_TRUE(Says("There is no server in /no/such/server"));
-    m_Server.Write("server.json", R"({"tpm": "maybe"})");
-    EXPECT_EQ(126, RunCommand(zalsim + " --server " + m_Server.Path().string() + " --describe", m_Output));
-    EXPECT_TRUE(Says("tpm can't be \"maybe\""));
-    EXPECT_EQ(126, RunCommand(zalsim + " --server '" SERVERS "/rack' -- /no/such/program", m_Output));
-    EXPECT_EQ(126, RunCommand(zalsim + " --server '" SERVERS "/rack'", m_Output));
-    if (sizeof(void*) == 4) {
-        EXPECT_EQ(126, RunCommand(zalsim + " --server '" SERVERS "/rack' -- /bin/true", m_Output));
-        EXPECT_TRUE(Says("is not a 32-bit program"));
-    }
-}

@@ -1,0 +1,94 @@
+#include "installer.h"
+#include "server.h"
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+class SimulatedServer : public CInstallerTest
+{
+  protected:
+    SimulatedServer() : CInstallerTest("systemrom") {}
+};
+
+}  // namespace
+
+TEST_F(SimulatedServer, RefusesWhatItCantPlay)
+{
+    const std::string rack = std::string(ZALSIM) + " --server '" SERVERS "/rack' ";
+    const std::pair<std::string, const char*> commands[] = {
+        {std::string(ZALSIM) + " --server /no/such/server -- /bin/true", "There is no server in /no/such/server"},
+        {rack, "nothing to do"},
+        {rack + "--falt x=1", "--falt"},
+        {rack + "-- /no/such/program", "can't run /no/such/program: No such file"},
+        {rack + "-- true", "can't run true: No such file"},  // a name is no path
+        {rack + "--describe --fault =3", "a fault is written NAME=VALUE, not =3"},
+        {rack + "--describe --fault flash.fail_at_table=3",
+         "zalsim: A fault of this run is wrong: There is no \"fail_at_table\" in \"flash\"\n"},
+        {rack + (sizeof(void*) == 4 ? "-- /bin/true" : ""), sizeof(void*) == 4 ? "is not a 32-bit program" : ""},
+    };
+    for (const auto& [command, sentence] : commands) {
+        EXPECT_EQ(126, RunCommand(command, m_Output)) << command;
+        EXPECT_TRUE(Says(sentence)) << command;
+    }
+}
+
+TEST_F(SimulatedServer, IsRunOnWhateverTheSimulationsFolderIsCalled)
+{
+    const fs::path folder = m_Server.Path() / "a b:c";
+    fs::create_directory(folder);
+    for (const char* file : {"zalsim", "libzalsim.so"}) fs::copy(fs::path(ZALSIM_FOLDER) / file, folder);
+    m_Server.Write("server.json", RackServer());
+    EXPECT_EQ(0, RunCommand("'" + (folder / "zalsim").string() + "' --server " + m_Server.Path().string() + " -- " +
+                                "'" PACKAGES "/systemrom/systemrom' /d " + (m_Server.Path() / "d.xml").string() +
+                                " /y " + m_Package.Path().string(),
+                            m_Output));
+    EXPECT_TRUE(Says("Discovery complete."));
+}
+
+TEST_F(SimulatedServer, NamesWhatIsWrongInADescription)
+{
+    const std::pair<std::string, std::string> members[] = {
+        {R"("drvier": {})", R"(There is no "drvier" in "server.json")"},
+        {R"("rom": {"famly": "P70"})", R"(There is no "famly" in "rom")"},
+        {R"("firmware": [{"typ": "cpld"}])", R"(There is no "typ" in "firmware")"},
+        {R"("flash_buffer": {"adress": 1})", R"(There is no "adress" in "flash_buffer")"},
+        {R"("driver": {"verison": ""})", R"(There is no "verison" in "driver")"},
+        {R"("faults": {"flsh": {}})", R"(There is no "flsh" in "faults")"},
+        {R"("faults": {"ipmi": {"silen": true}})", R"(There is no "silen" in "ipmi")"},
+        {R"("faults": {"processor": {"ded": true}})", R"(There is no "ded" in "processor")"},
+        {R"("faults": {"processor": {"lost": {"code": 3}}})", R"(There is no "code" in "lost")"},
+        {R"("faults": {"processor": {"i2c": {"no_ack": 3}}})", R"(There is no "no_ack" in "i2c")"},
+        {R"("faults": {"processor": {"i2c": {"power_controller": {"eror": 3}}}})",
+         R"(There is no "eror" in "power_controller")"},
+        {R"("management_processor": {"sreial": ""})", R"(There is no "sreial" in "management_processor")"},
+        {R"("management_processor": {"flash": {"busy": 1}})", R"(There is no "busy" in "flash")"},
+        {R"("management_processor": {"registers": {"PLD": []}})", R"(There is no "PLD" in "registers")"},
+        {R"("management_processor": {"i2c": [{"type": "eeprom", "devce_id": 2}]})",
+         R"(There is no "devce_id" in "i2c")"},
+        {R"("product": 5)", R"("product" in "server.json" is 5, not a text)"},
+        {R"("generation": "nine")", R"("generation" in "server.json" is "nine", not a number from 0 to 2147483647)"},
+        {R"("generation": "9x")", R"("generation" in "server.json" is "9x", not a number)"},
+        {R"("generation": -1)", R"("generation" in "server.json" is -1, not a number)"},
+        {R"("platform_id": "0x10000")", R"("platform_id" in "server.json" is "0x10000", not a number from 0 to 65535)"},
+        {R"("tpm": "maybe")", R"("tpm" in "server.json" is "maybe", not one of disabled, enabled, none)"},
+        {R"("driver": "5.6")", R"("driver" is "5.6", not an object)"},
+        {R"("firmware": {})", R"("firmware" in "server.json" is {}, not a list)"},
+        {R"("faults": {"processor": {"dead": 1}})", R"("dead" in "processor" is 1, not true or false)"},
+        {R"("rom": {"size": 65537})", R"("size" in "rom" is 65537, not a multiple of 65536 bytes)"},
+        {R"("rom": {"name": ")" + std::string(1025, 'x') + R"("})", "have at most 1024 characters"},
+        {R"("management_processor": {"flash": {"handler": "TMBR"}})", R"(two devices have the handler "TMBR")"},
+    };
+    for (const auto& [member, sentence] : members) {
+        std::string said;
+        try {
+            UseServer(RackServer("{" + member + "}"));
+        } catch (const std::exception& error) {
+            said = error.what();
+        }
+        EXPECT_NE(std::string::npos, said.find(sentence)) << member << ": " << said;
+    }
+    UseServer(R"({"management_processor": {}})");
+    EXPECT_NE(nullptr, sim::CurrentServer()->GetProcessor());
+}
