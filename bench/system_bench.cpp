@@ -66,19 +66,19 @@ void BenchSmbios(const std::string& self, const std::string& folder)
     sim::WriteSmbiosDump(sim::CurrentServer()->GetSmbios(), dump);
     Compare("SMBIOS tables", 1, "runs", 20,
             {{"dmidecode, process", [&] { return RunQuietly("dmidecode --from-dump " + dump); }},
-             {"eight questions, process", [&] { return RunQuietly(self + " --smbios " + server); }},
+             {"eight questions, process", [&] { return RunQuietly("'" + self + "' --smbios " + server); }},
              {"eight questions, in process", AskEightQuestions}});
 }
 
 void BenchDiscovery(const std::string& folder)
 {
     const std::string server = MakeServer(folder, "{}");
-    const std::string package = PACKAGES "/systemrom";
+    const std::string package = "'" PACKAGES "/systemrom";
     Compare("Discovery", 1, "runs", 20,
             {{"a bare C++ process", [&] { return RunQuietly(BARE_PROCESS); }},
              {"zalsim and systemrom", [&] {
-                  return RunQuietly(ZALSIM " --server " + server + " -- " + package + "/systemrom /d " + folder +
-                                    "/discovery.xml /y " + package);
+                  return RunQuietly(ZALSIM " --server " + server + " -- " + package + "/systemrom' /d " + folder +
+                                    "/discovery.xml /y " + package + "'");
               }}});
 }
 

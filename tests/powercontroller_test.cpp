@@ -153,7 +153,7 @@ TEST(PowerHexText, ExtractsWhatAnotherProgramDoes)
         const CTempFolder folder;
         const std::string binary = (folder.Path() / "image").string();
         std::string output;
-        const std::string convert = std::string(SREC_CAT " " IMAGES "/") + name;
+        const std::string convert = std::string(SREC_CAT " '" IMAGES "/") + name + "'";
         ASSERT_EQ(0, RunCommand(convert + " -Intel -crop 0 0x10000 -o " + binary + " -Binary", output)) << output;
         const std::string expected = ReadFile(binary);
         ASSERT_LE(0x1000u + 12288, expected.size());
