@@ -20,7 +20,6 @@ namespace sim
 namespace
 {
 
-const std::int64_t Millisecond = 1000000;
 const std::int64_t ProgrammingTime = 30 * Millisecond;
 const std::int64_t ErasureTime = 300 * Millisecond;
 const std::int64_t Never = std::numeric_limits<std::int64_t>::max();

@@ -18,9 +18,6 @@ namespace sim
 namespace
 {
 
-const std::int64_t Microsecond = 1000;
-const std::int64_t Millisecond = 1000000;
-
 const std::size_t MaxChannels = 8;  // a host that leaks them finds out
 const ULONG MaxEntries = 64;
 const ULONG MaxEntrySize = 65536;

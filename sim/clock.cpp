@@ -12,8 +12,6 @@ namespace sim
 namespace
 {
 
-const std::int64_t Second = 1000000000;
-
 // The C library's own calls are the ones that the simulation takes over.
 std::int64_t HostTime()
 {
@@ -41,7 +39,7 @@ void CClock::Wait(std::int64_t nanoseconds)
 
 std::int64_t CClock::Ask()
 {
-    m_Now += 1000;
+    m_Now += Microsecond;
     return m_Now;
 }
 

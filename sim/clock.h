@@ -6,6 +6,11 @@
 namespace sim
 {
 
+// In nanoseconds.
+const std::int64_t Microsecond = 1000;
+const std::int64_t Millisecond = 1000000;
+const std::int64_t Second = 1000000000;
+
 class CClock
 {
   public:

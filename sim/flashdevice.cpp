@@ -18,8 +18,6 @@ namespace
 
 namespace fs = std::filesystem;
 
-const std::int64_t Second = 1000000000;
-
 // What a file holds: the version of an image for that handler, nothing when it is not whole.
 std::optional<FirmwareVersion> ReadFirmware(const fs::path& path, const std::string& handler)
 {

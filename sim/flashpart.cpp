@@ -19,7 +19,6 @@ namespace
 
 const std::size_t BlockSize = 65536;
 const std::size_t TableSize = 2048;
-const std::uint32_t BiosAreaAddress = 0xF0000;
 
 const char* const szTableNames[] = {"setup", "backup", "erase", "program", "cleanup", "os-cleanup"};
 

@@ -32,7 +32,7 @@ void SetText(char (&field)[Size], const std::string& text)
 
 SMIFDATE CurrentDate()
 {
-    const std::time_t now = static_cast<std::time_t>(CClock::Instance().Now() / 1000000000);
+    const std::time_t now = static_cast<std::time_t>(CClock::Instance().Now() / Second);
     std::tm time = {};
     gmtime_r(&now, &time);
     SMIFDATE date = {};

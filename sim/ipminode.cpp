@@ -17,7 +17,6 @@ namespace sim
 namespace
 {
 
-const std::int64_t Millisecond = 1000000;
 const std::size_t MaxMessage = 270;  // the driver's limit
 
 class CIpmiNode : public IDevice

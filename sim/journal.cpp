@@ -29,21 +29,26 @@ CJournal::CJournal(const std::filesystem::path& file)
 void CJournal::Open()
 {
     m_pFile.reset(std::fopen(m_File.c_str(), "ae"));
-    if (!m_pFile) throw std::runtime_error("Can't write the journal " + m_File.string());
+    if (!m_pFile) Refuse();
+}
+
+void CJournal::Refuse() const
+{
+    throw std::runtime_error("Can't write the journal " + m_File.string());
 }
 
 void CJournal::Write(const char* format, ...)
 {
     if (!m_pFile) Open();
     const std::int64_t now = CClock::Instance().Now();
-    std::fprintf(m_pFile.get(), "%lld.%06lld ", static_cast<long long>(now / 1000000000),
-                 static_cast<long long>(now / 1000 % 1000000));
+    std::fprintf(m_pFile.get(), "%lld.%06lld ", static_cast<long long>(now / Second),
+                 static_cast<long long>(now % Second / Microsecond));
     va_list arguments;
     va_start(arguments, format);
     std::vfprintf(m_pFile.get(), format, arguments);
     va_end(arguments);
     std::fputc('\n', m_pFile.get());
-    std::fflush(m_pFile.get());
+    if (std::fflush(m_pFile.get()) != 0 || std::ferror(m_pFile.get())) Refuse();
 }
 
 }  // namespace sim

@@ -15,7 +15,7 @@ class CJournal
     explicit CJournal(const std::filesystem::path& file);
 
     // Adds a line: the virtual time in seconds since the epoch, then the printf-style text. It is in the file when the
-    // call returns.
+    // call returns. Throws std::runtime_error with a sentence for the user.
     void Write(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
     // Packets to and from the management processor are for a journal that was asked for.
@@ -23,6 +23,7 @@ class CJournal
 
   private:
     void Open();
+    [[noreturn]] void Refuse() const;
 
     bool m_bNamed;  // by the environment variable
     std::filesystem::path m_File;

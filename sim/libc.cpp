@@ -14,8 +14,10 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "clock.h"
 #include "pcidevices.h"
@@ -27,8 +29,7 @@ namespace
 {
 
 using sim::CClock;
-
-const std::int64_t Second = 1000000000;
+using sim::Second;
 
 // The function that would have been called but for us.
 template <typename Function>
@@ -39,17 +40,40 @@ Function* Next(Function*, const char* name)
 
 #define NEXT(function) static auto* const next = Next(static_cast<decltype(&(function))>(nullptr), #function)
 
-// Never destroyed: calls come in until the very end of the process.
-std::map<int, std::unique_ptr<sim::IDevice>>& OpenDevices()
+// The open devices. Never destroyed: calls come in until the very end of the process, from any thread.
+struct OpenDevices
 {
-    static auto& devices = *new std::map<int, std::unique_ptr<sim::IDevice>>;
-    return devices;
+    static OpenDevices& Instance()
+    {
+        static auto& devices = *new OpenDevices;
+        return devices;
+    }
+
+    std::mutex Mutex;  // held while nothing is called that may come back here
+    std::map<int, std::shared_ptr<sim::IDevice>> ByDescriptor;
+};
+
+std::shared_ptr<sim::IDevice> FindDevice(int fd)
+{
+    OpenDevices& devices = OpenDevices::Instance();
+    const std::lock_guard<std::mutex> lock(devices.Mutex);
+    const auto entry = devices.ByDescriptor.find(fd);
+    return entry == devices.ByDescriptor.end() ? nullptr : entry->second;
 }
 
-sim::IDevice* FindDevice(int fd)
+void KeepDevice(int fd, std::shared_ptr<sim::IDevice> device)
 {
-    const auto entry = OpenDevices().find(fd);
-    return entry == OpenDevices().end() ? nullptr : entry->second.get();
+    OpenDevices& devices = OpenDevices::Instance();
+    const std::lock_guard<std::mutex> lock(devices.Mutex);
+    devices.ByDescriptor[fd] = std::move(device);
+}
+
+void ForgetDevice(int fd)
+{
+    OpenDevices& devices = OpenDevices::Instance();
+    decltype(devices.ByDescriptor)::node_type entry;  // goes away after the lock
+    const std::lock_guard<std::mutex> lock(devices.Mutex);
+    entry = devices.ByDescriptor.extract(fd);
 }
 
 // Opens path when the current server plays it: true with the descriptor, or -1 and errno, in fd.
@@ -61,7 +85,7 @@ bool OpenDevice(const char* path, Open* next, int& fd)
     fd = -1;
     if (std::unique_ptr<sim::IDevice> pDevice = sim::OrEndProcess([&] { return pServer->Open(path); })) {
         fd = next("/dev/null", O_RDWR | O_CLOEXEC);  // keeps the number taken
-        if (fd >= 0) OpenDevices()[fd] = std::move(pDevice);
+        if (fd >= 0) KeepDevice(fd, std::move(pDevice));
     }
     return true;
 }
@@ -127,7 +151,7 @@ ENTRY_POINT int open64(const char* path, int flags, ...)
 ENTRY_POINT ssize_t read(int fd, void* buffer, size_t size)
 {
     NEXT(read);
-    sim::IDevice* pDevice = FindDevice(fd);
+    const std::shared_ptr<sim::IDevice> pDevice = FindDevice(fd);
     return pDevice ? sim::OrEndProcess([=] { return pDevice->Read(buffer, size); }) : next(fd, buffer, size);
 }
 
@@ -155,7 +179,7 @@ ENTRY_POINT int ioctl(int fd, unsigned long request, ...)
     va_start(arguments, request);
     void* pArgument = va_arg(arguments, void*);
     va_end(arguments);
-    sim::IDevice* pDevice = FindDevice(fd);
+    const std::shared_ptr<sim::IDevice> pDevice = FindDevice(fd);
     if (!pDevice) return next(fd, request, pArgument);
     return sim::OrEndProcess([=] { return pDevice->Ioctl(request, pArgument); });
 }
@@ -164,7 +188,7 @@ ENTRY_POINT int ioctl(int fd, unsigned long request, ...)
 ENTRY_POINT int poll(pollfd* descriptors, nfds_t count, int timeout)
 {
     NEXT(poll);
-    sim::IDevice* pDevice = count == 1 ? FindDevice(descriptors[0].fd) : nullptr;
+    const std::shared_ptr<sim::IDevice> pDevice = count == 1 ? FindDevice(descriptors[0].fd) : nullptr;
     if (!pDevice) return next(descriptors, count, timeout);
     descriptors[0].revents = 0;
     return sim::OrEndProcess([=] { return pDevice->Poll(descriptors[0].events, timeout, descriptors[0].revents); });
@@ -179,7 +203,7 @@ ENTRY_POINT int __poll_chk(pollfd* descriptors, nfds_t count, int timeout, size_
 ENTRY_POINT int close(int fd)
 {
     NEXT(close);
-    OpenDevices().erase(fd);
+    ForgetDevice(fd);
     return next(fd);
 }
 
@@ -240,10 +264,11 @@ ENTRY_POINT int nanosleep(const timespec* request, timespec* remaining)
 ENTRY_POINT FILE* popen(const char* command, const char* mode)
 {
     NEXT(popen);
-    sim::CServer* pServer = sim::ReadsPciDevices(command) ? sim::CurrentServer() : nullptr;
+    sim::CServer* pServer = sim::CurrentServer();
     if (!pServer) return next(command, mode);
+    const CWithoutPreload withoutPreload;
+    if (!sim::ReadsPciDevices(command)) return next(command, mode);
     const std::string redirected =
         sim::OrEndProcess([=] { return sim::WithPciDevices(command, pServer->GetDescription()); });
-    const CWithoutPreload withoutPreload;
     return next(redirected.c_str(), mode);
 }

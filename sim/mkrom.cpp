@@ -23,6 +23,7 @@ int main(int argc, char** argv)
     CLI11_PARSE(app, argc, argv);
 
     try {
+        if (!sim::IsRomSize(size)) throw std::runtime_error("a ROM image has a multiple of 65536 bytes");
         const std::vector<std::uint8_t> bytes = sim::BuildRomImage(rom, size);
         std::ofstream stream(image, std::ios::binary);
         const auto* pBytes = reinterpret_cast<const char*>(bytes.data());

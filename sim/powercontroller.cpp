@@ -25,8 +25,6 @@ namespace sim
 namespace
 {
 
-const std::int64_t Millisecond = 1000000;
-
 // A start takes so long, in which the controller does not answer.
 const std::int64_t BootLoaderStart = 3000 * Millisecond;
 const std::int64_t MicrocodeStart = 1500 * Millisecond;

@@ -19,7 +19,6 @@ namespace sim
 namespace
 {
 
-const std::int64_t Second = 1000000000;
 const std::int64_t Never = std::numeric_limits<std::int64_t>::max();
 
 const DWORD Flag_Halted = 1;

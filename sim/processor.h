@@ -59,7 +59,6 @@ class CProcessor
 
     const FirmwareVersion& GetVersion() const { return m_Version; }
     const std::deque<CFlashDevice>& GetFlashDevices() const { return m_FlashDevices; }
-    int GetHostResetMode() const { return m_HostResetMode; }
 
     // Null without one.
     const PowerPicDescription* GetPowerPicDescription() const { return m_PowerPic ? &*m_PowerPic : nullptr; }

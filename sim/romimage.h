@@ -11,7 +11,8 @@
 namespace sim
 {
 
-// The part of an image that the server maps into the legacy BIOS area.
+// The legacy BIOS area, and the part of an image that the server maps there.
+const std::uint32_t BiosAreaAddress = 0xF0000;
 const std::size_t BiosAreaSize = 65536;
 
 // An image is some of them.

@@ -4,9 +4,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <mutex>
 #include <stdexcept>
 
 #include "devices.h"
+#include "romimage.h"
 
 namespace sim
 {
@@ -14,7 +16,6 @@ namespace sim
 namespace
 {
 
-const std::uint32_t BiosArea = 0xF0000;
 const std::uint32_t SmbiosAddress = 0x7B7F0000;
 
 using Opener = std::unique_ptr<IDevice> (*)(CServer&);
@@ -54,7 +55,7 @@ CServer::CServer(const std::filesystem::path& folder)
                    : ReadSmbiosDump(m_Description.SmbiosDump, SmbiosAddress);
     const SMBIOS_RESERVED_BUFFER buffer = FindFlashBuffer(m_Smbios);
     m_FlashPart.SetBuffer(static_cast<DWORD>(buffer.Address), buffer.Size);
-    MapMemory(BiosArea, m_FlashPart.GetBiosArea());
+    MapMemory(BiosAreaAddress, m_FlashPart.GetBiosArea());
     MapMemory(SmbiosAddress, m_Smbios.Table);
 }
 
@@ -94,6 +95,8 @@ void EndProcess(const std::exception& error)
 CServer* CurrentServer()
 {
     static const char* pszFolder = std::getenv("ZALSIM_SERVER");
+    static std::mutex mutex;
+    const std::lock_guard<std::mutex> lock(mutex);  // threads may meet at the first call
     std::unique_ptr<CServer>& slot = CurrentServerSlot();
     if (!slot && pszFolder) OrEndProcess([&] { slot = std::make_unique<CServer>(std::filesystem::path(pszFolder)); });
     return slot.get();

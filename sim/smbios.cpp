@@ -233,6 +233,7 @@ SMBIOS_RESERVED_BUFFER FindFlashBuffer(const SmbiosTables& tables)
 SmbiosTables ReadSmbiosDump(const std::filesystem::path& file, std::uint32_t address)
 {
     std::ifstream stream(file, std::ios::binary);
+    if (!stream) throw std::runtime_error("There is no SMBIOS dump " + file.string());
     const std::vector<char> bytes((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
     SmbiosTables tables = {};
     if (bytes.size() >= sizeof tables.Entry) std::memcpy(&tables.Entry, bytes.data(), sizeof tables.Entry);

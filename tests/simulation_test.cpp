@@ -1,3 +1,12 @@
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <thread>
+
 #include "installer.h"
 #include "server.h"
 
@@ -5,6 +14,8 @@ namespace fs = std::filesystem;
 
 namespace
 {
+
+const std::string Installer = "'" PACKAGES "/systemrom/systemrom'";
 
 class SimulatedServer : public CInstallerTest
 {
@@ -26,8 +37,12 @@ TEST_F(SimulatedServer, RefusesWhatItCantPlay)
         {rack + "--describe --fault =3", "a fault is written NAME=VALUE, not =3"},
         {rack + "--describe --fault flash.fail_at_table=3",
          "zalsim: A fault of this run is wrong: There is no \"fail_at_table\" in \"flash\"\n"},
+        {std::string(ZALSIM) + " --server " + m_Server.Path().string() + " --journal /dev/full -- " + Installer +
+             " /y " + m_Package.Path().string(),
+         "zalsim: Can't write the journal /dev/full"},
         {rack + (sizeof(void*) == 4 ? "-- /bin/true" : ""), sizeof(void*) == 4 ? "is not a 32-bit program" : ""},
     };
+    m_Server.Write("server.json", RackServer());
     for (const auto& [command, sentence] : commands) {
         EXPECT_EQ(126, RunCommand(command, m_Output)) << command;
         EXPECT_TRUE(Says(sentence)) << command;
@@ -41,8 +56,8 @@ TEST_F(SimulatedServer, IsRunOnWhateverTheSimulationsFolderIsCalled)
     for (const char* file : {"zalsim", "libzalsim.so"}) fs::copy(fs::path(ZALSIM_FOLDER) / file, folder);
     m_Server.Write("server.json", RackServer());
     EXPECT_EQ(0, RunCommand("'" + (folder / "zalsim").string() + "' --server " + m_Server.Path().string() + " -- " +
-                                "'" PACKAGES "/systemrom/systemrom' /d " + (m_Server.Path() / "d.xml").string() +
-                                " /y " + m_Package.Path().string(),
+                                Installer + " /d " + (m_Server.Path() / "d.xml").string() + " /y " +
+                                m_Package.Path().string(),
                             m_Output));
     EXPECT_TRUE(Says("Discovery complete."));
 }
@@ -78,6 +93,12 @@ TEST_F(SimulatedServer, NamesWhatIsWrongInADescription)
         {R"("faults": {"processor": {"dead": 1}})", R"("dead" in "processor" is 1, not true or false)"},
         {R"("rom": {"size": 65537})", R"("size" in "rom" is 65537, not a multiple of 65536 bytes)"},
         {R"("rom": {"name": ")" + std::string(1025, 'x') + R"("})", "have at most 1024 characters"},
+        {R"("management_processor": {"version": "300.5"})", R"(version can't be "300.5")"},
+        {R"("management_processor": {"version": "3.5.1.2"})", R"(version can't be "3.5.1.2")"},
+        {R"("management_processor": {"version": "3.5b"})", R"(version can't be "3.5b")"},
+        {R"("management_processor": {"date": "02/29/2019"})", R"(date can't be "02/29/2019")"},
+        {R"("management_processor": {"date": "04/31/2019"})", R"(date can't be "04/31/2019")"},
+        {R"("smbios_dump": "gone")", "There is no SMBIOS dump "},
         {R"("management_processor": {"flash": {"handler": "TMBR"}})", R"(two devices have the handler "TMBR")"},
     };
     for (const auto& [member, sentence] : members) {
@@ -91,4 +112,31 @@ TEST_F(SimulatedServer, NamesWhatIsWrongInADescription)
     }
     UseServer(R"({"management_processor": {}})");
     EXPECT_NE(nullptr, sim::CurrentServer()->GetProcessor());
+}
+
+TEST_F(SimulatedServer, OpensItsDevicesInEveryThread)
+{
+    UseServer(RackServer());
+    std::atomic<int> opened = 0;
+    const auto openOften = [&] {
+        for (int i = 0; i < 5000; i++) {
+            const int fd = open("/dev/qvrcru", O_RDWR);
+            if (ioctl(fd, 0) < 0 && errno == EINVAL) opened++;  // as the driver answers
+            close(fd);
+        }
+    };
+    std::thread other(openOften);
+    openOften();
+    other.join();
+    EXPECT_EQ(10000, opened);
+}
+
+TEST_F(SimulatedServer, IsNotInTheShellsThatAnInstallerStarts)
+{
+    UseServer(RackServer());
+    setenv("LD_PRELOAD", "libzalsim.so", 1);
+    EXPECT_EQ(0, RunCommand("echo \"[$LD_PRELOAD]\"", m_Output));
+    EXPECT_EQ("[]\n", m_Output);
+    EXPECT_STREQ("libzalsim.so", getenv("LD_PRELOAD"));
+    unsetenv("LD_PRELOAD");
 }
