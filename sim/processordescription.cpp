@@ -30,8 +30,8 @@ FirmwareVersion Version(CFields& fields, const char* key)
 
 FlashDescription Flash(CFields& fields)
 {
-    const FlashDescription flash = {fields.Text("handler"), fields.Numeric<std::uint32_t>("size", 1048576),
-                                    fields.Numeric("busy_seconds", 5), fields.Numeric("query_seconds", 0)};
+    FlashDescription flash = {fields.Text("handler"), fields.Numeric<std::uint32_t>("size", 1048576),
+                              fields.Numeric("busy_seconds", 5), fields.Numeric("query_seconds", 0)};
     // It names a file too.
     if (flash.Handler.size() > MaxHandler || flash.Handler.find('/') != std::string::npos)
         fields.RefuseValue("handler", "a name of at most 15 characters without /");
