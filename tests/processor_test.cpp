@@ -322,7 +322,7 @@ TEST_F(Processor, RefusesWhatIsNoUpload)
         {[&] { return second(0, 1024); }, DeviceFlashStatus_Error, "loader 3"},
         {[&] { return second(2048, 1024); }, DeviceFlashStatus_Error, "loader 3"},
         {[&] { return second(1024, 1024) + channel.ResetDeviceFlash(Backplane); }, DeviceFlashStatus_OK, "loader 3"},
-        {[&] { return Flash(channel, Backplane, damaged); }, DeviceFlashStatus_Error, "loader 3"},
+        {[&] { return piece(0) + Flash(channel, Backplane, damaged); }, DeviceFlashStatus_Error, "loader 3"},
     };
     for (const auto& [mistake, status, version] : cases) {
         ASSERT_EQ(DeviceFlashStatus_OK, channel.OpenDeviceFlash(Backplane));
