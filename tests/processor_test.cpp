@@ -241,39 +241,6 @@ TEST_F(Processor, OfAnOldServerKnowsTheShortFormOfDeviceControl)
     EXPECT_FALSE(channel.GetTamberlineFamily(&type));
 }
 
-TEST_F(Processor, TellsItsInventory)
-{
-    CChannelInterface channel;
-    UINT8 value = 0;
-    int major = 0;
-    int minor = 0;
-    int pass = 0;
-    BOOL bLoader = TRUE;
-    EXPECT_TRUE(channel.GetPowerPICType(&value));
-    EXPECT_EQ(4, value);
-    EXPECT_TRUE(channel.GetPowerPICVersion(&major, &minor, &pass, &bLoader));
-    EXPECT_EQ("1.4.2.0", Dotted({major, minor, pass, bLoader}));
-    EXPECT_TRUE(channel.GetTamberlineFamily(&value));
-    EXPECT_EQ(3, value);
-    EXPECT_EQ("1.2.5", TamberlineVersion(channel));
-    EXPECT_TRUE(channel.GetTamberlineBootloaderVersion(&major, &minor));
-    EXPECT_EQ("1.0", Dotted({major, minor}));
-    EXPECT_EQ(2, channel.GetNVMeBackplaneCount());
-    UINT8 id[16] = {};
-    EXPECT_TRUE(channel.GetNVMeBackplaneInfo(1, &value, id));
-    EXPECT_EQ("2 NVME-BP-8SFF-A2", std::to_string(value) + " " + std::string(id, id + 15));
-    EXPECT_EQ("1.20 1.18", BackplaneVersion(channel, 0) + " " + BackplaneVersion(channel, 1));
-
-    UINT32 data1[8] = {};
-    UINT16 data2[8] = {};
-    UINT16 data3[8] = {};
-    UINT8* data4[8] = {};
-    int count = 0;
-    EXPECT_TRUE(channel.ReadPSInfo(data1, data2, data3, data4, &count));
-    EXPECT_TRUE(count == 2 && data1[1] == 0x5A1F0C22 && data2[1] == 0x4B7E && data3[1] == 0x4D02);
-    EXPECT_EQ(0, std::memcmp(data4[1], "\x9C\x31\x08\x00\x20\x0C\x9A\x66", 8));
-}
-
 TEST_F(Processor, FlashesADeviceThatThenRunsTheNewFirmware)
 {
     {

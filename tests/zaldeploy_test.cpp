@@ -241,10 +241,12 @@ TEST_F(Zaldeploy, ShowsWhatTheServerIsMadeOf)
     EXPECT_EQ("Quorvant RK740", server.at("product").at("name"));
     EXPECT_EQ("enabled", server.at("product").at("tpm"));
     EXPECT_EQ("3.14 (04/21/2019)", server.at("processor").at("version"));
-    EXPECT_EQ("NVME-BP-8SFF-A2", server.at("backplanes").at(1).at("name"));
-    EXPECT_EQ("1.18", server.at("backplanes").at(1).at("version"));
-    EXPECT_EQ("1.2.5", server.at("controllers").at(0).at("version"));
-    EXPECT_EQ("1.4.2", server.at("controllers").at(1).at("version"));
+    EXPECT_EQ(Json({{"name", "NVME-BP-8SFF-A2"}, {"version", "1.18"}, {"index", 1}, {"type", 2}}),
+              server.at("backplanes").at(1));
+    const Json controllers = {
+        {{"name", "Tamberline controller"}, {"version", "1.2.5"}, {"family", 3}, {"boot_loader", "1.0"}},
+        {{"name", "Power controller"}, {"version", "1.4.2"}, {"type", 4}}};
+    EXPECT_EQ(controllers, server.at("controllers"));
     EXPECT_EQ("5A1F0C22-4B7E-4D02-9C31-0800200C9A66", server.at("power_supplies").at(1).at("name"));
     UseRack(R"({"faults": {"processor": {"dead": true}}})");
     EXPECT_EQ(4, RunOnServer("inventory"));
