@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "tempfolder.h"
 #include "util.h"
 
 CStr g_InstallLocalDir;
@@ -57,8 +58,8 @@ int main(int argc, char** argv)
     setenv("QVFLASHLOG", "/dev/null", 1);
     if (argc == 3 && std::string(argv[1]) == "--smbios") return AskSmbios(argv[2]);
 
-    std::string folder = (std::filesystem::temp_directory_path() / "flashbench.XXXXXX").string();
-    if (!mkdtemp(folder.data())) return EXIT_FAILURE;
+    const CTempFolder all("flashbench");
+    const std::string folder = all.Path().string();
     std::printf("%-28s %-34s %12s %-14s %8s\n", sizeof(void*) == 4 ? "32-bit" : "64-bit", "", "a second", "", "ratio");
     BenchCrc32();
     BenchExpressions();
@@ -66,6 +67,5 @@ int main(int argc, char** argv)
     BenchSmbios(argv[0], folder);
     BenchDiscovery(folder);
     BenchUpload(folder);
-    std::filesystem::remove_all(folder);
     return EXIT_SUCCESS;
 }

@@ -8,6 +8,7 @@
 
 #include "calls.h"
 #include "host.h"
+#include "tempfolder.h"
 #include "util.h"
 
 CStr g_InstallLocalDir;
@@ -21,16 +22,17 @@ class CFolder
   public:
     CFolder() : m_Fd(memfd_create("input", 0))
     {
-        std::string path = (std::filesystem::temp_directory_path() / "flashfuzz.XXXXXX").string();
-        REQUIRE(m_Fd >= 0 && mkdtemp(path.data()));
-        m_File = path + "/qx.xml";
+        REQUIRE(m_Fd >= 0);
+        m_File = m_Folder.Path() / "qx.xml";
         std::filesystem::create_symlink("/proc/self/fd/" + std::to_string(m_Fd), m_File);
-        g_InstallLocalDir = path.c_str();
+        g_InstallLocalDir = m_Folder.Path().c_str();
     }
-    ~CFolder() { std::filesystem::remove_all(std::filesystem::path(m_File).parent_path()); }
 
     int m_Fd;
     std::string m_File;
+
+  private:
+    const CTempFolder m_Folder{"flashfuzz"};
 };
 
 }  // namespace

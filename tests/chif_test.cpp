@@ -324,7 +324,7 @@ TEST_F(Discovery, TellsWhatItFinds)
 TEST_F(Discovery, CountsThePciFunctionsWithoutADriver)
 {
     sim::SetCurrentServer(nullptr);
-    CTempFolder folder;
+    CTestFolder folder;
     const std::string arguments = (folder.Path() / "arguments").string();
     const std::string path = std::getenv("PATH");
     setenv("PATH", (folder.Path().string() + ":" + path).c_str(), 1);

@@ -87,7 +87,7 @@ class Component : public testing::Test
 {
   protected:
     CTestComponent component;
-    CTempFolder folder;
+    CTestFolder folder;
 };
 
 using CommandLine = Component;

@@ -53,7 +53,7 @@ TEST(DebugLogDeathTest, EndsTheProcessWhereALimitIsPassed)
 
 TEST(ComponentDir, FindsFilesRegardlessOfCase)
 {
-    CTempFolder folder;
+    CTestFolder folder;
     folder.Write("QXPKG.XML", "");
     g_InstallLocalDir = folder.Path().c_str();
     CLogCapture log;
@@ -75,7 +75,7 @@ TEST(ComponentDir, FindsFilesRegardlessOfCase)
 
 TEST(ComponentDir, ReadsFilesWhole)
 {
-    CTempFolder folder;
+    CTestFolder folder;
     void* pBuffer = nullptr;
     int size = -1;
     const std::string contents("a\0b\n", 4);

@@ -30,7 +30,7 @@ class CInstallerTest : public testing::Test
     void UseImage(const std::string& file, const std::string& image);
 
     std::string m_Component;
-    CTempFolder m_Package;
-    CTempFolder m_Server;
+    CTestFolder m_Package;
+    CTestFolder m_Server;
     std::string m_Output;
 };

@@ -150,7 +150,7 @@ TEST(PowerHexText, ExtractsWhatAnotherProgramDoes)
 {
     CPowerMicro power(nullptr);
     for (const char* name : {"zephyra.hex", "records32.hex", "objcopy.hex", "large.hex"}) {
-        const CTempFolder folder;
+        const CTestFolder folder;
         const std::string binary = (folder.Path() / "image").string();
         std::string output;
         const std::string convert = std::string(SREC_CAT " '" IMAGES "/") + name + "'";

@@ -7,7 +7,7 @@ namespace
 // The sections with their keys' lines, "[A]{x=1}{y=2}[B]".
 std::string Read(const std::string& contents)
 {
-    CTempFolder folder;
+    CTestFolder folder;
     const CINIFile file(folder.Write("settings.ini", contents).c_str());
     EXPECT_TRUE(file.IsValid());
     std::string all;
@@ -93,7 +93,7 @@ TEST(Ini, ReadsSectionsAndDropsTheOnesThatEndInNoKey)
 
 TEST(Ini, LooksUpRegardlessOfCaseAndAnswersWhatIsAbsent)
 {
-    CTempFolder folder;
+    CTestFolder folder;
     const CINIFile file(folder.Write("settings.ini", "[A]\nx = 1\nX=2\nflag\n[B]\nx=3\ny=\n[a]\nz==4\n").c_str());
     EXPECT_STREQ("1", file.GetKeyValue("a", "X"));
     EXPECT_STREQ("", file.GetKeyValue("a", "z"));

@@ -17,7 +17,7 @@ const std::uint32_t TableAddress = 0x1000;
 // Puts the process on a server whose table is these bytes.
 void UseTable(const std::string& bytes, WORD structures)
 {
-    CTempFolder folder;
+    CTestFolder folder;
     SMBIOSEntryPoint entry = {};
     std::memcpy(entry.sAnchorString, "_SM_", 4);
     std::memcpy(entry.sIntermediateAS, "_DMI_", 5);

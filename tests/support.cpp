@@ -18,22 +18,10 @@ namespace fs = std::filesystem;
 
 CStr g_InstallLocalDir;
 
-CTempFolder::CTempFolder()
+std::string CTestFolder::Write(const std::string& name, const std::string& contents) const
 {
-    std::string path = (fs::temp_directory_path() / "flashtest.XXXXXX").string();
-    if (!mkdtemp(path.data())) std::abort();
-    m_Path = path;
-}
-
-CTempFolder::~CTempFolder()
-{
-    fs::remove_all(m_Path);
-}
-
-std::string CTempFolder::Write(const std::string& name, const std::string& contents) const
-{
-    std::ofstream(m_Path / name, std::ios::binary) << contents;
-    return (m_Path / name).string();
+    std::ofstream(Path() / name, std::ios::binary) << contents;
+    return (Path() / name).string();
 }
 
 fs::path RunFolder()
@@ -109,7 +97,7 @@ int main(int argc, char** argv)
 {
     testing::InitGoogleTest(&argc, argv);
     testing::FLAGS_gtest_death_test_style = "threadsafe";
-    std::optional<CTempFolder> folder;
+    std::optional<CTestFolder> folder;
     if (!std::getenv("FLASHTEST_FOLDER")) {
         folder.emplace();
         setenv("FLASHTEST_FOLDER", folder->Path().c_str(), 1);

@@ -7,18 +7,15 @@
 #include <string>
 #include <vector>
 
-// A folder that goes away with the object.
-class CTempFolder
+#include "tempfolder.h"
+
+// A folder of files that goes away with the object.
+class CTestFolder : public CTempFolder
 {
   public:
-    CTempFolder();
-    ~CTempFolder();
-    const std::filesystem::path& Path() const { return m_Path; }
+    CTestFolder() : CTempFolder("flashtest") {}
     // Writes a file into it and returns its path.
     std::string Write(const std::string& name, const std::string& contents) const;
-
-  private:
-    std::filesystem::path m_Path;
 };
 
 // What the debug log has gained since the object was made.

@@ -22,7 +22,7 @@ class Xml : public testing::Test
         return xml.Initialize();
     }
 
-    CTempFolder m_Folder;
+    CTestFolder m_Folder;
     CZalXMLReader m_Reader;
 };
 

@@ -59,8 +59,8 @@ class Zaldeploy : public testing::Test
 
     Json Components() const { return Json::parse(m_Output).at("components"); }
 
-    CTempFolder m_Packages;
-    CTempFolder m_Server;
+    CTestFolder m_Packages;
+    CTestFolder m_Server;
     std::string m_Output;
 };
 

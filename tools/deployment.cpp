@@ -286,7 +286,7 @@ Component Discover(CProcessRunner& runner, const fs::path& folder, const DeployO
     }
 
     const CTempFolder folderOfFile("zaldeploy");
-    const fs::path file = folderOfFile.GetPath() / "discovery.xml";
+    const fs::path file = folderOfFile.Path() / "discovery.xml";
     const ProcessResult result =
         runner.Run(Command(component, options, {"/d", file.string()}), options.Timeout, TimeLimit::End);
     Properties properties = ReadProperties(result.Output);

@@ -25,7 +25,7 @@ class CTempFolder
     CTempFolder(const CTempFolder&) = delete;
     CTempFolder& operator=(const CTempFolder&) = delete;
 
-    const std::filesystem::path& GetPath() const { return m_Path; }
+    const std::filesystem::path& Path() const { return m_Path; }
 
   private:
     std::filesystem::path m_Path;

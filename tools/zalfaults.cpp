@@ -206,11 +206,11 @@ int CheckAll(const fs::path& server, const fs::path& package, std::FILE* pTable)
 
     std::fprintf(pTable, "## %s\n\n| fault | status | sentence | found next | run again |\n|---|---|---|---|---|\n",
                  package.filename().c_str());
-    const std::string old = CCase(runner, server, package, folder.GetPath()).Discover().Current;
+    const std::string old = CCase(runner, server, package, folder.Path()).Discover().Current;
     int violations = 0;
     const std::vector<Fault> faults = MakeFaults();
     for (const Fault& fault : faults)
-        violations += !Check(CCase(runner, server, package, folder.GetPath()), fault, old, pTable);
+        violations += !Check(CCase(runner, server, package, folder.Path()), fault, old, pTable);
     std::fprintf(pTable, "\n");
     std::fprintf(stderr, "%s: %zu faults, %d violations\n", package.filename().c_str(), faults.size(), violations);
     return violations == 0 ? 0 : 1;

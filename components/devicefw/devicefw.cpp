@@ -89,15 +89,11 @@ BOOL CDeviceFirmware::PerformDiscovery()
 void CDeviceFirmware::InstallWorker(InstallParameters* params)
 {
     const CStr firmware = m_sDevice + " firmware " + m_OfferedVersion.ToString();
-    const CStr was = CStr("; was ") + m_Properties.sCurrentVersion;
-    if (Upload(params->bSilent ? nullptr : params->pfnLogger)) {
-        const BOOL logged = CSystem().LogFlashEventToVRL(firmware + " flashed" + was);
-        Finish(params, ReturnCodeNone,
-               firmware + " was flashed and runs." + (logged ? "" : " The event could not be logged."));
-        return;
-    }
-    if (m_bTouched) CSystem().LogMaintenanceNoteToVRL(firmware + " not flashed: " + m_sFailure + was);
-    Finish(params, ReturnCodeErrorReturn, firmware + " was not installed: " + m_sFailure + ". " + DescribeState());
+    const CStr was = m_Properties.sCurrentVersion;
+    if (Upload(params->bSilent ? nullptr : params->pfnLogger))
+        FinishFlashed(params, firmware, was, "");
+    else
+        FinishFailed(params, firmware, was, m_bTouched, DescribeState());
 }
 
 CStr CDeviceFirmware::DescribeState()
@@ -107,12 +103,6 @@ CStr CDeviceFirmware::DescribeState()
         return "What the device runs can't be told: restart the management processor, then run this installer again.";
     if (m_bBootLoader) return "The device waits in its boot loader: run this installer again.";
     return CStr("The device runs version ") + m_Properties.sCurrentVersion + ": run this installer again.";
-}
-
-BOOL CDeviceFirmware::FailWith(const CStr& message)
-{
-    m_sFailure = message;
-    return FALSE;
 }
 
 // Flashes the device and sees that it runs the new firmware; an upload that fails is abandoned.

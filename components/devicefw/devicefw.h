@@ -38,7 +38,6 @@ class CDeviceFirmware : public CSampleComponent
     BOOL WaitUntilDone(PLOGFN logger);
     BOOL Verify();
     CStr DescribeState();
-    BOOL FailWith(const CStr& message);
 
     DeviceKind m_Kind = DeviceKind_Unknown;
     int m_Backplane = -1;        // index
@@ -48,6 +47,5 @@ class CDeviceFirmware : public CSampleComponent
     CFwVersion m_CurrentVersion;
     CStr m_sDevice;  // for the user
     CStr m_sHandler;
-    CStr m_sFailure;
     CPackageImage m_Image;
 };

@@ -130,3 +130,23 @@ void CSampleComponent::Finish(InstallParameters* params, ULONG result, const CSt
     params->Result = result;
     params->bFinished = TRUE;
 }
+
+BOOL CSampleComponent::FailWith(const CStr& message)
+{
+    m_sFailure = message;
+    return FALSE;
+}
+
+void CSampleComponent::FinishFlashed(InstallParameters* params, const CStr& firmware, const CStr& was, const CStr& more)
+{
+    const BOOL logged = CSystem().LogFlashEventToVRL(firmware + " flashed; was " + was);
+    Finish(params, ReturnCodeNone,
+           firmware + " was flashed and runs." + (logged ? "" : " The event could not be logged.") + more);
+}
+
+void CSampleComponent::FinishFailed(InstallParameters* params, const CStr& firmware, const CStr& was, BOOL touched,
+                                    const CStr& deviceState) const
+{
+    if (touched) CSystem().LogMaintenanceNoteToVRL(firmware + " not flashed: " + m_sFailure + "; was " + was);
+    Finish(params, ReturnCodeErrorReturn, firmware + " was not installed: " + m_sFailure + ". " + deviceState);
+}

@@ -62,11 +62,22 @@ class CSampleComponent : public CComponent
     // Ends InstallWorker with a result and a sentence for the user.
     static void Finish(InstallParameters* params, ULONG result, const CStr& text);
 
+    // Keeps why the work failed, for FinishFailed; FALSE.
+    BOOL FailWith(const CStr& message);
+
+    // End InstallWorker, and log it, when that firmware was flashed and runs, or was not. Behind was is the version
+    // from before; the rest tells the user more, or the state that the device is in.
+    static void FinishFlashed(InstallParameters* params, const CStr& firmware, const CStr& was, const CStr& more);
+    void FinishFailed(InstallParameters* params, const CStr& firmware, const CStr& was, BOOL touched,
+                      const CStr& deviceState) const;
+
     // The version that the package description states, read by the format that the constructor left in it.
     CFwVersion m_OfferedVersion;
 
     // Texts from outside are used up to this length, so that they fit the lines of the discovery XML.
     static const int MaxTextLength = 100;
+
+    CStr m_sFailure;  // empty: nothing has failed
 
   private:
     int CheckPackage();

@@ -164,25 +164,15 @@ BOOL CPowerController::PerformDiscovery()
     return TRUE;
 }
 
-BOOL CPowerController::FailWith(const CStr& message)
-{
-    m_sFailure = message;
-    return FALSE;
-}
-
 void CPowerController::InstallWorker(InstallParameters* params)
 {
     const CStr microcode = CStr("Power controller microcode ") + m_OfferedVersion.ToString();
-    const CStr was = CStr("; was ") + m_Properties.sCurrentVersion;
-    if (Update(params->bSilent ? nullptr : params->pfnLogger)) {
-        const BOOL logged = CSystem().LogFlashEventToVRL(microcode + " flashed" + was);
-        Finish(params, ReturnCodeNone,
-               microcode + " was flashed and runs." + (logged ? "" : " The event could not be logged.") +
-                   (m_bStateSaved ? "" : " The update that was cut off before has cost the controller's settings."));
-        return;
-    }
-    if (m_bTouched) CSystem().LogMaintenanceNoteToVRL(microcode + " not flashed: " + m_sFailure + was);
-    Finish(params, ReturnCodeErrorReturn, microcode + " was not installed: " + m_sFailure + ". " + DescribeState());
+    const CStr was = m_Properties.sCurrentVersion;
+    if (Update(params->bSilent ? nullptr : params->pfnLogger))
+        FinishFlashed(params, microcode, was,
+                      m_bStateSaved ? "" : " The update that was cut off before has cost the controller's settings.");
+    else
+        FinishFailed(params, microcode, was, m_bTouched, DescribeState());
 }
 
 CStr CPowerController::DescribeState()

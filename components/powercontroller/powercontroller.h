@@ -36,7 +36,6 @@ class CPowerController : public CSampleComponent
     BOOL BringBack();
     BOOL Verify();
     CStr DescribeState();
-    BOOL FailWith(const CStr& message);
 
     PowerControllerType m_Wanted = ControllerType_Unknown;
     std::unique_ptr<CPowerMicro> m_pMicro;  // null without a channel
@@ -46,5 +45,4 @@ class CPowerController : public CSampleComponent
     BOOL m_bStateSaved = FALSE;
     CFwVersion m_CurrentVersion;
     CPackageImage m_Image;
-    CStr m_sFailure;
 };
