@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -209,8 +210,10 @@ int CheckAll(const fs::path& server, const fs::path& package, std::FILE* pTable)
     const std::string old = CCase(runner, server, package, folder.Path()).Discover().Current;
     int violations = 0;
     const std::vector<Fault> faults = MakeFaults();
-    for (const Fault& fault : faults)
+    for (const Fault& fault : faults) {
         violations += !Check(CCase(runner, server, package, folder.Path()), fault, old, pTable);
+        if (runner.IsStopped()) throw std::runtime_error("stopped by a signal");
+    }
     std::fprintf(pTable, "\n");
     std::fprintf(stderr, "%s: %zu faults, %d violations\n", package.filename().c_str(), faults.size(), violations);
     return violations == 0 ? 0 : 1;
@@ -224,8 +227,8 @@ int main(int argc, char** argv)
         "Installs a component against every fault of the simulated server, and checks what must hold each time.");
     app.footer(
         "Prints a table: the fault, the exit status, the last sentence, the version that the next run finds, and\n"
-        "whether a run without the fault recovers. Exit status: 0, 1 where something did not hold, 2 for wrong "
-        "arguments.");
+        "whether a run without the fault recovers. Exit status: 0, 1 where something did not hold, 2 for wrong\n"
+        "arguments or when a signal stops it.");
     std::string server;
     std::string package;
     app.add_option("--server", server, "Folder of the server; its server.json is copied for each fault")->required();
