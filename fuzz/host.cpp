@@ -11,26 +11,16 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "romdriver.h"
+
 #define ENTRY_POINT extern "C" __attribute__((visibility("default")))
 
 namespace
 {
 
 const int NodeFd = 1000000;  // no descriptor of the process
-const unsigned long ReadMemoryRequest = 2;
 const std::int64_t Second = 1000000;
 const std::int64_t Start = 1600000000 * Second;
-
-#pragma pack(push, 1)
-
-struct ReadMemoryArgument
-{
-    std::uint32_t Address;
-    std::uint8_t* pBuffer;
-    std::uint32_t Size;
-};
-
-#pragma pack(pop)
 
 thread_local bool t_bOnHost = false;  // the fuzzer's own threads are not
 sim::IDevice* g_pNode;
@@ -64,10 +54,10 @@ void PlayNode(sim::IDevice* pNode)
 
 int CMemoryNode::Ioctl(unsigned long request, void* argument)
 {
-    ReadMemoryArgument read;
-    if (request != ReadMemoryRequest) return Fail(EINVAL);
-    std::memcpy(&read, argument, sizeof read);
-    return ReadMemory(read.Address, read.pBuffer, read.Size) ? 0 : Fail(EFAULT);
+    if (request != RomDriverRequest_ReadMemory) return Fail(EINVAL);
+    const _pmemRead* pRead = static_cast<const _pmemRead*>(argument);
+    auto* pBuffer = reinterpret_cast<std::uint8_t*>(pRead->userBuffer);
+    return ReadMemory(pRead->startPhysicalMemAddress, pBuffer, pRead->readSize) ? 0 : Fail(EFAULT);
 }
 
 #define NEXT(function) static auto* const next = reinterpret_cast<decltype(&(function))>(dlsym(RTLD_NEXT, #function))

@@ -4,7 +4,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "../FlashLib/platformids.h"
+#include "platformids.h"
 
 namespace sim
 {

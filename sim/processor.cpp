@@ -9,9 +9,9 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "../FlashLib/platformids.h"
 #include "clock.h"
 #include "inventory.h"
+#include "platformids.h"
 
 namespace sim
 {

@@ -4,27 +4,13 @@
 
 #include "component.h"
 #include "devices.h"
+#include "romdriver.h"
 
 namespace sim
 {
 
 namespace
 {
-
-const unsigned long ReadMemoryRequest = 2;
-const unsigned long VersionRequest = 10;
-
-#pragma pack(push, 1)
-
-struct ReadMemory
-{
-    std::uint32_t Address;
-    void* pBuffer;
-    std::uint32_t Size;
-};
-FLASHLIB_LAYOUT(ReadMemory, 8 + sizeof(void*));
-
-#pragma pack(pop)
 
 class CRomDriver : public IDevice
 {
@@ -36,11 +22,12 @@ class CRomDriver : public IDevice
         const DriverFault fault = m_Server.GetDescription().Driver;
         if (fault == DriverFault::Fails) return Fail(EIO);
         switch (request) {
-            case VersionRequest:
+            case RomDriverRequest_Version:
                 return fault == DriverFault::Refuses ? Fail(EINVAL) : Version(static_cast<_versioninfo*>(argument));
-            case ReadMemoryRequest: {
-                const ReadMemory* pRead = static_cast<const ReadMemory*>(argument);
-                return m_Server.ReadMemory(pRead->Address, pRead->pBuffer, pRead->Size) ? 0 : Fail(EFAULT);
+            case RomDriverRequest_ReadMemory: {
+                const _pmemRead* pRead = static_cast<const _pmemRead*>(argument);
+                void* pBuffer = reinterpret_cast<void*>(pRead->userBuffer);
+                return m_Server.ReadMemory(pRead->startPhysicalMemAddress, pBuffer, pRead->readSize) ? 0 : Fail(EFAULT);
             }
             default:
                 return Fail(EINVAL);

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <ctime>
 
-#include "../platformids.h"
 #include "exchange.h"
+#include "platformids.h"
 
 namespace
 {

@@ -1,7 +1,7 @@
 #include <cstring>
 
-#include "../platformids.h"
 #include "exchange.h"
+#include "platformids.h"
 
 namespace
 {

@@ -8,13 +8,13 @@
 #include "component.h"
 #include "componentxml.h"
 #include "debug.h"
+#include "romdriver.h"
 #include "zalftbl.h"
 #include "zalph/system.h"
 
 namespace
 {
 
-const unsigned long VersionQuery = 10;
 const int MinimumDriver[4] = {5, 5, 4, 1};
 
 bool IsNewEnough(const int (&version)[4])
@@ -96,7 +96,7 @@ BOOL CComponent::Valid_CRUDriver()
     _versioninfo info = {};
     OpenCruDriver();
     _DebugPrintf("CComponent::Valid_CRUDriver - VALUE OF cruFd [0x%X] \n", static_cast<unsigned>(cruFd));
-    if (ioctl(cruFd, VersionQuery, &info) < 0) {
+    if (ioctl(cruFd, RomDriverRequest_Version, &info) < 0) {
         if (errno != EINVAL && cruFd < 0)
             SetErrorMessage("CRU driver is not loaded or is not responding\n");
         else

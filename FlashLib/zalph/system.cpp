@@ -4,29 +4,8 @@
 #include <sys/ioctl.h>
 
 #include "debug.h"
+#include "romdriver.h"
 #include "zalftbl.h"
-
-namespace
-{
-
-const unsigned long ReadMemoryRequest = 2;
-
-#pragma pack(push, 1)
-
-// The ROM utility driver's read-memory request.
-struct _pmemRead
-{
-    std::uint32_t startPhysicalMemAddress;
-    std::uintptr_t userBuffer;
-    std::uint32_t readSize;
-};
-FLASHLIB_LAYOUT(_pmemRead, 8 + sizeof(void*));
-FLASHLIB_OFFSET(_pmemRead, userBuffer, 4);
-FLASHLIB_OFFSET(_pmemRead, readSize, 4 + sizeof(void*));
-
-#pragma pack(pop)
-
-}  // namespace
 
 CSystemCommon::~CSystemCommon() = default;
 
@@ -48,7 +27,7 @@ BOOL CSystem::ReadPhysicalMemory(DWORD address, BYTE* buffer, int size)
         }
     }
     _pmemRead request = {address, reinterpret_cast<std::uintptr_t>(buffer), static_cast<std::uint32_t>(size)};
-    return ioctl(cruFd, ReadMemoryRequest, &request) == 0;
+    return ioctl(cruFd, RomDriverRequest_ReadMemory, &request) == 0;
 }
 
 BOOL CSystem::GetEV(const char* name, BYTE* buffer, int size)

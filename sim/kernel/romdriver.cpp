@@ -13,20 +13,14 @@
 
 #include "component.h"
 #include "requests.h"
+#include "romdriver.h"
 
 namespace
 {
 
 const _versioninfo Version = {5, 5, 4, 1};  // the oldest driver that components accept
 
-// The read-memory request of a 32-bit caller.
-struct ReadMemory
-{
-    std::uint32_t Address;
-    std::uint32_t Buffer;
-    std::uint32_t Size;
-};
-FLASHLIB_LAYOUT(ReadMemory, 12);
+static_assert(sizeof(_pmemRead) == 12, "callers are 32-bit, and so is the driver");
 
 const char DeviceName[] = "DEVNAME=qvrcru";
 
@@ -104,7 +98,7 @@ class CCuseDevice
         const fuse_ioctl_in& ioctl = m_Message.As<fuse_ioctl_in>();
         if (!(ioctl.flags & FUSE_IOCTL_COMPAT)) return Fail(EINVAL);
         switch (ioctl.cmd) {
-            case VersionRequest:
+            case RomDriverRequest_Version:
                 if (ioctl.out_size == 0) return AskFor({ioctl.arg, 0}, {ioctl.arg, sizeof Version});
                 return Reply(fuse_ioctl_out{}, &Version, sizeof Version);
             case RenumberedReadMemory:
@@ -130,15 +124,15 @@ class CCuseDevice
     bool Read()
     {
         const fuse_ioctl_in& ioctl = m_Message.As<fuse_ioctl_in>();
-        const fuse_ioctl_iovec request = {ioctl.arg, sizeof(ReadMemory)};
+        const fuse_ioctl_iovec request = {ioctl.arg, sizeof(_pmemRead)};
         if (ioctl.in_size == 0) return AskFor(request, {ioctl.arg, 0});
 
-        ReadMemory read = {};
+        _pmemRead read = {};
         std::memcpy(&read, m_Message.Body + sizeof ioctl, sizeof read);
-        if (ioctl.out_size != read.Size) return AskFor(request, {read.Buffer, read.Size});
+        if (ioctl.out_size != read.readSize) return AskFor(request, {read.userBuffer, read.readSize});
 
-        std::vector<unsigned char> memory(read.Size);
-        const int error = ReadPhysical(read.Address, memory);
+        std::vector<unsigned char> memory(read.readSize);
+        const int error = ReadPhysical(read.startPhysicalMemAddress, memory);
         return error ? Fail(error) : Reply(fuse_ioctl_out{}, memory.data(), memory.size());
     }
 

@@ -12,6 +12,7 @@
 
 #include "component.h"
 #include "requests.h"
+#include "romdriver.h"
 #include "util.h"
 #include "zalftbl.h"
 #include "zalph/smbios.h"
@@ -26,7 +27,7 @@ extern "C" __attribute__((visibility("default"))) int ioctl(int fd, unsigned lon
     va_start(arguments, request);
     void* pArgument = va_arg(arguments, void*);
     va_end(arguments);
-    if (fd == cruFd && request == ReadMemoryRequest) request = RenumberedReadMemory;
+    if (fd == cruFd && request == RomDriverRequest_ReadMemory) request = RenumberedReadMemory;
     return static_cast<int>(syscall(SYS_ioctl, fd, request, pArgument));
 }
 
