@@ -1,5 +1,5 @@
 // Runs every measurement and prints them as one table.
-#include "bench.h"
+#include "bench/bench.h"
 
 #include <stdlib.h>
 #include <sys/syscall.h>
@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "tempfolder.h"
+#include "support/tempfolder.h"
 #include "util.h"
 
 CStr g_InstallLocalDir;

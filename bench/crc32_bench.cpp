@@ -3,7 +3,7 @@
 
 #include <random>
 
-#include "bench.h"
+#include "bench/bench.h"
 #include "crc32.h"
 
 extern "C" unsigned long rom_crc32_portable(unsigned char* buffer, unsigned int length, unsigned long crc);

@@ -1,7 +1,7 @@
 // Rules parsed and evaluated, beside muParser's integer parser, which is given the text anew each time too.
 #include <muParserInt.h>
 
-#include "bench.h"
+#include "bench/bench.h"
 #include "expr.h"
 
 namespace

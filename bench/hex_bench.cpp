@@ -2,7 +2,7 @@
 #include <fstream>
 #include <random>
 
-#include "bench.h"
+#include "bench/bench.h"
 #include "pwrmicro.h"
 
 namespace

@@ -3,10 +3,10 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "bench.h"
+#include "bench/bench.h"
 #include "chif.h"
-#include "deviceimage.h"
-#include "server.h"
+#include "sim/images/deviceimage.h"
+#include "sim/server.h"
 #include "zalph.h"
 
 namespace

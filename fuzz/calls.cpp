@@ -1,4 +1,4 @@
-#include "calls.h"
+#include "fuzz/calls.h"
 
 #include <dlfcn.h>
 #include <sanitizer/allocator_interface.h>

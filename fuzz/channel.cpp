@@ -1,4 +1,4 @@
-#include "channel.h"
+#include "fuzz/channel.h"
 
 #include <unistd.h>
 

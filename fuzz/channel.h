@@ -1,7 +1,7 @@
 // A channel library whose processor answers what the input says.
 #pragma once
 
-#include "fuzz.h"
+#include "fuzz/fuzz.h"
 
 // The processor's answers come from this input from now on. Each is
 //   a byte: 00 to BF a reply to the request, C0 to DF one whose number is off by the low five bits, E0 to FF none, with

@@ -2,7 +2,7 @@
 // as the syntax.
 #include "zalph/commandline.h"
 #include "component.h"
-#include "fuzz.h"
+#include "fuzz/fuzz.h"
 #include "util.h"
 
 const CStepBound StepBound = {10000, 1000};

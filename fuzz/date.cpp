@@ -1,5 +1,5 @@
 // A date text, and the date as the number in which the system ROM packs it.
-#include "fuzz.h"
+#include "fuzz/fuzz.h"
 #include "fwversion.h"
 
 const CStepBound StepBound = {1000, 10};

@@ -1,9 +1,9 @@
 // An expression, and behind its NUL the management processor's replies to what its functions ask.
 #include <cstring>
 
-#include "channel.h"
 #include "chif.h"
 #include "expr.h"
+#include "fuzz/channel.h"
 
 const CStepBound StepBound = {10000, 100};
 

@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "flashtable.h"
-#include "fuzz.h"
-#include "host.h"
+#include "fuzz/fuzz.h"
+#include "fuzz/host.h"
 
 const CStepBound StepBound = {1000, 10};
 

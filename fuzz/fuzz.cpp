@@ -1,4 +1,4 @@
-#include "fuzz.h"
+#include "fuzz/fuzz.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "calls.h"
-#include "host.h"
-#include "tempfolder.h"
+#include "fuzz/calls.h"
+#include "fuzz/host.h"
+#include "support/tempfolder.h"
 #include "util.h"
 
 CStr g_InstallLocalDir;

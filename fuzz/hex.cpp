@@ -1,5 +1,5 @@
 // An Intel HEX text behind two bytes with the size of the image that it goes into.
-#include "fuzz.h"
+#include "fuzz/fuzz.h"
 #include "pwrmicro.h"
 
 const CStepBound StepBound = {1000, 10};

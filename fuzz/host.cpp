@@ -1,4 +1,4 @@
-#include "host.h"
+#include "fuzz/host.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "device.h"
+#include "sim/base/device.h"
 
 // The library is on that host while one exists; everything else in the process stays on the real one.
 class CHost

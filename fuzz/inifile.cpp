@@ -1,6 +1,6 @@
 // A settings file: sections and keys, by index and by name.
 #include "zalph/inifile.h"
-#include "fuzz.h"
+#include "fuzz/fuzz.h"
 
 const CStepBound StepBound = {10000, 5000};
 

@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "fuzz.h"
-#include "host.h"
+#include "fuzz/fuzz.h"
+#include "fuzz/host.h"
 #include "zalph/system.h"
 
 const CStepBound StepBound = {1000, 100};

@@ -1,6 +1,6 @@
 // The power controller's I2C replies during an update, behind a byte that says how it is identified.
-#include "channel.h"
 #include "chif.h"
+#include "fuzz/channel.h"
 #include "pwrmicro.h"
 
 // What is left of an update when the controller falls silent is retried up to 100 times, and a status poll as often.

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "fuzz.h"
-#include "host.h"
+#include "fuzz/fuzz.h"
+#include "fuzz/host.h"
 #include "zalftbl.h"
 #include "zalph/system.h"
 

@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "channel.h"
 #include "chif.h"
+#include "fuzz/channel.h"
 
 // An operation that waits for the processor asks it every two seconds for a minute.
 const CStepBound StepBound = {10000, 1000};

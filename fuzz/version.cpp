@@ -1,5 +1,5 @@
 // Two version texts, a line each: parsed, printed and compared.
-#include "fuzz.h"
+#include "fuzz/fuzz.h"
 #include "fwversion.h"
 
 const CStepBound StepBound = {10000, 100};

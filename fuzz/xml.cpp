@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "componentxml.h"
-#include "fuzz.h"
+#include "fuzz/fuzz.h"
 #include "zalxml.h"
 
 // Entities may make eight MiB of a document, and those 900000 elements.

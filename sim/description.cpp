@@ -1,12 +1,12 @@
-#include "description.h"
+#include "sim/description.h"
 
 #include <cstdlib>
 #include <fstream>
 #include <map>
 #include <stdexcept>
 
-#include "fields.h"
-#include "romimage.h"
+#include "sim/base/fields.h"
+#include "sim/images/romimage.h"
 
 namespace sim
 {

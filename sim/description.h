@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "processordescription.h"
+#include "sim/processor/processordescription.h"
 
 namespace sim
 {

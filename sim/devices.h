@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "server.h"
+#include "sim/server.h"
 
 namespace sim
 {

@@ -1,4 +1,4 @@
-#include "server.h"
+#include "sim/server.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -7,8 +7,8 @@
 #include <mutex>
 #include <stdexcept>
 
-#include "devices.h"
-#include "romimage.h"
+#include "sim/devices.h"
+#include "sim/images/romimage.h"
 
 namespace sim
 {

@@ -8,14 +8,14 @@
 #include <string>
 #include <vector>
 
-#include "bmc.h"
-#include "channel.h"
-#include "description.h"
-#include "device.h"
-#include "flashpart.h"
-#include "journal.h"
-#include "processor.h"
-#include "smbios.h"
+#include "sim/base/device.h"
+#include "sim/base/journal.h"
+#include "sim/bmc/bmc.h"
+#include "sim/description.h"
+#include "sim/processor/channel.h"
+#include "sim/processor/processor.h"
+#include "sim/rom/flashpart.h"
+#include "sim/smbios/smbios.h"
 
 namespace sim
 {

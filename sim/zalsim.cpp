@@ -19,8 +19,8 @@
 #include <string>
 #include <vector>
 
-#include "inventory.h"
-#include "server.h"
+#include "sim/processor/inventory.h"
+#include "sim/server.h"
 
 namespace
 {

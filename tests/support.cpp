@@ -1,4 +1,4 @@
-#include "support.h"
+#include "tests/support.h"
 
 #include <unistd.h>
 
@@ -10,7 +10,7 @@
 #include <optional>
 
 #include "debug.h"
-#include "server.h"
+#include "sim/server.h"
 #include "util.h"
 #include "zalftbl.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tempfolder.h"
+#include "support/tempfolder.h"
 
 // A folder of files that goes away with the object.
 class CTestFolder : public CTempFolder

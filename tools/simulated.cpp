@@ -1,4 +1,4 @@
-#include "simulated.h"
+#include "tools/simulated.h"
 
 #include <unistd.h>
 
@@ -8,21 +8,14 @@
 #include <cstring>
 #include <filesystem>
 
+#include "support/process.h"
+
 namespace fs = std::filesystem;
 
 fs::path FindZalsim()
 {
     const fs::path own = fs::read_symlink("/proc/self/exe").parent_path();
     return fs::exists(own / "zalsim") ? own / "zalsim" : own.parent_path() / "sim" / "zalsim";
-}
-
-std::vector<char*> ToArguments(const std::vector<std::string>& command)
-{
-    std::vector<char*> arguments;
-    arguments.reserve(command.size() + 1);
-    for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
-    arguments.push_back(nullptr);
-    return arguments;
 }
 
 std::vector<std::string> OnServer(const std::string& folder, const std::vector<std::string>& command)

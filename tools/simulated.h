@@ -8,9 +8,6 @@
 // zalsim, which is beside the tools or, where they are not installed, in a folder of its own.
 std::filesystem::path FindZalsim();
 
-// A command as the system takes it, with a null pointer at its end; holds while the command does.
-std::vector<char*> ToArguments(const std::vector<std::string>& command);
-
 // The command that runs a command on the simulated server in that folder.
 std::vector<std::string> OnServer(const std::string& folder, const std::vector<std::string>& command);
 

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "component.h"
-#include "requests.h"
 #include "romdriver.h"
+#include "sim/kernel/requests.h"
 
 namespace
 {

@@ -1,0 +1,116 @@
+#include "sim/bmc/bmc.h"
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include "zalph/evtlog.h"
+
+namespace sim
+{
+
+namespace
+{
+
+using Bytes = std::vector<std::uint8_t>;
+
+// Completion codes (IPMI 2.0, table 5-2).
+const std::uint8_t Completion_OK = 0x00;
+const std::uint8_t Completion_InvalidCommand = 0xC1;
+const std::uint8_t Completion_BadLength = 0xC7;
+const std::uint8_t Completion_BadField = 0xCC;
+
+const std::uint8_t NetFunction_App = 0x06;
+const std::uint8_t Command_GetDeviceId = 0x01;
+const std::uint8_t NetFunction_Nvram = 0x36;
+const std::uint8_t Command_NvramAccess = 0x02;
+const std::uint8_t SubType_LogVrl = 7;
+
+// Get Device ID (IPMI 2.0, 20.1): an IPMI 2.0 controller with firmware 2.70.
+const Bytes DeviceId = {Completion_OK, 0x13, 0x01, 0x02, 0x70, 0x02, 0x02, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+
+const std::size_t RequestHeader = offsetof(LOG_VRL_REQUEST, VRLEntry);
+
+Bytes ReadWhole(const std::filesystem::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+}
+
+std::string TimeText(const _evtTimeStamp& time)
+{
+    char szTime[40];
+    std::snprintf(szTime, sizeof szTime, "%02d%02d-%02d-%02d %02d:%02d", time.bCentury, time.bYear, time.bMonth,
+                  time.bDay, time.bHour, time.bMinute);
+    return szTime;
+}
+
+}  // namespace
+
+CBmc::CBmc(const IpmiFaults& faults, const std::filesystem::path& folder, CJournal& journal)
+    : m_Faults(faults), m_File(folder / "vrl.bin"), m_Journal(journal)
+{
+}
+
+Bytes CBmc::Execute(std::uint8_t netFunction, std::uint8_t command, const Bytes& request)
+{
+    Bytes response = {Completion_InvalidCommand};
+    if (m_Faults.CompletionCode != 0)
+        response = {static_cast<std::uint8_t>(m_Faults.CompletionCode)};
+    else if (netFunction == NetFunction_App && command == Command_GetDeviceId)
+        response = DeviceId;
+    else if (netFunction == NetFunction_Nvram && command == Command_NvramAccess)
+        response = AccessNvram(request);
+    m_Journal.Write("ipmi netfn=0x%02X command=0x%02X request=%zu completion=0x%02X response=%zu", netFunction, command,
+                    request.size(), response[0], response.size() - 1);
+    return response;
+}
+
+Bytes CBmc::AccessNvram(const Bytes& request)
+{
+    LOG_VRL_REQUEST access = {};
+    if (request.size() < RequestHeader || request.size() > sizeof access) return {Completion_BadLength};
+    std::memcpy(&access, request.data(), request.size());
+    _evtLogHdr entry = {};
+    std::memcpy(&entry, access.VRLEntry, sizeof entry);
+    if (access.Header.SubType != SubType_LogVrl) return {Completion_BadField};
+    if (entry.wEvtLength <= sizeof entry || entry.wEvtLength != request.size() - RequestHeader ||
+        access.Header.Size != entry.wEvtLength)
+        return {Completion_BadLength};
+
+    LOG_VRL_RESPONSE response = {};
+    response.Header.SubType = SubType_LogVrl;
+    response.Header.Status = static_cast<BYTE>(m_Faults.Status);
+    response.Header.Size = sizeof response.AssignedEventNumber;
+    if (m_Faults.Status == 0) {
+        response.AssignedEventNumber = static_cast<DWORD>(GetLog().size() + 1);
+        entry.dwEvtNumber = response.AssignedEventNumber;
+        std::memcpy(access.VRLEntry, &entry, sizeof entry);
+        std::ofstream file(m_File, std::ios::binary | std::ios::app);
+        if (!file.write(reinterpret_cast<const char*>(access.VRLEntry), entry.wEvtLength).flush())
+            throw std::runtime_error("Can't write " + m_File.string());
+    }
+    Bytes bytes(1 + sizeof response, Completion_OK);
+    std::memcpy(bytes.data() + 1, &response, sizeof response);
+    return bytes;
+}
+
+std::vector<EventLogEntry> CBmc::GetLog() const
+{
+    std::vector<EventLogEntry> log;
+    const Bytes bytes = ReadWhole(m_File);
+    for (std::size_t offset = 0; bytes.size() - offset > sizeof(_evtLogHdr);) {
+        _evtLogHdr entry = {};
+        std::memcpy(&entry, bytes.data() + offset, sizeof entry);
+        if (entry.wEvtLength <= sizeof entry || entry.wEvtLength > bytes.size() - offset) break;
+        const char* pszText = reinterpret_cast<const char*>(bytes.data() + offset + sizeof entry);
+        log.push_back({entry.dwEvtNumber, entry.wClass, entry.wCode, entry.bSeverity, TimeText(entry.InitTime),
+                       std::string(pszText, strnlen(pszText, entry.wEvtLength - sizeof entry))});
+        offset += entry.wEvtLength;
+    }
+    return log;
+}
+
+}  // namespace sim

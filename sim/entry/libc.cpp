@@ -1,0 +1,274 @@
+// The C library's calls, taken over for the process that this is linked into or preloaded to: device nodes of the
+// current server and the clock are played, everything else goes on to the C library.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "sim/base/clock.h"
+#include "sim/processor/pcidevices.h"
+#include "sim/server.h"
+
+#define ENTRY_POINT extern "C" __attribute__((visibility("default")))
+
+namespace
+{
+
+using sim::CClock;
+using sim::Second;
+
+// The function that would have been called but for us.
+template <typename Function>
+Function* Next(Function*, const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+#define NEXT(function) static auto* const next = Next(static_cast<decltype(&(function))>(nullptr), #function)
+
+// The open devices. Never destroyed: calls come in until the very end of the process, from any thread.
+struct OpenDevices
+{
+    static OpenDevices& Instance()
+    {
+        static auto& devices = *new OpenDevices;
+        return devices;
+    }
+
+    std::mutex Mutex;  // held while nothing is called that may come back here
+    std::map<int, std::shared_ptr<sim::IDevice>> ByDescriptor;
+};
+
+std::shared_ptr<sim::IDevice> FindDevice(int fd)
+{
+    OpenDevices& devices = OpenDevices::Instance();
+    const std::lock_guard<std::mutex> lock(devices.Mutex);
+    const auto entry = devices.ByDescriptor.find(fd);
+    return entry == devices.ByDescriptor.end() ? nullptr : entry->second;
+}
+
+void KeepDevice(int fd, std::shared_ptr<sim::IDevice> device)
+{
+    OpenDevices& devices = OpenDevices::Instance();
+    const std::lock_guard<std::mutex> lock(devices.Mutex);
+    devices.ByDescriptor[fd] = std::move(device);
+}
+
+void ForgetDevice(int fd)
+{
+    OpenDevices& devices = OpenDevices::Instance();
+    decltype(devices.ByDescriptor)::node_type entry;  // goes away after the lock
+    const std::lock_guard<std::mutex> lock(devices.Mutex);
+    entry = devices.ByDescriptor.extract(fd);
+}
+
+// Opens path when the current server plays it: true with the descriptor, or -1 and errno, in fd.
+template <typename Open>
+bool OpenDevice(const char* path, Open* next, int& fd)
+{
+    sim::CServer* pServer = path && sim::CServer::OwnsPath(path) ? sim::CurrentServer() : nullptr;
+    if (!pServer) return false;
+    fd = -1;
+    if (std::unique_ptr<sim::IDevice> pDevice = sim::OrEndProcess([&] { return pServer->Open(path); })) {
+        fd = next("/dev/null", O_RDWR | O_CLOEXEC);  // keeps the number taken
+        if (fd >= 0) KeepDevice(fd, std::move(pDevice));
+    }
+    return true;
+}
+
+mode_t ModeArgument(int flags, va_list arguments)
+{
+    const bool creates = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    return creates ? static_cast<mode_t>(va_arg(arguments, unsigned int)) : 0;
+}
+
+bool IsVirtual(clockid_t clock)
+{
+    return !CClock::Instance().IsReal() &&
+           (clock == CLOCK_REALTIME || clock == CLOCK_MONOTONIC || clock == CLOCK_BOOTTIME ||
+            clock == CLOCK_REALTIME_COARSE || clock == CLOCK_MONOTONIC_COARSE || clock == CLOCK_MONOTONIC_RAW);
+}
+
+// Takes the preloaded libraries from the processes that start meanwhile.
+class CWithoutPreload
+{
+  public:
+    CWithoutPreload()
+    {
+        if (const char* pszLibraries = std::getenv(szVariable)) m_Libraries = pszLibraries;
+        unsetenv(szVariable);
+    }
+    ~CWithoutPreload()
+    {
+        if (m_Libraries) setenv(szVariable, m_Libraries->c_str(), 1);
+    }
+    CWithoutPreload(const CWithoutPreload&) = delete;
+    CWithoutPreload& operator=(const CWithoutPreload&) = delete;
+
+  private:
+    static constexpr const char* szVariable = "LD_PRELOAD";
+    std::optional<std::string> m_Libraries;
+};
+
+}  // namespace
+
+ENTRY_POINT int open(const char* path, int flags, ...)
+{
+    NEXT(open);
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = ModeArgument(flags, arguments);
+    va_end(arguments);
+    int fd = -1;
+    return OpenDevice(path, next, fd) ? fd : next(path, flags, mode);
+}
+
+ENTRY_POINT int open64(const char* path, int flags, ...)
+{
+    NEXT(open64);
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = ModeArgument(flags, arguments);
+    va_end(arguments);
+    int fd = -1;
+    return OpenDevice(path, next, fd) ? fd : next(path, flags, mode);
+}
+
+ENTRY_POINT ssize_t read(int fd, void* buffer, size_t size)
+{
+    NEXT(read);
+    const std::shared_ptr<sim::IDevice> pDevice = FindDevice(fd);
+    return pDevice ? sim::OrEndProcess([=] { return pDevice->Read(buffer, size); }) : next(fd, buffer, size);
+}
+
+// What programs call that are built with checks of their buffers (_FORTIFY_SOURCE).
+ENTRY_POINT int __open_2(const char* path, int flags)
+{
+    return open(path, flags);
+}
+
+ENTRY_POINT int __open64_2(const char* path, int flags)
+{
+    return open64(path, flags);
+}
+
+ENTRY_POINT ssize_t __read_chk(int fd, void* buffer, size_t size, size_t room)
+{
+    if (size > room) std::abort();
+    return read(fd, buffer, size);
+}
+
+ENTRY_POINT int ioctl(int fd, unsigned long request, ...)
+{
+    NEXT(ioctl);
+    va_list arguments;
+    va_start(arguments, request);
+    void* pArgument = va_arg(arguments, void*);
+    va_end(arguments);
+    const std::shared_ptr<sim::IDevice> pDevice = FindDevice(fd);
+    if (!pDevice) return next(fd, request, pArgument);
+    return sim::OrEndProcess([=] { return pDevice->Ioctl(request, pArgument); });
+}
+
+// A device is waited for alone; sets of descriptors are the C library's.
+ENTRY_POINT int poll(pollfd* descriptors, nfds_t count, int timeout)
+{
+    NEXT(poll);
+    const std::shared_ptr<sim::IDevice> pDevice = count == 1 ? FindDevice(descriptors[0].fd) : nullptr;
+    if (!pDevice) return next(descriptors, count, timeout);
+    descriptors[0].revents = 0;
+    return sim::OrEndProcess([=] { return pDevice->Poll(descriptors[0].events, timeout, descriptors[0].revents); });
+}
+
+ENTRY_POINT int __poll_chk(pollfd* descriptors, nfds_t count, int timeout, size_t room)
+{
+    if (count > room / sizeof *descriptors) std::abort();
+    return poll(descriptors, count, timeout);
+}
+
+ENTRY_POINT int close(int fd)
+{
+    NEXT(close);
+    ForgetDevice(fd);
+    return next(fd);
+}
+
+ENTRY_POINT time_t time(time_t* result) noexcept
+{
+    NEXT(time);
+    if (CClock::Instance().IsReal()) return next(result);
+    const time_t now = static_cast<time_t>(CClock::Instance().Ask() / Second);
+    if (result) *result = now;
+    return now;
+}
+
+ENTRY_POINT int clock_gettime(clockid_t clock, timespec* result) noexcept
+{
+    NEXT(clock_gettime);
+    if (!IsVirtual(clock)) return next(clock, result);
+    const std::int64_t now = CClock::Instance().Ask();
+    result->tv_sec = static_cast<time_t>(now / Second);
+    result->tv_nsec = static_cast<long>(now % Second);
+    return 0;
+}
+
+ENTRY_POINT int gettimeofday(timeval* result, void* zone) noexcept
+{
+    NEXT(gettimeofday);
+    if (CClock::Instance().IsReal()) return next(result, zone);
+    const std::int64_t now = CClock::Instance().Ask();
+    result->tv_sec = static_cast<time_t>(now / Second);
+    result->tv_usec = static_cast<suseconds_t>(now % Second / 1000);
+    return 0;
+}
+
+ENTRY_POINT unsigned int sleep(unsigned int seconds)
+{
+    NEXT(sleep);
+    if (CClock::Instance().IsReal()) return next(seconds);
+    CClock::Instance().Wait(seconds * Second);
+    return 0;
+}
+
+ENTRY_POINT int usleep(useconds_t microseconds)
+{
+    NEXT(usleep);
+    if (CClock::Instance().IsReal()) return next(microseconds);
+    CClock::Instance().Wait(microseconds * std::int64_t{1000});
+    return 0;
+}
+
+ENTRY_POINT int nanosleep(const timespec* request, timespec* remaining)
+{
+    NEXT(nanosleep);
+    if (CClock::Instance().IsReal()) return next(request, remaining);
+    CClock::Instance().Wait(request->tv_sec * Second + request->tv_nsec);
+    return 0;
+}
+
+// The shell and what it starts are the host's own programs, which the simulation is not in.
+ENTRY_POINT FILE* popen(const char* command, const char* mode)
+{
+    NEXT(popen);
+    sim::CServer* pServer = sim::CurrentServer();
+    if (!pServer) return next(command, mode);
+    const CWithoutPreload withoutPreload;
+    if (!sim::ReadsPciDevices(command)) return next(command, mode);
+    const std::string redirected =
+        sim::OrEndProcess([=] { return sim::WithPciDevices(command, pServer->GetDescription()); });
+    return next(redirected.c_str(), mode);
+}

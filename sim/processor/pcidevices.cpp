@@ -1,0 +1,60 @@
+#include "sim/processor/pcidevices.h"
+
+#include <cstdio>
+#include <fstream>
+#include <stdexcept>
+
+#include "platformids.h"
+
+namespace sim
+{
+
+namespace
+{
+
+const char szPciDevices[] = "/proc/bus/pci/devices";
+
+const char* const ProcessorIds[] = {PLATFORM_MOX_PCI_ID_0, PLATFORM_MOX_PCI_ID_1, PLATFORM_MOX_PCI_ID_2,
+                                    PLATFORM_MOX_PCI_ID_3};
+
+// Bus and function, identifier, interrupt, seven addresses, seven sizes, driver.
+std::string Line(int place, const std::string& id, const char* driver)
+{
+    char szText[300];
+    std::snprintf(szText, sizeof szText, "%04x\t%s\t%x", place, id.c_str(), 16 + place % 8);
+    std::string line = szText;
+    for (int i = 0; i < 14; i++) line += "\t               0";
+    return line + "\t" + driver + "\n";
+}
+
+// A name as one word of a shell command.
+std::string Quoted(const std::string& name)
+{
+    std::string word = "'";
+    for (char c : name) word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return word + "'";
+}
+
+}  // namespace
+
+bool ReadsPciDevices(const std::string& command)
+{
+    return command.find(szPciDevices) != std::string::npos;
+}
+
+std::string WithPciDevices(const std::string& command, const ServerDescription& server)
+{
+    const std::filesystem::path file = server.Folder / "pci_devices";
+    std::ofstream stream(file);
+    stream << Line(0x0000, "90010001", "") << Line(0x00fa, "90010002", "sata");
+    const int functions = server.Processor ? server.Processor->PciFunctions : 0;
+    for (int i = 0; i < functions; i++)
+        stream << Line(0x0100 + i, ProcessorIds[static_cast<std::size_t>(i) % 4], i == 2 ? "chif" : "");
+    stream << Line(0x0200, "90020001", "nic");
+    if (!stream.flush()) throw std::runtime_error("Can't write " + file.string());
+
+    std::string changed = command;
+    return changed.replace(changed.find(szPciDevices), sizeof szPciDevices - 1, Quoted(file.string()));
+}
+
+}  // namespace sim

@@ -1,0 +1,18 @@
+// The host's PCI device list: what a shell reads in /proc/bus/pci/devices.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "sim/description.h"
+
+namespace sim
+{
+
+// True for a shell command that reads the list.
+bool ReadsPciDevices(const std::string& command);
+
+// Writes the server's own list to pci_devices in its folder; the command, made to read it there.
+std::string WithPciDevices(const std::string& command, const ServerDescription& server);
+
+}  // namespace sim

@@ -1,0 +1,35 @@
+// The server's hardware registers: files of single bytes.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "sim/base/journal.h"
+#include "smif.h"
+
+namespace sim
+{
+
+class CRegisters
+{
+  public:
+    using Files = std::map<std::string, std::vector<std::uint8_t>>;
+
+    // The files stand in registers.json in the folder once something was written; until then they are the shipped ones.
+    CRegisters(const Files& shipped, const std::filesystem::path& folder, CJournal& journal);
+
+    // Does an IoAccessOp: reads into value or writes it. False when there is no such operation or register.
+    bool Access(DWORD operation, DWORD index, BYTE& value);
+
+  private:
+    void Save() const;
+
+    std::filesystem::path m_File;
+    CJournal& m_Journal;
+    Files m_Files;
+};
+
+}  // namespace sim

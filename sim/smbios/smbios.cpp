@@ -1,0 +1,261 @@
+#include "sim/smbios/smbios.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+
+namespace sim
+{
+
+namespace
+{
+
+const std::uint32_t DumpTableOffset = 32;
+
+std::uint8_t ChecksumOf(const void* bytes, std::size_t length)
+{
+    const std::uint8_t* pByte = static_cast<const std::uint8_t*>(bytes);
+    std::uint8_t sum = 0;
+    for (std::size_t i = 0; i < length; i++) sum = static_cast<std::uint8_t>(sum + pByte[i]);
+    return static_cast<std::uint8_t>(-sum);
+}
+
+// Sets the table's address and makes both checksums of the entry point hold (DMTF DSP0134, 5.2.1).
+void SetAddress(SMBIOSEntryPoint& entry, std::uint32_t address)
+{
+    entry.dwSTAddr = address;
+    entry.byIntermediateCS = 0;
+    entry.byIntermediateCS = ChecksumOf(entry.sIntermediateAS, 15);
+    entry.byChecksum = 0;
+    entry.byChecksum = ChecksumOf(&entry, entry.byEPSLength);
+}
+
+// Collects records.
+class CTable
+{
+  public:
+    // Adds a string to the record being made and returns its number; the empty text is no string.
+    BYTE String(const std::string& text)
+    {
+        if (text.empty()) return 0;
+        m_Strings.push_back(text);
+        return static_cast<BYTE>(m_Strings.size());
+    }
+
+    // Ends the record: its first length bytes, then its strings.
+    template <typename Record>
+    void Add(BYTE type, Record record, std::size_t length = sizeof(Record))
+    {
+        record.byType = type;
+        record.byLength = static_cast<BYTE>(length);
+        record.wHandle = static_cast<WORD>(0x100 * type + m_Count);
+        const BYTE* pRecord = reinterpret_cast<const BYTE*>(&record);
+        const std::size_t start = m_Bytes.size();
+        m_Bytes.insert(m_Bytes.end(), pRecord, pRecord + length);
+        for (const std::string& text : m_Strings)
+            m_Bytes.insert(m_Bytes.end(), text.c_str(), text.c_str() + text.size() + 1);
+        m_Bytes.insert(m_Bytes.end(), m_Strings.empty() ? 2 : 1, 0);
+        m_Largest = std::max(m_Largest, m_Bytes.size() - start);
+        m_Strings.clear();
+        m_Count++;
+    }
+
+    SmbiosTables Finish(BYTE minorVersion, std::uint32_t address)
+    {
+        SMBIOSEntryPoint entry = {};
+        std::memcpy(entry.sAnchorString, "_SM_", 4);
+        entry.byEPSLength = sizeof entry;
+        entry.byMajorVer = 2;
+        entry.byMinorVer = minorVersion;
+        entry.wMaxStructSize = static_cast<WORD>(m_Largest);
+        std::memcpy(entry.sIntermediateAS, "_DMI_", 5);
+        entry.wSTLength = static_cast<WORD>(m_Bytes.size());
+        entry.wNumStructures = static_cast<WORD>(m_Count);
+        entry.byBCDRevision = static_cast<BYTE>(0x20 + minorVersion);
+        if (m_Bytes.size() != entry.wSTLength)
+            throw std::runtime_error("The SMBIOS tables are longer than 65535 bytes");
+        SetAddress(entry, address);
+        return {entry, m_Bytes};
+    }
+
+  private:
+    std::vector<BYTE> m_Bytes;
+    std::vector<std::string> m_Strings;
+    std::size_t m_Count = 0;
+    std::size_t m_Largest = 0;
+};
+
+bool HasVersionRecords(const ServerDescription& server)
+{
+    return server.Generation >= 8;
+}
+
+std::string RomVersionText(const RomDescription& rom)
+{
+    return "v" + rom.Version + " (" + rom.Date + ")";
+}
+
+// What stands before and behind the point of the ROM's version; 255, which means none, for a boot block.
+BYTE VersionNumber(const RomDescription& rom, bool minor)
+{
+    const std::size_t point = rom.Version.find('.');
+    if (point == std::string::npos) return 0xFF;
+    return static_cast<BYTE>(std::atoi(rom.Version.c_str() + (minor ? point + 1 : 0)));
+}
+
+void AddBios(CTable& table, const ServerDescription& server, const RomDescription& rom)
+{
+    SMBIOS_BIOS_INFORMATION bios = {};
+    bios.byVendor = table.String(server.Manufacturer);
+    bios.byBIOSVersion = table.String(rom.Version.empty() ? rom.Family : rom.Family + " " + RomVersionText(rom));
+    bios.wStartSegment = 0xF000;
+    bios.byReleaseDate = table.String(rom.Date);
+    bios.byROMSize = 0xFF;                // 16 MiB
+    bios.baCharacteristics[0] = 0x80;     // PCI is supported
+    bios.baCharacteristics[1] = 0x08;     // the BIOS can be flashed
+    bios.baCharacteristicsExt[0] = 0x01;  // ACPI is supported
+    bios.byBIOSMajorVersion = VersionNumber(rom, false);
+    bios.byBIOSMinorVersion = VersionNumber(rom, true);
+    bios.byECMajorVersion = bios.byECMinorVersion = 0xFF;
+    table.Add(0, bios, HasVersionRecords(server) ? sizeof bios : 20);
+}
+
+void AddSystem(CTable& table, const ServerDescription& server)
+{
+    SMBIOS_SYSTEM_INFORMATION system = {};
+    system.byManufacturer = table.String(server.Manufacturer);
+    system.byProductName = table.String(server.Product);
+    system.bySerialNumber = table.String(server.Serial);
+    for (std::size_t i = 0; i < server.Serial.size() && i < 16; i++)
+        system.baUUID[i] = static_cast<BYTE>(server.Serial[i]);
+    system.byWakeUpType = 6;  // power switch
+    table.Add(1, system, HasVersionRecords(server) ? sizeof system : 25);
+}
+
+// "3.3" or, in a version record, "1.4.2"; empty while there is only a boot loader.
+std::string PowerPicVersion(const PowerPicDescription& pic, bool pass)
+{
+    if (pic.BootLoader) return "";
+    const std::string version = std::to_string(pic.Version.Major) + "." + std::to_string(pic.Version.Minor);
+    return pass ? version + "." + std::to_string(pic.Version.Pass) : version;
+}
+
+void AddOtherRoms(CTable& table, const ServerDescription& server, const PowerPicDescription* pPowerPic)
+{
+    SMBIOS_OTHER_ROMINFO other = {};
+    other.bfRedundantROMInstalled = !server.RedundantRomDate.empty();
+    other.byRedundantROMDate = table.String(server.RedundantRomDate);
+    other.byBootBlockROMDate = table.String(server.BootBlockDate);
+    other.byOEMROMName = table.String(server.OemRomName);
+    other.byOEMROMDate = table.String(server.OemRomDate);
+    other.byPowerMicroVersion = table.String(
+        pPowerPic && !HasVersionRecords(server) ? PowerPicVersion(*pPowerPic, false) : server.PowerMicroVersion);
+    std::size_t device = 0;
+    for (const FirmwareDescription& firmware : server.Firmware) {
+        if (firmware.Type != SMBIOS_VERSION_TYPE_CPLD || firmware.Data.size() < 3 || device == 6) continue;
+        other.wPALVersion[device] = static_cast<WORD>(firmware.Data[1] << 8 | firmware.Data[2]);
+        other.byPALType[device++] = table.String(firmware.Name);
+    }
+    table.Add(193, other);
+}
+
+void AddVersion(CTable& table, const FirmwareDescription& firmware, std::size_t index)
+{
+    SMBIOS_VERSION_INDICATOR version = {};
+    version.wType = firmware.Type;
+    version.byFirmwareName = table.String(firmware.Name);
+    version.byFirmwareVersion = table.String(firmware.Version);
+    version.byVersionDataFormat = firmware.Format;
+    std::copy(firmware.Data.begin(), firmware.Data.end(), version.baVersionData);
+    version.wUniqueId = static_cast<WORD>(index + 1);
+    table.Add(216, version);
+}
+
+}  // namespace
+
+SmbiosTables BuildSmbios(const ServerDescription& server, const RomDescription& rom,
+                         const PowerPicDescription* pPowerPic, std::uint32_t address)
+{
+    CTable table;
+    AddBios(table, server, rom);
+    AddSystem(table, server);
+    AddOtherRoms(table, server, pPowerPic);
+
+    SMBIOS_SYSTEM_ID id = {};
+    id.bySystemId = table.String(server.SystemId);
+    id.wPlatformId = server.PlatformId;
+    table.Add(195, id);
+
+    if (HasVersionRecords(server)) {
+        if (!rom.Version.empty())
+            AddVersion(table, {SMBIOS_VERSION_TYPE_SYSTEMROM, "System ROM", RomVersionText(rom), 0, {}}, 0);
+        for (std::size_t i = 0; i < server.Firmware.size(); i++) {
+            FirmwareDescription firmware = server.Firmware[i];
+            if (firmware.Type == SMBIOS_VERSION_TYPE_POWERPIC && pPowerPic)
+                firmware.Version = PowerPicVersion(*pPowerPic, true);
+            AddVersion(table, firmware, i + 1);
+        }
+    }
+
+    SMBIOS_TPM_INFORMATION tpm = {};
+    tpm.byStatus = server.TpmStatus;
+    table.Add(224, tpm);
+
+    if (server.FlashBufferSize != 0) {
+#pragma pack(push, 1)
+        struct ReservedMemory : SMBIOS_HEADER
+        {
+            SMBIOS_RESERVED_BUFFER Buffer;
+        } reserved = {};
+#pragma pack(pop)
+        reserved.Buffer = {0x42525324, server.FlashBufferAddress, server.FlashBufferSize};
+        table.Add(229, reserved);
+    }
+
+    table.Add(127, SMBIOS_HEADER());
+    return table.Finish(HasVersionRecords(server) ? 7 : 3, address);
+}
+
+SMBIOS_RESERVED_BUFFER FindFlashBuffer(const SmbiosTables& tables)
+{
+    static const BYTE signature[] = {'$', 'S', 'R', 'B'};
+    const std::vector<BYTE>& table = tables.Table;
+    SMBIOS_RESERVED_BUFFER buffer = {};
+    const auto found = std::search(table.begin(), table.end(), std::begin(signature), std::end(signature));
+    if (table.end() - found >= static_cast<std::ptrdiff_t>(sizeof buffer)) std::memcpy(&buffer, &*found, sizeof buffer);
+    return buffer;
+}
+
+SmbiosTables ReadSmbiosDump(const std::filesystem::path& file, std::uint32_t address)
+{
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream) throw std::runtime_error("There is no SMBIOS dump " + file.string());
+    const std::vector<char> bytes((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
+    SmbiosTables tables = {};
+    if (bytes.size() >= sizeof tables.Entry) std::memcpy(&tables.Entry, bytes.data(), sizeof tables.Entry);
+    const SMBIOSEntryPoint& entry = tables.Entry;
+    if (std::memcmp(entry.sAnchorString, "_SM_", 4) != 0 || entry.byEPSLength > sizeof entry)
+        throw std::runtime_error(file.string() + " is no SMBIOS dump with a 32-bit entry point");
+    if (entry.dwSTAddr > bytes.size() || entry.wSTLength > bytes.size() - entry.dwSTAddr)
+        throw std::runtime_error(file.string() + " ends before its SMBIOS table does");
+    const char* pTable = bytes.data() + entry.dwSTAddr;
+    tables.Table.assign(pTable, pTable + entry.wSTLength);
+    SetAddress(tables.Entry, address);
+    return tables;
+}
+
+void WriteSmbiosDump(SmbiosTables tables, const std::filesystem::path& file)
+{
+    SetAddress(tables.Entry, DumpTableOffset);
+    std::ofstream stream(file, std::ios::binary);
+    stream.write(reinterpret_cast<const char*>(&tables.Entry), sizeof tables.Entry);
+    stream.put('\0');
+    stream.write(reinterpret_cast<const char*>(tables.Table.data()), static_cast<std::streamsize>(tables.Table.size()));
+    if (!stream.flush()) throw std::runtime_error("Can't write " + file.string());
+}
+
+}  // namespace sim

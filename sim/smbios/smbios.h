@@ -1,0 +1,34 @@
+// A server's SMBIOS tables: built from its description, or taken from a dump of a real machine.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <vector>
+
+#include "sim/description.h"
+#include "zalph/smbios.h"
+
+namespace sim
+{
+
+struct SmbiosTables
+{
+    SMBIOSEntryPoint Entry;
+    std::vector<std::uint8_t> Table;
+};
+
+// Builds well-formed tables for the ROM that runs: types 0, 1 and 127, and the platform's own 193, 195, 216, 224 and
+// 229. The checksums of the entry point hold for the address that it tells. Where the server has a power PIC, its
+// version is that PIC's; null: it has none.
+SmbiosTables BuildSmbios(const ServerDescription& server, const RomDescription& rom,
+                         const PowerPicDescription* pPowerPic, std::uint32_t address);
+
+// The buffer that the tables' type 229 records reserve for flashing; zeros when there is none.
+SMBIOS_RESERVED_BUFFER FindFlashBuffer(const SmbiosTables& tables);
+
+// Reads and writes a dump in the layout of "dmidecode --dump-bin": the entry point at the start of the file, the table
+// at the offset that it tells. Reading places the table at address. Throw std::runtime_error with a sentence.
+SmbiosTables ReadSmbiosDump(const std::filesystem::path& file, std::uint32_t address);
+void WriteSmbiosDump(SmbiosTables tables, const std::filesystem::path& file);
+
+}  // namespace sim

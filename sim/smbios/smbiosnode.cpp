@@ -1,0 +1,58 @@
+// The hypervisor's SMBIOS device node: the region that holds the entry point.
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "sim/devices.h"
+
+namespace sim
+{
+
+namespace
+{
+
+class CSmbiosNode : public IDevice
+{
+  public:
+    CSmbiosNode(const SmbiosTables& tables, SmbiosFault fault) : m_Fault(fault), m_Position(0)
+    {
+        SMBIOSEntryPoint entry = tables.Entry;
+        if (fault == SmbiosFault::NoAnchor) std::memcpy(entry.sAnchorString, "_sm_", 4);
+        if (fault == SmbiosFault::ZeroAddress) entry.dwSTAddr = 0;
+        if (fault == SmbiosFault::Unreadable) entry.dwSTAddr = 0xFFFFFF00;
+        // Cuts the last structures off, in the middle of one.
+        if (fault == SmbiosFault::Truncated) entry.wSTLength = static_cast<WORD>(entry.wSTLength * 2 / 3);
+        if (fault == SmbiosFault::Misaligned) m_Region.resize(2);
+        if (fault == SmbiosFault::FalseAnchor) m_Region = {'_', 'S', 'M', '_', 0, 0, 0, 0};
+        const BYTE* pEntry = reinterpret_cast<const BYTE*>(&entry);
+        if (fault != SmbiosFault::Empty) m_Region.insert(m_Region.end(), pEntry, pEntry + sizeof entry);
+    }
+
+    ssize_t Read(void* buffer, std::size_t size) override
+    {
+        if (m_Fault == SmbiosFault::ReadError) return Fail(EIO);
+        const std::size_t length = std::min(size, m_Region.size() - m_Position);
+        std::copy_n(m_Region.begin() + static_cast<std::ptrdiff_t>(m_Position), length, static_cast<BYTE*>(buffer));
+        m_Position += length;
+        return static_cast<ssize_t>(length);
+    }
+
+  private:
+    SmbiosFault m_Fault;
+    std::vector<BYTE> m_Region;
+    std::size_t m_Position;
+};
+
+}  // namespace
+
+std::unique_ptr<IDevice> OpenSmbiosNode(CServer& server)
+{
+    const SmbiosFault fault = server.GetDescription().Smbios;
+    if (fault == SmbiosFault::Missing) {
+        errno = ENOENT;
+        return nullptr;
+    }
+    return std::make_unique<CSmbiosNode>(server.GetSmbios(), fault);
+}
+
+}  // namespace sim

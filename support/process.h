@@ -1,0 +1,68 @@
+// Runs an installer as a process of its own, and outlives whatever it does.
+#pragma once
+
+#include <signal.h>
+#include <sys/types.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+enum class ProcessEnd
+{
+    Exited,
+    Crashed,    // a signal that is not ours
+    TimedOut,   // was ended at its time limit
+    Stopped,    // was ended because the operator wants to stop
+    StillRuns,  // can't be ended: a driver holds it
+    NotStarted,
+};
+
+struct ProcessResult
+{
+    ProcessEnd End;
+    int Status;  // exit status, signal, or errno
+    // Lines that it printed, as a terminal may see them. Of very many the first ones and the last.
+    std::vector<std::string> Output;
+    std::vector<std::string> Errors;
+};
+
+// What happens to a process and all that it started when time is up.
+enum class TimeLimit
+{
+    End,       // they are ended; what it leaves behind when it ends by itself, too
+    AskFirst,  // they are asked to end, and are ended when as much time is up again
+};
+
+// Starts processes one after the other. While an object lives, signals that ask to end are kept for it: a process that
+// writes firmware is never left alone.
+class CProcessRunner
+{
+  public:
+    CProcessRunner();
+    ~CProcessRunner();
+    CProcessRunner(const CProcessRunner&) = delete;
+    CProcessRunner& operator=(const CProcessRunner&) = delete;
+
+    // True once nothing more is to be started: the operator has asked to stop, or a process can't be ended.
+    bool IsStopped();
+
+    // Runs a command, its program given by path, to its end. Its output goes line by line to show as it comes, if
+    // given. The time limit is in seconds of real time, whatever clock is simulated.
+    ProcessResult Run(const std::vector<std::string>& command, double seconds, TimeLimit limit,
+                      const std::function<void(const std::string&)>& show = nullptr);
+
+  private:
+    sigset_t m_Before;  // the signal mask that processes are started with
+    int m_Signals;      // descriptor from which the kept ones are read
+    bool m_bStopped = false;
+};
+
+// A command as the system takes it, with a null pointer at its end; holds while the command does.
+std::vector<char*> ToArguments(const std::vector<std::string>& command);
+
+// The last line that is not empty; empty when there is none.
+std::string LastLine(const std::vector<std::string>& lines);
+
+// The text without what would confuse a terminal or a table.
+std::string Printable(std::string text);

@@ -1,0 +1,104 @@
+#include "tests/installers/installer.h"
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+class DeviceFirmware : public CInstallerTest
+{
+  protected:
+    DeviceFirmware() : CInstallerTest("devicefw") {}
+
+    std::string Journal() const { return ReadFile(m_Server.Path() / "journal.log"); }
+};
+
+const char* const Untouched = "The device was not touched and runs as before.";
+const char* const InLoader = "The device waits in its boot loader: run this installer again.";
+const char* const Unknown = "What the device runs can't be told: restart the management processor, then run";
+
+}  // namespace
+
+TEST_F(DeviceFirmware, FlashesVerifiesAndLogs)
+{
+    EXPECT_TRUE(Discovers(RackServer(), "<action value=\"upgrade\"/>"));
+    EXPECT_TRUE(Ends(0, "  Uploading: 100352 of 200000 bytes, 50%, "));
+    EXPECT_TRUE(Says("Tamberline controller firmware 1.3.2 was flashed and runs.\n"));
+    EXPECT_NE(std::string::npos, Journal().find("device end handler=TMBR bytes=200000 whole=yes"));
+    EXPECT_TRUE(Discovers(RackServer(), "<active_version value=\"1.3.2\"/>"));
+    EXPECT_EQ(2, Run(RackServer()));
+    EXPECT_EQ(0, Zalsim("--show-log"));
+    EXPECT_TRUE(Says("  ROM flash    info      Tamberline controller firmware 1.3.2 flashed; was 1.2.5\n"));
+}
+
+TEST_F(DeviceFirmware, SendsNothingTwice)
+{
+    EXPECT_EQ(0, Run(RackServer(), "/s", "--journal " + (m_Server.Path() / "packets").string()));
+    EXPECT_FALSE(Says("Uploading"));
+    std::string count;
+    RunCommand("grep ' send ' " + (m_Server.Path() / "packets").string() + " | grep -c DEVICE_FLASH", count);
+    // Open, 196 pieces, and queries while the device is busy for 8 seconds.
+    EXPECT_NEAR(1 + 196 + 9, std::stoi(count), 1);
+}
+
+TEST_F(DeviceFirmware, SaysWhyTheServerIsNotForIt)
+{
+    const std::tuple<const char*, int, const char*> cases[] = {
+        {R"({"management_processor": {"tamberline": null}})", 4, "This server has no Tamberline controller"},
+        {R"({"management_processor": null})", 7, "There is no driver for the management processor."},
+        {R"({"faults": {"processor": {"dead": true}}})", 7, "The management processor does not answer; restart it"},
+        {R"({"management_processor": {"generation": 2}})", 7, "its rule \"$Generation >= 3\" does not hold."},
+    };
+    for (const auto& [server, status, says] : cases) {
+        EXPECT_TRUE(Ends(status, says, RackServer(server)));
+        EXPECT_FALSE(fs::exists(m_Server.Path() / "TMBR.fw"));
+    }
+}
+
+TEST_F(DeviceFirmware, FlashesTheFirstBackplaneOfItsType)
+{
+    Edit("settings.ini", "Kind = tamberline", "Kind = nvme_backplane\nType = 7");
+    EXPECT_EQ(4, Run(RackServer())) << m_Output;
+    Edit("settings.ini", "Type = 7", "Type = 2");
+    Edit("settings.ini", "Handler = TMBR", "Handler = NVMeBackplane1");
+    Edit("qxdevicefw.xml", "1.3.2", "1.21");
+    EXPECT_TRUE(Ends(7, "the device refused the image at byte 0. The device runs version 1.20"));
+}
+
+TEST_F(DeviceFirmware, RefusesAPackageThatIsNotWhole)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"Kind = tamberline", "The settings name no device with its handler."},
+        {"Handler = TMBR", "The settings name no device with its handler."},
+        {"File = ", "The settings name no device image with its checksum."},
+    };
+    for (const auto& c : cases) {
+        Edit("settings.ini", c.first, "Nothing = ");
+        EXPECT_TRUE(Ends(7, c.second));
+        Restore("settings.ini");
+    }
+    Edit("settings.ini", "Handler = TMBR", "Handler = Nobody");
+    EXPECT_TRUE(Ends(7, "the management processor can't flash this device. The device was not touched"));
+}
+
+TEST_F(DeviceFirmware, SaysWhatStateAFailureLeavesAndRecovers)
+{
+    const std::tuple<const char*, int, const char*, const char*> cases[] = {
+        {"device_error_at_byte=100000", 7, "the device refused the image at byte 99328", InLoader},
+        {"dies_at_byte=50000", 7, "the management processor stopped answering at byte 49152", Unknown},
+        {"power_lost_at_byte=150000", 137, "Uploading: 140288", ""},
+        {R"(error='{"command": "DEVICE_FLASH", "exchange": 1}')", 7, "can't flash this device", Untouched},
+        {R"(lost='{"command": "DEVICE_FLASH", "exchange": 1}')", 7, "can't flash this device", Untouched},
+        {R"(lost='{"command": "DEVICE_FLASH", "exchange": 198}')", 0, "was flashed and runs", ""},
+        {R"(stale='{"command": "DEVICE_FLASH", "replies": 3}')", 0, "was flashed and runs", ""},
+    };
+    for (const auto& [fault, status, says, state] : cases) {
+        fs::remove(m_Server.Path() / "TMBR.fw");
+        EXPECT_TRUE(Ends(status, says, RackServer(), "", std::string("--fault processor.") + fault)) << fault;
+        EXPECT_TRUE(Says(state)) << fault;
+        if (state == InLoader || state == Unknown || status == 137) {
+            EXPECT_TRUE(Discovers(RackServer(), "<active_version value=\"Incomplete\"/>"));
+        }
+        EXPECT_TRUE(Ends(0, "1.3.2 was flashed and runs.", RackServer(), "/f"));
+    }
+}

@@ -1,0 +1,122 @@
+#include <unistd.h>
+
+#include <chrono>
+#include <ctime>
+
+#include "flashtable.h"
+#include "sim/server.h"
+#include "tests/support.h"
+#include "zalftbl.h"
+#include "zalph.h"
+
+namespace
+{
+
+const std::uint32_t BiosArea = 0xF0000;
+
+// Reads the flash header of a BIOS area that holds bytes at offset, and 0xFF elsewhere.
+CStr FamilyOf(std::size_t offset, const std::string& bytes)
+{
+    UseServer(RackServer());
+    std::vector<std::uint8_t> area(65536, 0xFF);
+    std::copy(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), area.size() - offset)),
+              area.begin() + static_cast<std::ptrdiff_t>(offset));
+    sim::CurrentServer()->MapMemory(BiosArea, area);
+    CFlashTableHeader header;
+    header.FindHeader();
+    header.GetStrings();
+    return header.GetROMFamily();
+}
+
+}  // namespace
+
+TEST(System, ReadsPhysicalMemoryThroughTheDriver)
+{
+    UseServer(RackServer());
+    BYTE area[65536];
+    CSystem system;
+    EXPECT_TRUE(system.ReadPhysicalMemory(BiosArea, area, sizeof area));
+    const int fd = cruFd;
+    EXPECT_GE(fd, 0);
+    EXPECT_FALSE(system.ReadPhysicalMemory(BiosArea + 1, area, sizeof area));
+    EXPECT_EQ(fd, cruFd);
+
+    UseServer(RackServer(R"({"driver": null})"));
+    CLogCapture log;
+    EXPECT_FALSE(system.ReadPhysicalMemory(BiosArea, area, 1));
+    EXPECT_EQ("CSystem::ReadPhysicalMemory: CRU open failed.", log.Text());
+}
+
+TEST(FlashHeader, IsFoundUpToTheEndOfTheBiosArea)
+{
+    const std::string header = "$ZALFLSH" + std::string(23, 'x');
+    const std::string strings("name\0P99\0rev\0", 13);
+    EXPECT_STREQ("P99", FamilyOf(0, header + strings));
+    EXPECT_STREQ("P99", FamilyOf(12345, header + strings));
+    EXPECT_STREQ("", FamilyOf(100, header + std::string(3, '\0')));
+    CLogCapture log;
+    EXPECT_STREQ("", FamilyOf(65519, header + strings));  // found; its strings lie beyond the end
+    EXPECT_EQ("CFlashTableHeader::GetStrings::ImageName::::ROMName::::ROMRevision::\n", log.Text());
+    EXPECT_STREQ("", FamilyOf(65520, header + strings));
+    EXPECT_TRUE(log.Has("CFlashTableHeader::GetStrings::m_pHeader=NULL\n"));
+}
+
+TEST(Identity, TellsBlades)
+{
+    const std::pair<const char*, BOOL> cases[] = {
+        {"QV Quorvant JT46", 1}, {"Quorvant JT46", 1}, {"QV JT46", 1}, {"  JT46 ", 1}, {"Quorvant QV JT46", 0},
+        {"Quorvant RX", 0},      {"quorvant JT", 0},   {"J", 0},       {"   ", 0},
+    };
+    for (const auto& c : cases) {
+        UseServer(RackServer(std::string("{\"product\": \"") + c.first + "\"}"));
+        EXPECT_EQ(c.second, CSystem().IsBlade()) << c.first;
+    }
+    EXPECT_STREQ("", CSystem().GetProductName());
+}
+
+// The family is kept for the life of the process: a process of its own.
+TEST(IdentityDeathTest, KeepsTheRomFamilyOnceKnown)
+{
+    const auto check = [] {
+        CSystem system;
+        UseServer(RackServer(R"({"rom": {"family": ""}, "faults": {"smbios": "missing"}})"));
+        for (int i = 0; i < 2; i++) {
+            CLogCapture log;
+            if (!system.GetROMFamily().IsEmpty()) std::_Exit(1);
+            if (!log.Has("CSystemCommon::GetROMFamily()::s_sROMName::EMPTY\nCSystemCommon::GetROMFamily::Try SMBIOS\n"))
+                std::_Exit(2);
+        }
+        UseServer(RackServer());
+        if (system.GetROMFamily() != "P70") std::_Exit(3);
+        UseServer(RackServer(R"({"driver": null})"));
+        CLogCapture log;
+        if (system.GetROMFamily() != "P70" || cruFd >= 0) std::_Exit(4);
+        std::_Exit(log.Text() ==
+                           "CSystemCommon::GetROMFamily()::Enter\nROM Name value: P70\n"
+                           "CSystemCommon::GetROMFamily()::Exit\n"
+                       ? 0
+                       : 5);
+    };
+    EXPECT_EXIT(check(), testing::ExitedWithCode(0), "");
+}
+
+TEST(IdentityDeathTest, TakesTheRomFamilyFromSmbiosWithoutAHeader)
+{
+    const auto check = [] {
+        UseServer(RackServer());
+        sim::CurrentServer()->MapMemory(BiosArea, std::vector<std::uint8_t>(65536, 0));
+        std::_Exit(CSystem().GetROMFamily() == "P70" ? 0 : 1);
+    };
+    EXPECT_EXIT(check(), testing::ExitedWithCode(0), "");
+}
+
+TEST(Simulation, MovesTheClockInsteadOfSleeping)
+{
+    const std::time_t before = std::time(nullptr);
+    sleep(3600);
+    usleep(30 * 1000 * 1000);
+    EXPECT_EQ(3630, std::time(nullptr) - before);
+    // A loop that waits by asking for the time ends.
+    const auto start = std::chrono::steady_clock::now();
+    while (std::chrono::steady_clock::now() - start < std::chrono::milliseconds(100)) continue;
+}

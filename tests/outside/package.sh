@@ -1,0 +1,73 @@
+#!/bin/sh
+# Installs a build, moves the tree, and uses it from outside as a component author does: with CMake and with pkg-config,
+# on the installed simulated server. Then makes the packages and compares what is in them. Argument: the build folder.
+set -eu
+build=$1
+source=$(cd "$(dirname "$0")/../.." && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+unset LD_LIBRARY_PATH
+export QVFLASHLOG="$work/flash.debug.log"
+fail() { echo "$*" >&2; exit 1; }
+quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log" >&2; fail "failed: $*"; }; }
+
+quietly cmake --install "$build" --prefix "$work/first"
+mkdir "$work/moved"
+prefix=$work/moved/flashlib
+mv "$work/first" "$prefix"
+! grep -rlF -e "$source" -e "$build" -e "$work" "$prefix" || fail "these tell a path of the machine that built them"
+
+# Runs the programs that were built in a folder.
+run_from() {
+    cp -r "$build/packages/devicefw" "$1/package"
+    mv "$1/devicefw" "$1/package/"
+    cp -r "$prefix/share/flashlib/servers/rack" "$1/server"
+    on_server="$prefix/bin/zalsim --server $1/server"
+    product=$($on_server -- "$1/product")
+    grep -qF "\"product\": \"$product\"" "$1/server/server.json" || fail "the product is: $product"
+    quietly $on_server -- "$1/package/devicefw" /y "$1/package"
+    $on_server --describe | grep -q 'TMBR *1\.3\.2' || fail "the component installed nothing"
+}
+
+outside=$work/outside
+cp -r "$source/tests/outside/package" "$outside"
+cp -r "$source/components/devicefw" "$outside/"
+
+quietly cmake -G Ninja -S "$outside" -B "$outside/cmake" -DCMAKE_PREFIX_PATH="$prefix"
+quietly cmake --build "$outside/cmake"
+run_from "$outside/cmake"
+
+export PKG_CONFIG_PATH="$prefix/lib/pkgconfig"
+libraries=$(pkg-config --variable=libdir flashlib)
+mkdir "$outside/pkgconfig" "$outside/headers"
+quietly $CXX -o "$outside/pkgconfig/devicefw" "$outside"/devicefw/*.cpp -Wl,-rpath,"$libraries" \
+    $(pkg-config --cflags --libs flashlib-host)
+quietly $CXX -c -o "$outside/product.o" "$outside/product.cpp" $(pkg-config --cflags flashlib)
+quietly $CXX -o "$outside/pkgconfig/product" "$outside/product.o" -Wl,-rpath,"$libraries" $(pkg-config --libs flashlib)
+run_from "$outside/pkgconfig"
+
+# Each header stands on its own.
+(cd "$prefix/include/flashlib" && find . -name '*.h') | while read -r header; do
+    echo "#include \"${header#./}\"" >"$outside/headers/$(echo "${header#./}" | tr / -).cpp"
+done
+quietly $CXX -std=c++17 -fsyntax-only -Wall -Wextra -Werror $(pkg-config --cflags flashlib) "$outside"/headers/*.cpp
+
+rule=$("$prefix/bin/zalrule" --server "$outside/cmake/server" 'CPLD(1) == 4')
+[ "$rule" = "1 (0x00000001)" ] || fail "the rule is: $rule"
+quietly "$prefix/bin/zaldeploy" --server "$outside/cmake/server" "$outside/cmake/package"
+"$prefix/bin/zaldeploy" inventory --server "$outside/cmake/server" | grep -q 'Tamberline controller *1\.3\.2' ||
+    fail "zaldeploy does not see what was installed"
+
+# The packages hold that tree.
+quietly cpack --config "$build/CPackConfig.cmake" -B "$work/packages"
+(cd "$prefix" && find . ! -type d) | sort >"$work/installed"
+tar -tzf "$work"/packages/*.tar.gz | grep -v '/$' | sed 's,^[^/]*/,./,' | sort | diff "$work/installed" - ||
+    fail "the .tar.gz holds something else"
+ar p "$work"/packages/*.deb data.tar.gz | tar -tz | grep -v '/$' | sed 's,^\./usr/,./,' | sort |
+    diff "$work/installed" - || fail "the .deb holds something else"
+case "$(readelf -h "$prefix/lib/libflash.so.1")" in
+    *ELF32*)
+        ar p "$work"/packages/*.deb control.tar.gz | tar -xzO ./control | grep -qx 'Architecture: i386' ||
+            fail "the .deb is for another architecture"
+        ;;
+esac

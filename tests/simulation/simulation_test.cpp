@@ -1,0 +1,132 @@
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <thread>
+
+#include "sim/server.h"
+#include "tests/installers/installer.h"
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+const std::string Installer = "'" PACKAGES "/systemrom/systemrom'";
+
+class SimulatedServer : public CInstallerTest
+{
+  protected:
+    SimulatedServer() : CInstallerTest("systemrom") {}
+};
+
+}  // namespace
+
+TEST_F(SimulatedServer, RefusesWhatItCantPlay)
+{
+    const std::string rack = std::string(ZALSIM) + " --server '" SERVERS "/rack' ";
+    const std::pair<std::string, const char*> commands[] = {
+        {std::string(ZALSIM) + " --server /no/such/server -- /bin/true", "There is no server in /no/such/server"},
+        {rack, "nothing to do"},
+        {rack + "--falt x=1", "--falt"},
+        {rack + "-- /no/such/program", "can't run /no/such/program: No such file"},
+        {rack + "-- true", "can't run true: No such file"},  // a name is no path
+        {rack + "--describe --fault =3", "a fault is written NAME=VALUE, not =3"},
+        {rack + "--describe --fault flash.fail_at_table=3",
+         "zalsim: A fault of this run is wrong: There is no \"fail_at_table\" in \"flash\"\n"},
+        {std::string(ZALSIM) + " --server " + m_Server.Path().string() + " --journal /dev/full -- " + Installer +
+             " /y " + m_Package.Path().string(),
+         "zalsim: Can't write the journal /dev/full"},
+        {rack + (sizeof(void*) == 4 ? "-- /bin/true" : ""), sizeof(void*) == 4 ? "is not a 32-bit program" : ""},
+    };
+    m_Server.Write("server.json", RackServer());
+    for (const auto& [command, sentence] : commands) {
+        EXPECT_EQ(126, RunCommand(command, m_Output)) << command;
+        EXPECT_TRUE(Says(sentence)) << command;
+    }
+}
+
+TEST_F(SimulatedServer, IsRunOnWhateverTheSimulationsFolderIsCalled)
+{
+    const fs::path folder = m_Server.Path() / "a b:c";
+    fs::create_directory(folder);
+    for (const char* file : {"zalsim", "libzalsim.so"}) fs::copy(fs::path(ZALSIM_FOLDER) / file, folder);
+    m_Server.Write("server.json", RackServer());
+    EXPECT_EQ(0, RunCommand("'" + (folder / "zalsim").string() + "' --server " + m_Server.Path().string() + " -- " +
+                                Installer + " /d " + (m_Server.Path() / "d.xml").string() + " /y " +
+                                m_Package.Path().string(),
+                            m_Output));
+    EXPECT_TRUE(Says("Discovery complete."));
+}
+
+TEST_F(SimulatedServer, NamesWhatIsWrongInADescription)
+{
+    const std::pair<std::string, std::string> members[] = {
+        {R"("drvier": {})", R"(There is no "drvier" in "server.json")"},
+        {R"("faults": {"flsh": {}})", R"(There is no "flsh" in "faults")"},
+        {R"("faults": {"processor": {"lost": {"code": 3}}})", R"(There is no "code" in "lost")"},
+        {R"("faults": {"processor": {"i2c": {"power_controller": {"eror": 3}}}})",
+         R"(There is no "eror" in "power_controller")"},
+        {R"("management_processor": {"i2c": [{"type": "eeprom", "devce_id": 2}]})",
+         R"(There is no "devce_id" in "i2c")"},
+        {R"("product": 5)", R"("product" in "server.json" is 5, not a text)"},
+        {R"("generation": "nine")", R"("generation" in "server.json" is "nine", not a number from 0 to 2147483647)"},
+        {R"("generation": "9x")", R"("generation" in "server.json" is "9x", not a number)"},
+        {R"("generation": -1)", R"("generation" in "server.json" is -1, not a number)"},
+        {R"("platform_id": "0x10000")", R"("platform_id" in "server.json" is "0x10000", not a number from 0 to 65535)"},
+        {R"("tpm": "maybe")", R"("tpm" in "server.json" is "maybe", not one of disabled, enabled, none)"},
+        {R"("driver": "5.6")", R"("driver" is "5.6", not an object)"},
+        {R"("firmware": {})", R"("firmware" in "server.json" is {}, not a list)"},
+        {R"("faults": {"processor": {"dead": 1}})", R"("dead" in "processor" is 1, not true or false)"},
+        {R"("rom": {"size": 65537})", R"("size" in "rom" is 65537, not a multiple of 65536 bytes)"},
+        {R"("rom": {"name": ")" + std::string(1025, 'x') + R"("})", "have at most 1024 characters"},
+        {R"("management_processor": {"version": "300.5"})", R"(version can't be "300.5")"},
+        {R"("management_processor": {"version": "3.5.1.2"})", R"(version can't be "3.5.1.2")"},
+        {R"("management_processor": {"version": "3.5b"})", R"(version can't be "3.5b")"},
+        {R"("management_processor": {"date": "02/29/2019"})", R"(date can't be "02/29/2019")"},
+        {R"("management_processor": {"date": "04/31/2019"})", R"(date can't be "04/31/2019")"},
+        {R"("smbios_dump": "gone")", "There is no SMBIOS dump "},
+        {R"("management_processor": {"flash": {"handler": "TMBR"}})", R"(two devices have the handler "TMBR")"},
+    };
+    for (const auto& [member, sentence] : members) {
+        std::string said;
+        try {
+            UseServer(RackServer("{" + member + "}"));
+        } catch (const std::exception& error) {
+            said = error.what();
+        }
+        EXPECT_NE(std::string::npos, said.find(sentence)) << member << ": " << said;
+    }
+    UseServer(R"({"management_processor": {}})");
+    EXPECT_NE(nullptr, sim::CurrentServer()->GetProcessor());
+}
+
+TEST_F(SimulatedServer, OpensItsDevicesInEveryThread)
+{
+    UseServer(RackServer());
+    std::atomic<int> opened = 0;
+    const auto openOften = [&] {
+        for (int i = 0; i < 20000; i++) {
+            const int fd = open("/dev/qvrcru", O_RDWR);
+            if (ioctl(fd, 0) < 0 && errno == EINVAL) opened++;  // as the driver answers
+            close(fd);
+        }
+    };
+    std::thread threads[4];
+    for (std::thread& thread : threads) thread = std::thread(openOften);
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(80000, opened);
+}
+
+TEST_F(SimulatedServer, IsNotInTheShellsThatAnInstallerStarts)
+{
+    UseServer(RackServer());
+    setenv("LD_PRELOAD", "libzalsim.so", 1);
+    EXPECT_EQ(0, RunCommand("echo \"[$LD_PRELOAD]\"", m_Output));
+    EXPECT_EQ("[]\n", m_Output);
+    EXPECT_STREQ("libzalsim.so", getenv("LD_PRELOAD"));
+    unsetenv("LD_PRELOAD");
+}

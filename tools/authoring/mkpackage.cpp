@@ -1,0 +1,65 @@
+// mkpackage: fills in the templates of a package's files.
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "sim/images/crc.h"
+
+namespace
+{
+
+std::string Read(const std::string& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream) throw std::runtime_error("can't read " + file);
+    return std::string((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
+}
+
+void Replace(std::string& text, const std::string& find, const std::string& replacement)
+{
+    for (std::size_t i = text.find(find); i != std::string::npos; i = text.find(find, i + replacement.size()))
+        text.replace(i, find.size(), replacement);
+}
+
+std::string Checksum(const std::string& file)
+{
+    const std::string bytes = Read(file);
+    char szCrc[9];
+    std::snprintf(szCrc, sizeof szCrc, "%08X", static_cast<unsigned>(sim::Crc32(bytes.data(), bytes.size())));
+    return szCrc;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app("Fills in the templates of a package's files.");
+    std::string image;
+    std::vector<std::pair<std::string, std::string>> values;
+    std::vector<std::pair<std::string, std::string>> files;
+    app.add_option("--image", image, "The package's image: its checksum is @CRC32@")->required();
+    app.add_option("--set", values, "NAME VALUE: what @NAME@ stands for");
+    app.add_option("--fill", files, "TEMPLATE FILE: the template, and the file to write")->required();
+    CLI11_PARSE(app, argc, argv);
+
+    try {
+        values.emplace_back("CRC32", Checksum(image));
+        for (const auto& file : files) {
+            std::string text = Read(file.first);
+            for (const auto& value : values) Replace(text, "@" + value.first + "@", value.second);
+            std::ofstream stream(file.second, std::ios::binary);
+            if (!(stream << text).flush()) throw std::runtime_error("can't write " + file.second);
+        }
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "mkpackage: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,37 @@
+// mkrom: makes a system ROM image.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "sim/images/romimage.h"
+
+int main(int argc, char** argv)
+{
+    CLI::App app("Makes a system ROM image.");
+    sim::RomDescription rom = {"", "", "", "SYSTEM ROM"};
+    std::size_t size = 1048576;
+    std::string image;
+    app.add_option("--family", rom.Family)->required();
+    app.add_option("--version", rom.Version, "e.g. 2.40")->required();
+    app.add_option("--date", rom.Date, "e.g. 03/15/2021")->required();
+    app.add_option("--size", size, "bytes")->check(CLI::Range(sim::BiosAreaSize, std::size_t{1} << 28));
+    app.add_option("--image", image, "the image to write")->required();
+    CLI11_PARSE(app, argc, argv);
+
+    try {
+        if (!sim::IsRomSize(size)) throw std::runtime_error("a ROM image has a multiple of 65536 bytes");
+        const std::vector<std::uint8_t> bytes = sim::BuildRomImage(rom, size);
+        std::ofstream stream(image, std::ios::binary);
+        const auto* pBytes = reinterpret_cast<const char*>(bytes.data());
+        if (!stream.write(pBytes, static_cast<std::streamsize>(bytes.size())).flush())
+            throw std::runtime_error("can't write " + image);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "mkrom: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}
