@@ -5,9 +5,6 @@
 
 #include "tests/support.h"
 
-// What rom_crc32 is on processors without carry-less multiplication.
-extern "C" unsigned long rom_crc32_portable(unsigned char* buffer, unsigned int length, unsigned long crc);
-
 namespace
 {
 
@@ -34,30 +31,22 @@ std::vector<unsigned long> Definition(const Bytes& bytes, std::uint32_t crc)
     return crcs;
 }
 
-// The parameter: the portable function instead of the shipped one.
-class Crc32 : public testing::TestWithParam<bool>
+// Over length bytes from that position on.
+unsigned long Crc(Bytes& bytes, std::size_t position, std::size_t length, unsigned long crc)
 {
-  protected:
-    // Over length bytes from that position on.
-    static unsigned long Crc(Bytes& bytes, std::size_t position, std::size_t length, unsigned long crc)
-    {
-        return (GetParam() ? rom_crc32_portable : rom_crc32)(bytes.data() + position, static_cast<unsigned int>(length),
-                                                             crc);
-    }
-};
-
-INSTANTIATE_TEST_SUITE_P(Portable, Crc32, testing::Bool());
+    return rom_crc32(bytes.data() + position, static_cast<unsigned int>(length), crc);
+}
 
 }  // namespace
 
-TEST_P(Crc32, HasTheCheckValueAndLeavesTheCrcOfNothingAlone)
+TEST(Crc32, HasTheCheckValueAndLeavesTheCrcOfNothingAlone)
 {
     Bytes text = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
     EXPECT_EQ(0xCBF43926ul, Crc(text, 0, 9, 0));
     for (unsigned long crc : {0ul, 0xDEADBEEFul, ~0ul}) EXPECT_EQ(crc, Crc(text, 0, 0, crc));
 }
 
-TEST_P(Crc32, TakesEveryLengthAtEveryAlignment)
+TEST(Crc32, TakesEveryLengthAtEveryAlignment)
 {
     const Bytes bytes = RandomBytes(1100, 1);
     const std::vector<unsigned long> expected = Definition(bytes, 0x12345678);
