@@ -3,7 +3,8 @@
 
 #include <random>
 
-#include "bench/bench.h"
+#include "bench/compare.h"
+#include "bench/measurements.h"
 #include "crc32.h"
 
 void BenchCrc32()

@@ -1,7 +1,8 @@
 // Rules parsed and evaluated, beside muParser's integer parser, which is given the text anew each time too.
 #include <muParserInt.h>
 
-#include "bench/bench.h"
+#include "bench/compare.h"
+#include "bench/measurements.h"
 #include "expr.h"
 
 namespace

@@ -2,7 +2,8 @@
 #include <fstream>
 #include <random>
 
-#include "bench/bench.h"
+#include "bench/compare.h"
+#include "bench/measurements.h"
 #include "pwrmicro.h"
 
 namespace

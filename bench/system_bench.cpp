@@ -3,7 +3,8 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "bench/bench.h"
+#include "bench/compare.h"
+#include "bench/measurements.h"
 #include "chif.h"
 #include "sim/images/deviceimage.h"
 #include "sim/server.h"

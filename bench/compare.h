@@ -20,13 +20,3 @@ void Compare(const char* title, double amount, const char* unit, int rounds,
 
 // Runs a shell command; true when it succeeds.
 bool RunQuietly(const std::string& command);
-
-void BenchCrc32();
-void BenchExpressions();
-void BenchHex(const std::string& folder);
-void BenchSmbios(const std::string& self, const std::string& folder);
-void BenchDiscovery(const std::string& folder);
-void BenchUpload(const std::string& folder);
-
-// What BenchSmbios runs as a process of its own: asks a server's tables everything.
-int AskSmbios(const std::string& folder);

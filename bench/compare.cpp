@@ -1,7 +1,5 @@
-// Runs every measurement and prints them as one table.
-#include "bench/bench.h"
+#include "bench/compare.h"
 
-#include <stdlib.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -9,12 +7,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-
-#include "support/tempfolder.h"
-#include "util.h"
-
-CStr g_InstallLocalDir;
 
 namespace
 {
@@ -51,21 +43,4 @@ void Compare(const char* title, double amount, const char* unit, int rounds, con
 bool RunQuietly(const std::string& command)
 {
     return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
-}
-
-int main(int argc, char** argv)
-{
-    setenv("QVFLASHLOG", "/dev/null", 1);
-    if (argc == 3 && std::string(argv[1]) == "--smbios") return AskSmbios(argv[2]);
-
-    const CTempFolder all("flashbench");
-    const std::string folder = all.Path().string();
-    std::printf("%-28s %-34s %12s %-14s %8s\n", sizeof(void*) == 4 ? "32-bit" : "64-bit", "", "a second", "", "ratio");
-    BenchCrc32();
-    BenchExpressions();
-    BenchHex(folder);
-    BenchSmbios(argv[0], folder);
-    BenchDiscovery(folder);
-    BenchUpload(folder);
-    return EXIT_SUCCESS;
 }
