@@ -7,8 +7,8 @@ find_program(SREC_CAT srec_cat REQUIRED)
 function(add_microcode file image family version size)
     add_custom_command(
         OUTPUT ${file} ${image}
-        COMMAND mkdevice --handler ${family} --version ${version} --size ${size} --image ${image}
+        COMMAND FlashLib::mkdevice --handler ${family} --version ${version} --size ${size} --image ${image}
         COMMAND ${SREC_CAT} ${image} -Binary -offset 0x1000 -o ${file} -Intel -obs=16
-        DEPENDS mkdevice
+        DEPENDS FlashLib::mkdevice
         COMMENT "Making the ${family} microcode ${version}")
 endfunction()
