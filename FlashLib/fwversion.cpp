@@ -84,8 +84,8 @@ int Difference(int a, int b)
 
 }  // namespace
 
-const char* const CFwVersion::DefaultMajorMinorFormat = "%d.%02d";
-const CFwVersion CFwVersion::NullVersion;
+const char* CFwVersion::DefaultMajorMinorFormat = "%d.%02d";
+CFwVersion CFwVersion::NullVersion;
 
 CFwVersion::CFwVersion() : UseRevision(FALSE), CompareDateFirst(FALSE), MajorMinorFormat(DefaultMajorMinorFormat)
 {
@@ -266,6 +266,51 @@ int CFwVersion::Compare(const CFwVersion* a, const CFwVersion* b)
     return dateFirst ? CompareVersion(a, b) : CompareDate(a, b);
 }
 
+BOOL CFwVersion::operator<(const CFwVersion& other) const
+{
+    return Compare(this, &other) < 0;
+}
+
+BOOL CFwVersion::operator>(const CFwVersion& other) const
+{
+    return Compare(this, &other) > 0;
+}
+
+BOOL CFwVersion::operator==(const CFwVersion& other) const
+{
+    return Compare(this, &other) == 0;
+}
+
 CFwImage::CFwImage() : m_ImageSize(0), m_pImageBuffer(nullptr) {}
 
 CFwImage::~CFwImage() = default;
+
+const CStr& CFwImage::GetId() const
+{
+    return m_sImageId;
+}
+
+const CFwVersion& CFwImage::GetVersion() const
+{
+    return m_ImageVersion;
+}
+
+int CFwImage::GetImageSize() const
+{
+    return m_ImageSize;
+}
+
+const void* CFwImage::GetImageBuffer() const
+{
+    return m_pImageBuffer;
+}
+
+const CStr& CFwImage::GetErrorMessage() const
+{
+    return m_sErrorMessage;
+}
+
+void CFwImage::SetErrorMessage(const CStr& text)
+{
+    m_sErrorMessage = text;
+}

@@ -29,12 +29,12 @@ class FLASHLIB_API CChannelInterface
 {
   public:
     // Receive timeouts, in the channel library's unit; 0 waits without a limit.
-    static constexpr int DefaultRecvTimeout = 20000;
-    static constexpr int I2CRecvTimeout = 20000;
-    static constexpr int DeviceFlashDispatchRecvTimeout = 60000;
+    static const int DefaultRecvTimeout = 20000;
+    static const int I2CRecvTimeout = 20000;
+    static const int DeviceFlashDispatchRecvTimeout = 60000;
 
     // How long the commands that take long are tried.
-    static constexpr int OverallTimeoutInSeconds = 60;
+    static const int OverallTimeoutInSeconds = 60;
 
     // Names of device flash handlers.
     static const char DeviceHandler_TMBR[16];

@@ -177,7 +177,7 @@ class FLASHLIB_API CComponent
     virtual BOOL WriteDiscoveryXml();
 
     // The message for the user that goes with the install state.
-    CStr GetErrorMessage() const { return m_sErrorMessage; }
+    CStr GetErrorMessage() const;
     void SetErrorMessage(const CStr& text);
 
     // The state of the component, which derived classes fill in.

@@ -39,8 +39,8 @@ class FLASHLIB_API CComponentXML
     LPCTSTR GetFirmwareType();
 
   protected:
-    // What the accessors above are made of: the text of an element in a language, the first software key. Null where
-    // there is none.
+    // What the accessors above are made of. The text of an element in a language, as GetName finds it: empty when there
+    // is no such element, null when it has no translation. The first software key, null when there is none.
     LPCTSTR GetTranslatedValue(LPCTSTR element, LPCTSTR lang);
     CZalXMLNode* GetFirstSwKey();
 

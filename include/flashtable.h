@@ -26,9 +26,9 @@ class FLASHLIB_API CFlashTableHeader
     void GetStrings();
 
     // The strings that GetStrings took; empty where there are none.
-    CStr GetImageName() const { return m_sImageName; }
-    CStr GetROMFamily() const { return m_sROMFamily; }
-    CStr GetROMRevision() const { return m_sROMRevision; }
+    CStr GetImageName() const;
+    CStr GetROMFamily() const;
+    CStr GetROMRevision() const;
 
   private:
     unsigned char* m_pBIOS;         // owned copy of the BIOS area
@@ -76,7 +76,7 @@ class FLASHLIB_API CFlashTable
     void RemoveDrivers();
 
     // Text of the last failure; empty when there was none.
-    CStr GetErrorMessage() const { return m_sErrorMessage; }
+    CStr GetErrorMessage() const;
 
   protected:
     // Keeps the text, and logs it.
@@ -109,10 +109,10 @@ class FLASHLIB_API CFlashTable
     BOOL ResetNVRAM();
 
     // The feature bits of the header.
-    void SetFeatureBits1(ULONG bits) { m_FeatureBits1 = bits; }
-    void SetFeatureBits2(ULONG bits) { m_FeatureBits2 = bits; }
-    ULONG GetFeatureBits1() const { return m_FeatureBits1; }
-    ULONG GetFeatureBits2() const { return m_FeatureBits2; }
+    void SetFeatureBits1(ULONG bits);
+    void SetFeatureBits2(ULONG bits);
+    ULONG GetFeatureBits1() const;
+    ULONG GetFeatureBits2() const;
 
     // What was loaded from where; derived classes may look.
     CStr m_sErrorMessage;

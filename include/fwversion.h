@@ -22,8 +22,8 @@ class FLASHLIB_API CFwVersion
     // Scans and prints the numbers: up to three integer conversions (major, minor, revision). Not owned.
     const char* MajorMinorFormat;
 
-    static const char* const DefaultMajorMinorFormat;  // "%d.%02d"
-    static const CFwVersion NullVersion;               // no version is known
+    static const char* DefaultMajorMinorFormat;  // "%d.%02d"
+    static CFwVersion NullVersion;               // no version is known
 
     CFwVersion();
 
@@ -56,16 +56,19 @@ class FLASHLIB_API CFwVersion
     // "1.23 (09/12/2014)", "1.23", "1A", "09/12/2014" or "Unknown".
     CStr ToString() const;
 
-    // Difference in the manner of strcmp: below 0 when a is older than b. Only the sign counts. What one side does not
-    // know compares as equal. Compare goes by version and then date, or the reverse when both ask for it.
+    // Difference in the manner of strcmp: below 0 when a is older than b. Only the sign counts. Compare goes by version
+    // and then date, or the reverse when both ask for it. CompareVersion takes the numbers as they are, so one that a
+    // side does not know counts as 0; the revision takes part when both sides ask for it. Where no side has numbers it
+    // compares the codes: byte codes when either side has one, else word codes. CompareDate gives 0 when a side has no
+    // date.
     static int Compare(const CFwVersion* a, const CFwVersion* b);
     static int CompareVersion(const CFwVersion* a, const CFwVersion* b);
     static int CompareDate(const CFwVersion* a, const CFwVersion* b);
 
     // By Compare.
-    BOOL operator<(const CFwVersion& other) const { return Compare(this, &other) < 0; }
-    BOOL operator>(const CFwVersion& other) const { return Compare(this, &other) > 0; }
-    BOOL operator==(const CFwVersion& other) const { return Compare(this, &other) == 0; }
+    BOOL operator<(const CFwVersion& other) const;
+    BOOL operator>(const CFwVersion& other) const;
+    BOOL operator==(const CFwVersion& other) const;
 };
 
 // A firmware image: its bytes, identifier and version. Components derive from it and own what the members point to.
@@ -78,16 +81,16 @@ class FLASHLIB_API CFwImage
     virtual BOOL Initialize() = 0;
 
     // What the image is, and its bytes, which stay the image's.
-    const CStr& GetId() const { return m_sImageId; }
-    const CFwVersion& GetVersion() const { return m_ImageVersion; }
-    int GetImageSize() const { return m_ImageSize; }  // bytes
-    const void* GetImageBuffer() const { return m_pImageBuffer; }
-    const CStr& GetErrorMessage() const { return m_sErrorMessage; }
+    const CStr& GetId() const;
+    const CFwVersion& GetVersion() const;
+    int GetImageSize() const;  // bytes
+    const void* GetImageBuffer() const;
+    const CStr& GetErrorMessage() const;
 
   protected:
     CFwImage();
     // Keeps why Initialize failed.
-    void SetErrorMessage(const CStr& text) { m_sErrorMessage = text; }
+    void SetErrorMessage(const CStr& text);
 
     // What the accessors hand out.
     int m_ImageSize;       // bytes

@@ -52,9 +52,6 @@ struct CRegisterList
 class FLASHLIB_API CPowerMicro
 {
   public:
-    // Tries of an access, where the register set asks for no other number.
-    static constexpr int DefaultMaxRetries = 15;
-
     // The channel stays the caller's and must outlive the object. Reading HEX texts without flashing needs none.
     explicit CPowerMicro(CChannelInterface* pChannel);
     ~CPowerMicro();

@@ -46,6 +46,11 @@ class CReplyBuffer
 
 }  // namespace
 
+const int CChannelInterface::DefaultRecvTimeout;
+const int CChannelInterface::I2CRecvTimeout;
+const int CChannelInterface::DeviceFlashDispatchRecvTimeout;
+const int CChannelInterface::OverallTimeoutInSeconds;
+
 int CChannelInterface::Open()
 {
     Close();

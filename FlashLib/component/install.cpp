@@ -60,6 +60,11 @@ CComponent::~CComponent()
     delete m_pXML;
 }
 
+CStr CComponent::GetErrorMessage() const
+{
+    return m_sErrorMessage;
+}
+
 void CComponent::SetErrorMessage(const CStr& text)
 {
     m_sErrorMessage = text;

@@ -50,6 +50,11 @@ void CFlashTable::SetErrorMessage(CStr text)
     _DebugPrintf("CFlashTable Error: %s\n", m_sErrorMessage.GetAnsiString());
 }
 
+CStr CFlashTable::GetErrorMessage() const
+{
+    return m_sErrorMessage;
+}
+
 BOOL CFlashTable::Fail(const char* message)
 {
     SetErrorMessage(message);
@@ -82,6 +87,26 @@ void CFlashTable::ResetTableInformation()
     m_TableCRC = 0;
     m_FeatureBits1 = 0;
     m_FeatureBits2 = 0;
+}
+
+void CFlashTable::SetFeatureBits1(ULONG bits)
+{
+    m_FeatureBits1 = bits;
+}
+
+void CFlashTable::SetFeatureBits2(ULONG bits)
+{
+    m_FeatureBits2 = bits;
+}
+
+ULONG CFlashTable::GetFeatureBits1() const
+{
+    return m_FeatureBits1;
+}
+
+ULONG CFlashTable::GetFeatureBits2() const
+{
+    return m_FeatureBits2;
 }
 
 BOOL CFlashTable::GetTableFromBootBlock(const char* name)

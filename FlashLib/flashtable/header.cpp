@@ -55,3 +55,18 @@ void CFlashTableHeader::GetStrings()
     _DebugPrintf("CFlashTableHeader::GetStrings::ImageName::%s::ROMName::%s::ROMRevision::%s\n",
                  m_sImageName.GetAnsiString(), m_sROMFamily.GetAnsiString(), m_sROMRevision.GetAnsiString());
 }
+
+CStr CFlashTableHeader::GetImageName() const
+{
+    return m_sImageName;
+}
+
+CStr CFlashTableHeader::GetROMFamily() const
+{
+    return m_sROMFamily;
+}
+
+CStr CFlashTableHeader::GetROMRevision() const
+{
+    return m_sROMRevision;
+}

@@ -7,6 +7,8 @@
 namespace
 {
 
+const int DefaultMaxRetries = 15;  // where the register set asks for no other number
+
 // What makes the sum of the bytes, and of itself, 0.
 UINT8 Checksum(const UINT8* pBytes, int length)
 {

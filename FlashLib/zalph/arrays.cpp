@@ -1,5 +1,12 @@
 #include "zalph/arrays.h"
 
+CBaseArray::CBaseArray() : m_nSize(0), m_pFirstElement(nullptr) {}
+
+CBaseArray::~CBaseArray()
+{
+    RemoveAll();
+}
+
 void CBaseArray::Add(PVOID data)
 {
     if (!data) return;
@@ -17,6 +24,11 @@ PVOID CBaseArray::operator[](int index) const
     return pElement->m_pData;
 }
 
+int CBaseArray::GetSize() const
+{
+    return m_nSize;
+}
+
 void CBaseArray::RemoveAll()
 {
     while (m_pFirstElement) {
@@ -25,6 +37,21 @@ void CBaseArray::RemoveAll()
         delete pElement;
     }
     m_nSize = 0;
+}
+
+void CPointerArray::Add(PVOID data)
+{
+    CBaseArray::Add(data);
+}
+
+PVOID CPointerArray::operator[](int index) const
+{
+    return CBaseArray::operator[](index);
+}
+
+PVOID CPointerArray::GetAt(int index) const
+{
+    return (*this)[index];
 }
 
 void CIntegerArray::Add(int value)
@@ -37,6 +64,11 @@ int CIntegerArray::operator[](int index) const
     return *static_cast<const int*>(CBaseArray::operator[](index));
 }
 
+int CIntegerArray::GetAt(int index) const
+{
+    return (*this)[index];
+}
+
 void CStrArray::Add(CStr text)
 {
     CBaseArray::Add(new CStr(text));
@@ -45,4 +77,9 @@ void CStrArray::Add(CStr text)
 CStr CStrArray::operator[](int index) const
 {
     return *static_cast<const CStr*>(CBaseArray::operator[](index));
+}
+
+CStr CStrArray::GetAt(int index) const
+{
+    return (*this)[index];
 }

@@ -24,6 +24,16 @@ void CCommandLine::Parse()
     }
 }
 
+int CCommandLine::GetNumArgs() const
+{
+    return m_sArgArray.GetSize();
+}
+
+CStr CCommandLine::GetArg(int index) const
+{
+    return m_sArgArray[index];
+}
+
 CStr CCommandLine::GetArgOption(int index) const
 {
     const CStr argument = GetArg(index);

@@ -33,6 +33,15 @@ bool IsHeader(const CStr& line)
 }  // namespace
 
 template <typename Item>
+CINIArray<Item>::CINIArray() = default;
+
+template <typename Item>
+CINIArray<Item>::~CINIArray()
+{
+    RemoveAll();
+}
+
+template <typename Item>
 CINIArray<Item>::CINIArray(const CINIArray& other) : CBaseArray()
 {
     AddAll(other);
@@ -74,6 +83,12 @@ Item CINIArray<Item>::GetAt(int index) const
 }
 
 template <typename Item>
+Item CINIArray<Item>::operator[](int index) const
+{
+    return GetAt(index);
+}
+
+template <typename Item>
 const Item* CINIArray<Item>::Find(const CStr& name) const
 {
     for (const CBaseArrayElement* pElement = m_pFirstElement; pElement; pElement = pElement->m_pNextElement) {
@@ -93,6 +108,17 @@ void CINIArray<Item>::RemoveAll()
 
 template class CINIArray<CINIKey>;
 template class CINIArray<CINISection>;
+
+CINIKey::CINIKey(const CStr& line) : m_sKey(line) {}
+
+CINIKey::CINIKey(const CINIKey& other) = default;
+
+CINIKey& CINIKey::operator=(const CINIKey& other) = default;
+
+CStr CINIKey::GetKeyString() const
+{
+    return m_sKey;
+}
 
 CStr CINIKey::GetName() const
 {
@@ -114,6 +140,39 @@ CStr CINIKey::GetTerm(int index, const CStr& separator) const
         rest = Trimmed(rest.Mid(position + 1));
     }
     return n == index ? rest : CStr();
+}
+
+CINISection::CINISection(const CStr& name) : m_sName(name) {}
+
+CINISection::CINISection(const CINISection& other) = default;
+
+CINISection& CINISection::operator=(const CINISection& other) = default;
+
+CINISection::~CINISection() = default;
+
+CStr CINISection::GetName() const
+{
+    return m_sName;
+}
+
+int CINISection::GetNumKeys() const
+{
+    return m_keyArray.GetSize();
+}
+
+CINIKey CINISection::GetKey(int index) const
+{
+    return m_keyArray[index];
+}
+
+BOOL CINISection::KeyExists(const CStr& name) const
+{
+    return m_keyArray.Find(name) != nullptr;
+}
+
+void CINISection::AddKey(CINIKey key)
+{
+    m_keyArray.Add(key);
 }
 
 CINIKey CINISection::GetKey(const CStr& name) const
@@ -153,6 +212,26 @@ void CINIFile::ReadFile()
     if (endsInKey) m_sectionArray.Add(section);
 }
 
+BOOL CINIFile::IsValid() const
+{
+    return m_bFileExists;
+}
+
+int CINIFile::GetNumSections() const
+{
+    return m_sectionArray.GetSize();
+}
+
+CINISection CINIFile::GetSection(int index) const
+{
+    return m_sectionArray[index];
+}
+
+BOOL CINIFile::SectionExists(const CStr& name) const
+{
+    return m_sectionArray.Find(name) != nullptr;
+}
+
 CINISection CINIFile::GetSection(const CStr& name) const
 {
     const CINISection* pSection = m_sectionArray.Find(name);
@@ -163,6 +242,11 @@ CINIKey CINIFile::GetKey(const CStr& section, const CStr& key) const
 {
     const CINISection* pSection = m_sectionArray.Find(section);
     return pSection ? pSection->GetKey(key) : CINIKey("");
+}
+
+CStr CINIFile::GetKeyValue(const CStr& section, const CStr& key) const
+{
+    return GetKey(section, key).GetValue();
 }
 
 CStr CINIFile::FindSectionWithKeyName(const CStr& key) const

@@ -146,6 +146,11 @@ BOOL CSMBIOS::Initialize()
     return system.ReadPhysicalMemory(m_dwPhysicalAddress, m_pRecordBase, static_cast<int>(m_dwTableLength));
 }
 
+BOOL CSMBIOS::Exists()
+{
+    return Initialize();
+}
+
 // The record behind this one: past the formatted area and the two zeros that end its strings.
 BYTE* CSMBIOS::GetNextRecord(BYTE* record)
 {

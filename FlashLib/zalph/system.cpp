@@ -17,6 +17,26 @@ CStr CSystemCommon::GetOSNameAndVersion()
 
 CSystem::~CSystem() = default;
 
+CStr CSystem::GetOSType()
+{
+    return "Linux";
+}
+
+CStr CSystem::GetOSName()
+{
+    return "Linux";
+}
+
+CStr CSystem::GetOSVersionString()
+{
+    return "0.0";
+}
+
+BOOL CSystem::Reboot()
+{
+    return TRUE;
+}
+
 BOOL CSystem::ReadPhysicalMemory(DWORD address, BYTE* buffer, int size)
 {
     if (cruFd < 0) {

@@ -8,8 +8,8 @@
 class FLASHLIB_API CBaseArray
 {
   public:
-    CBaseArray() : m_nSize(0), m_pFirstElement(nullptr) {}
-    ~CBaseArray() { RemoveAll(); }
+    CBaseArray();
+    ~CBaseArray();
     CBaseArray(const CBaseArray&) = delete;
     CBaseArray& operator=(const CBaseArray&) = delete;
 
@@ -18,7 +18,7 @@ class FLASHLIB_API CBaseArray
     // The pointer at index, counted from 0; null when index is out of range.
     PVOID operator[](int index) const;
     // Number of elements.
-    int GetSize() const { return m_nSize; }
+    int GetSize() const;
     // Empties the array. What the pointers point to is never released, here and in every array below: intended.
     void RemoveAll();
 
@@ -40,8 +40,10 @@ class FLASHLIB_API CBaseArray
 class FLASHLIB_API CPointerArray : public CBaseArray
 {
   public:
+    void Add(PVOID data);  // appends; null is ignored
     // The pointer at index; null when index is out of range.
-    PVOID GetAt(int index) const { return (*this)[index]; }
+    PVOID operator[](int index) const;
+    PVOID GetAt(int index) const;
 };
 
 // Keeps each integer in memory of its own, which stays when the array goes. An index must be in range.
@@ -51,7 +53,7 @@ class FLASHLIB_API CIntegerArray : public CBaseArray
     void Add(int value);  // appends
     // The value at index.
     int operator[](int index) const;
-    int GetAt(int index) const { return (*this)[index]; }
+    int GetAt(int index) const;
 };
 
 // Keeps a copy of each string, which stays when the array goes. An index must be in range.
@@ -61,5 +63,5 @@ class FLASHLIB_API CStrArray : public CBaseArray
     void Add(CStr text);  // appends a copy
     // A copy of the string at index.
     CStr operator[](int index) const;
-    CStr GetAt(int index) const { return (*this)[index]; }
+    CStr GetAt(int index) const;
 };

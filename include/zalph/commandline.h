@@ -15,8 +15,8 @@ class FLASHLIB_API CCommandLine
     // Appends the command line's arguments to the array; the constructor has done so already.
     void Parse();
 
-    int GetNumArgs() const { return m_sArgArray.GetSize(); }     // number of arguments
-    CStr GetArg(int index) const { return m_sArgArray[index]; }  // all of it
+    int GetNumArgs() const;              // number of arguments
+    CStr GetArg(int index) const;        // all of it
     CStr GetArgOption(int index) const;  // what is before the first ':', all where there is none
     CStr GetArgParam(int index) const;   // what is behind it, empty where there is none
     BOOL HasArgParam(int index) const;   // TRUE when there is a ':', even with nothing behind it

@@ -10,16 +10,16 @@ template <typename Item>
 class FLASHLIB_API CINIArray : public CBaseArray
 {
   public:
-    CINIArray() = default;
+    CINIArray();
     // Copies copy the items too.
     CINIArray(const CINIArray& other);
     CINIArray& operator=(const CINIArray& other);
-    ~CINIArray() { RemoveAll(); }
+    ~CINIArray();
 
     void Add(Item item);  // appends a copy
     // A copy of the item at index, an empty item when index is out of range.
     Item GetAt(int index) const;
-    Item operator[](int index) const { return GetAt(index); }
+    Item operator[](int index) const;
     // The first item of that name, regardless of case; null when there is none. The array's own.
     const Item* Find(const CStr& name) const;
     void RemoveAll();
@@ -33,9 +33,11 @@ class FLASHLIB_API CINIKey
 {
   public:
     // Takes the line as it stands.
-    CINIKey(const CStr& line) : m_sKey(line) {}
+    CINIKey(const CStr& line);
+    CINIKey(const CINIKey& other);
+    CINIKey& operator=(const CINIKey& other);
 
-    CStr GetKeyString() const { return m_sKey; }  // the whole line
+    CStr GetKeyString() const;  // the whole line
     // What is before, behind the first '=', without blanks around it. A line without '=' is all value.
     CStr GetName() const;
     CStr GetValue() const;
@@ -55,16 +57,20 @@ class FLASHLIB_API CINISection
     using CINIKeyArray = CINIArray<CINIKey>;
 
     // A section without keys so far.
-    CINISection(const CStr& name) : m_sName(name) {}
+    CINISection(const CStr& name);
+    // Copies copy the keys too.
+    CINISection(const CINISection& other);
+    CINISection& operator=(const CINISection& other);
+    ~CINISection();
 
     // Its name and its keys; an index counts from 0.
-    CStr GetName() const { return m_sName; }
-    int GetNumKeys() const { return m_keyArray.GetSize(); }
-    CINIKey GetKey(int index) const { return m_keyArray[index]; }
+    CStr GetName() const;
+    int GetNumKeys() const;
+    CINIKey GetKey(int index) const;
     CINIKey GetKey(const CStr& name) const;
-    BOOL KeyExists(const CStr& name) const { return m_keyArray.Find(name) != nullptr; }
+    BOOL KeyExists(const CStr& name) const;
     // Appends.
-    void AddKey(CINIKey key) { m_keyArray.Add(key); }
+    void AddKey(CINIKey key);
 
   private:
     CINIKeyArray m_keyArray;
@@ -81,14 +87,14 @@ class FLASHLIB_API CINIFile
 
     CINIFile(const CStr& path);  // reads the file
 
-    BOOL IsValid() const { return m_bFileExists; }  // the file could be opened
+    BOOL IsValid() const;  // the file could be opened
     // Sections and keys; an index counts from 0.
-    int GetNumSections() const { return m_sectionArray.GetSize(); }
-    CINISection GetSection(int index) const { return m_sectionArray[index]; }
+    int GetNumSections() const;
+    CINISection GetSection(int index) const;
     CINISection GetSection(const CStr& name) const;
-    BOOL SectionExists(const CStr& name) const { return m_sectionArray.Find(name) != nullptr; }
+    BOOL SectionExists(const CStr& name) const;
     CINIKey GetKey(const CStr& section, const CStr& key) const;
-    CStr GetKeyValue(const CStr& section, const CStr& key) const { return GetKey(section, key).GetValue(); }
+    CStr GetKeyValue(const CStr& section, const CStr& key) const;
     // Name of the first section with a key of that name.
     CStr FindSectionWithKeyName(const CStr& key) const;
 

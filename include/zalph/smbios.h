@@ -175,7 +175,7 @@ class FLASHLIB_API CSMBIOS
     // Reads the table; FALSE when there is none or it can't be read. Tries once: after a failed read of physical memory
     // later calls return TRUE, and the accessors walk what that read left.
     BOOL Initialize();
-    BOOL Exists() { return Initialize(); }
+    BOOL Exists();  // the same
 
     // What the records tell.
     CStr GetProductName();

@@ -71,12 +71,12 @@ class FLASHLIB_API CSystem : public CSystemCommon
   public:
     ~CSystem() override;
 
-    CStr GetOSType() override { return "Linux"; }
-    CStr GetOSName() override { return "Linux"; }
-    CStr GetOSVersionString() override { return "0.0"; }
+    CStr GetOSType() override;           // "Linux"
+    CStr GetOSName() override;           // "Linux"
+    CStr GetOSVersionString() override;  // "0.0"
 
     // Returns TRUE and does nothing.
-    BOOL Reboot() override { return TRUE; }
+    BOOL Reboot() override;
 
     // Opens the ROM utility driver when cruFd is negative, and leaves it open for the process.
     BOOL ReadPhysicalMemory(DWORD address, BYTE* buffer, int size) override;
