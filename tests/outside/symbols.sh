@@ -21,11 +21,6 @@ readelf -dW "$library" | grep -q 'FLAGS.*NOW' || fail "not bound at load"
 readelf -lW "$library" | grep -q GNU_RELRO || fail "no relro"
 readelf -lW "$library" | grep 'GNU_STACK' | grep -q 'RWE' && fail "executable stack"
 
-# Exported: the library's own classes and functions alone.
-exported=$(readelf --dyn-syms -W "$library" | awk '$7 != "UND" && $5 != "LOCAL" && $8 != "" && $8 != "Name" { print $8 }' |
-    grep -vE '^(_Z(N|NK|TV|TI|TS)[0-9]*(4CStr|8CFwImage|10CFwVersion|7CSMBIOS|7CSystem|13CSystemCommon|10CComponent|13CComponentXML|20CComponentProperties|17CFlashTableHeader|11CFlashTable|17CChannelInterface|11CPowerMicro|10CBaseArray|13CIntegerArray|9CStrArray|9CINIArray|7CINIKey|11CINISection|8CINIFile|12CCommandLine|10CExprValue|12CSymbolTable|10CExprLexer|11CExprParser)|_Z[0-9]+(FileInComponentDir|FindFileInComponentDir|ReadFileIntoMemory|ReplaceStr|GetCmdLineToken|GetByteAndBits|EvaluateIntegerExpression|ExprFunc_(MemID|CPLD|XPLD|GPI))|_DebugPrintf$|rom_crc32$)' || true)
-[ -z "$exported" ] || fail "exports what is not public: $exported"
-
 readelf -h "$library" | grep -q ELF32 || exit 0
 readelf -VW "$library" | grep -oE '(GLIBC|GLIBCXX|CXXABI)_[0-9.]+' | sort -u | while read -r version; do
     case "$version" in
