@@ -16,11 +16,27 @@ class CDeviceFlash : public CExchange<SMIFCMD_DEVICE_FLASH>
         : CExchange(channel, pszMethod)
     {
         request.Operation = operation;
-        response.Status = static_cast<DWORD>(DeviceFlashStatus_Failed);  // in case that the reply is too short for one
         if (pszHandler) std::memcpy(request.Handler, pszHandler, strnlen(pszHandler, sizeof request.Handler - 1));
     }
 
+    // The exchanges fail, too, when the reply is too short for a status.
+    BOOL RunNoErr(int timeout = CChannelInterface::DefaultRecvTimeout)
+    {
+        return CExchange::RunNoErr(timeout) && HasStatus();
+    }
+    BOOL RunNoErrWithOverallTimeout(int seconds)
+    {
+        return CExchange::RunNoErrWithOverallTimeout(seconds) && HasStatus();
+    }
+
     int Status() const { return static_cast<int>(response.Status); }
+
+  private:
+    BOOL HasStatus() const
+    {
+        const bool complete = response.Length >= sizeof(SMIFRESPONSE) + sizeof response.Status;
+        return Succeeded(complete ? ZalCiSuccess : ZalCiErrPartialTransfer);
+    }
 };
 
 int RunWithoutData(CChannelInterface& channel, const char* pszMethod, DeviceFlashOp operation, const char* pszHandler)

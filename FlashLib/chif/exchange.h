@@ -95,10 +95,10 @@ class CExchange
     typename CPackets<Command>::Response response;
 
   protected:
+    BOOL Succeeded(int status) const { return status == 0 || LogFailure(m_pszMethod, CPackets<Command>::Failure); }
+
     const char* m_pszMethod;
 
   private:
-    BOOL Succeeded(int status) const { return status == 0 || LogFailure(m_pszMethod, CPackets<Command>::Failure); }
-
     CChannelInterface& m_Channel;
 };

@@ -573,8 +573,13 @@ TEST_F(DeviceFlash, ChecksLengthsAndCutsHandlerNames)
     }
     channel.OpenDeviceFlash(nullptr);
     EXPECT_EQ(Filled("", 16), fake.sent.back().substr(44, 16));
-    fake.body[SMIFCMD_DEVICE_FLASH] = Hex("00000000");  // no status
+    const CLogCapture failures;
+    fake.body[SMIFCMD_DEVICE_FLASH] = Hex("00000000 000000");  // a byte short of a status
     EXPECT_EQ(-1, channel.OpenDeviceFlash("h"));
+    EXPECT_EQ(-1, channel.QueryDeviceFlashHandler("h", 0, nullptr, nullptr, 0, nullptr, nullptr));
+    EXPECT_EQ(
+        Lines({"OpenDeviceFlash: SMIFCMD_DEVICE_FLASH failed", "QueryDeviceFlashHandler: SMIFCMD_DEVICE_FLASH failed"}),
+        failures.Text());
 }
 
 TEST_F(DeviceFlash, HandsOutWhatTheHandlerAnswers)
