@@ -1,6 +1,6 @@
-# What is not ours. script/bootstrap installs all of it.
+# What is not ours, as far as it is needed. script/bootstrap installs all of it.
 
-set(SYSROOT_I386 "${CMAKE_SOURCE_DIR}/build/sysroot-i386" CACHE PATH "Where script/bootstrap unpacks 32-bit libraries")
+set(SYSROOT_I386 "${PROJECT_SOURCE_DIR}/build/sysroot-i386" CACHE PATH "Where script/bootstrap unpacks 32-bit libraries")
 set(GTEST_SOURCE_DIR /usr/src/googletest CACHE PATH "GoogleTest's sources")
 
 # Adds the target of a 32-bit library by its file and header in the sysroot.
@@ -17,17 +17,19 @@ function(add_library_i386 name file header)
                                              INTERFACE_INCLUDE_DIRECTORIES "${${prefix}_INCLUDE_DIR}")
 endfunction()
 
-if(FLASHLIB_32BIT)
+if(FLASHLIB_PLATFORM AND FLASHLIB_32BIT)
     # The archive: libzalxml.so then needs no 32-bit Expat on the host it runs on.
     add_library_i386(Expat libexpat.a expat.h)
-else()
+elseif(FLASHLIB_PLATFORM)
     find_package(EXPAT 2.4 REQUIRED)
     add_library(Expat ALIAS EXPAT::EXPAT)
 endif()
 
-# Headers only.
-find_path(NLOHMANN_JSON_INCLUDE_DIR nlohmann/json.hpp REQUIRED)
-find_path(CLI11_INCLUDE_DIR CLI/CLI.hpp REQUIRED)
+if(FLASHLIB_SIMULATOR)
+    # Headers only: those for 64 bits do.
+    find_package(nlohmann_json REQUIRED CONFIG)
+    find_package(CLI11 REQUIRED CONFIG)
+endif()
 
 if(FLASHLIB_BENCH AND FLASHLIB_32BIT)
     add_library_i386(Zlib libz.a zlib.h)

@@ -11,29 +11,52 @@
 # The debug information stays in the build folder.
 install(CODE "set(CMAKE_INSTALL_DO_STRIP ON)")
 
+install(TARGETS flash componenthost EXPORT FlashLib LIBRARY DESTINATION lib ARCHIVE DESTINATION lib)
+install(DIRECTORY include/ DESTINATION include/flashlib)
+install(DIRECTORY components/host DESTINATION include/flashlib FILES_MATCHING PATTERN "*.h")
+foreach(closed zalxml zalftbl zalci)
+    if(TARGET ${closed})
+        get_target_property(makers ${closed} IMPORTED)
+        if(NOT makers)
+            install(TARGETS ${closed} LIBRARY DESTINATION lib)
+        endif()
+    endif()
+endforeach()
+
 # Installs programs that find the libraries from where they are themselves.
 function(install_programs)
     set_target_properties(${ARGN} PROPERTIES INSTALL_RPATH "$ORIGIN/../lib")
-    install(TARGETS ${ARGN} RUNTIME DESTINATION bin)
+    install(TARGETS ${ARGN} EXPORT FlashLib RUNTIME DESTINATION bin)
 endfunction()
 
-# What a program that uses the library needs, too.
-if(FLASHLIB_32BIT)
-    set(FLASHLIB_MODE -m32)
-    set(any_mode ARCH_INDEPENDENT)  # the target brings its mode along
+if(FLASHLIB_SIMULATOR)
+    install(TARGETS zalsimlib LIBRARY DESTINATION lib/flashlib)
+    install(DIRECTORY sim/servers DESTINATION share/flashlib FILES_MATCHING PATTERN server.json)
+    install_programs(zalsim)
+    install(DIRECTORY ${PROJECT_BINARY_DIR}/man/ DESTINATION share/man/man1)
+endif()
+if(FLASHLIB_TOOLS)
+    install_programs(mkdevice mkpackage mkrom zaldeploy zalfaults zalrule)
 endif()
 
+if(FLASHLIB_32BIT)
+    set(any_mode ARCH_INDEPENDENT)  # the target brings its mode along
+endif()
 include(CMakePackageConfigHelpers)
-write_basic_package_version_file(${CMAKE_BINARY_DIR}/FlashLibConfigVersion.cmake
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/FlashLibConfigVersion.cmake
     COMPATIBILITY SameMajorVersion ${any_mode})
-install(FILES cmake/FlashLibConfig.cmake ${CMAKE_BINARY_DIR}/FlashLibConfigVersion.cmake
+install(FILES cmake/FlashLibConfig.cmake ${PROJECT_BINARY_DIR}/FlashLibConfigVersion.cmake
     DESTINATION lib/cmake/FlashLib)
 install(EXPORT FlashLib NAMESPACE FlashLib:: FILE FlashLibTargets.cmake DESTINATION lib/cmake/FlashLib)
 
 foreach(name flashlib flashlib-host)
-    configure_file(cmake/${name}.pc.in ${CMAKE_BINARY_DIR}/${name}.pc @ONLY)
-    install(FILES ${CMAKE_BINARY_DIR}/${name}.pc DESTINATION lib/pkgconfig)
+    configure_file(cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION lib/pkgconfig)
 endforeach()
+
+if(NOT PROJECT_IS_TOP_LEVEL)
+    return()
+endif()
 
 # The packages. Programs may need all that the C and C++ run-time of the building machine has.
 execute_process(COMMAND getconf GNU_LIBC_VERSION OUTPUT_VARIABLE glibc OUTPUT_STRIP_TRAILING_WHITESPACE)

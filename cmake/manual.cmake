@@ -2,20 +2,19 @@
 
 find_program(HELP2MAN help2man REQUIRED)
 
-# Makes man/NAME.1 in the build folder, of what --help says, and installs it. summary stands behind the tool's name, and
+# Makes man/NAME.1 in the build folder, of what --help says. summary stands behind the tool's name, and
 # docs/man/NAME.h2m, where there is one, has what --help does not say.
 function(add_manual tool summary)
-    set(page ${CMAKE_BINARY_DIR}/man/${tool}.1)
-    file(GLOB more CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/man/${tool}.h2m)
+    set(page ${PROJECT_BINARY_DIR}/man/${tool}.1)
+    file(GLOB more CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/man/${tool}.h2m)
     add_custom_command(
         OUTPUT ${page}
-        COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/man
+        COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/man
         COMMAND ${HELP2MAN} --no-info --version-string=${PROJECT_VERSION} --name=${summary}
-                --opt-include=${CMAKE_SOURCE_DIR}/docs/man/${tool}.h2m --output=${page} ./${tool}
+                --opt-include=${PROJECT_SOURCE_DIR}/docs/man/${tool}.h2m --output=${page} ./${tool}
         WORKING_DIRECTORY $<TARGET_FILE_DIR:${tool}>  # help2man hands a name to the shell: spaces in a path
         DEPENDS ${tool} ${more}
         COMMENT "Making the manual page of ${tool}"
         VERBATIM)
     add_custom_target(${tool}_manual ALL DEPENDS ${page})
-    install(FILES ${page} DESTINATION share/man/man1)
 endfunction()

@@ -54,7 +54,7 @@ tar -C "$tree" --exclude=./build --exclude=./.git -cf - . | tar -C "$copy" -xf -
 ln -s "$build/sim" "$build/tools" "$copy/build/release/"
 cp -r "$build/packages" "$copy/build/release/"
 sed -i -e "s|^add_subdirectory(FlashLib)|include(\"$build/built.cmake\")|" \
-    -e '/^add_subdirectory(\(platform\|support\|sim\|tools\))/d' -e 's/"Build the tests" ON/"Build the tests" OFF/' \
+    -e '/add_subdirectory(\(platform\|support\|sim\|tools\|tests\))/d' -e '/install.cmake/d' \
     "$copy/CMakeLists.txt"
 cd "$copy"
 . "$folder/steps"
