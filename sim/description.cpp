@@ -43,23 +43,6 @@ FlashFaults FlashPartFaults(CFields& fields)
     return faults;
 }
 
-IpmiFaults ManagementControllerFaults(CFields& fields)
-{
-    IpmiFaults faults = {};
-    faults.Missing = fields.Flag("missing");
-    faults.Silent = fields.Flag("silent");
-    faults.Foreign = fields.Flag("foreign");
-    faults.Event = fields.Flag("event");
-    faults.DelayMs = fields.Numeric("delay_ms", 0);
-    faults.Interruptions = fields.Numeric("interruptions", 0);
-    faults.CompletionCode = fields.Numeric("completion_code", 0);
-    faults.Status = fields.Numeric("status", 0);
-    faults.SendFails = fields.Flag("send_fails");
-    faults.Padding = fields.Numeric("padding", 0);
-    faults.EmptyAnswer = fields.Flag("empty_answer");
-    return faults;
-}
-
 void DescribeRom(CFields& fields, ServerDescription& server)
 {
     server.Rom.Family = fields.Text("family");
@@ -91,9 +74,7 @@ void DescribeFaults(CFields& fields, ServerDescription& server)
                                                           {"refuses", DriverFault::Refuses},
                                                           {"fails", DriverFault::Fails}});
     server.Flash = fields.Object("flash", FlashPartFaults);
-    server.Ipmi = fields.Object("ipmi", ManagementControllerFaults);
-    const ProcessorFaults processor = fields.Object("processor", DescribeProcessorFaults);
-    if (server.Processor) server.Processor->Faults = processor;
+    server.Ipmi = fields.Object("ipmi", DescribeIpmiFaults);
 }
 
 ServerDescription Describe(CFields& fields)
@@ -118,8 +99,14 @@ ServerDescription Describe(CFields& fields)
     server.SmbiosDump = fields.Text("smbios_dump");
     server.DriverVersion = fields.Object("driver", [](CFields& driver) { return driver.Text("version"); });
 
-    server.Processor = fields.Optional("management_processor", DescribeProcessor);
-    fields.Object("faults", [&](CFields& faults) { DescribeFaults(faults, server); });
+    fields.Object("faults", [&](CFields& faults) {
+        DescribeFaults(faults, server);
+        ProcessorDescription processor = faults.Object("processor", [&](CFields& processorFaults) {
+            return fields.Object("management_processor",
+                                 [&](CFields& members) { return DescribeProcessor(members, processorFaults); });
+        });
+        if (fields.Find("management_processor")) server.Processor = std::move(processor);
+    });
     if (server.DriverVersion.empty()) server.Driver = DriverFault::Missing;
     if (!fields.Flag("management_controller", true)) server.Ipmi.Missing = true;
     return server;

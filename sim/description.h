@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/bmc/ipmifaults.h"
 #include "sim/processor/processordescription.h"
 
 namespace sim
@@ -59,22 +60,6 @@ struct FlashFaults
     int PowerLostAfterBlocks;
     int StuckBlock;  // this block keeps what it holds when it is programmed; -1: none
     bool NoHeader;   // the driver library tells a table but no header
-};
-
-// What is wrong with the management controller's answers on the IPMI device.
-struct IpmiFaults
-{
-    bool Missing;        // no device node
-    bool Silent;         // no answer
-    bool Foreign;        // the answer has another message's id
-    bool Event;          // what comes is an event, no answer
-    int DelayMs;         // the answer comes so late
-    int Interruptions;   // so many waits are interrupted by a signal
-    int CompletionCode;  // every command is answered with it; 0: as it should be
-    int Status;          // NVRAM accesses are answered with it
-    bool SendFails;      // the driver takes no request
-    int Padding;         // so many bytes more than it should have are in the answer
-    bool EmptyAnswer;    // the answer carries no data at all
 };
 
 struct ServerDescription

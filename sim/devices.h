@@ -11,6 +11,5 @@ namespace sim
 // Each returns the open device, or null with errno when the server does not have it.
 std::unique_ptr<IDevice> OpenSmbiosNode(CServer& server);
 std::unique_ptr<IDevice> OpenRomUtilityDriver(CServer& server);
-std::unique_ptr<IDevice> OpenIpmiNode(CServer& server);
 
 }  // namespace sim

@@ -1,5 +1,8 @@
 #include "sim/server.h"
 
+#include <fcntl.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -7,6 +10,7 @@
 #include <mutex>
 #include <stdexcept>
 
+#include "sim/bmc/ipminode.h"
 #include "sim/devices.h"
 #include "sim/images/romimage.h"
 
@@ -18,15 +22,24 @@ namespace
 
 const std::uint32_t SmbiosAddress = 0x7B7F0000;
 
-using Opener = std::unique_ptr<IDevice> (*)(CServer&);
+struct DeviceNode
+{
+    int Mode;  // O_RDONLY or O_RDWR, the only one that it is opened with
+    std::unique_ptr<IDevice> (*Open)(CServer& server);
+};
+
+std::unique_ptr<IDevice> OpenIpmi(CServer& server)
+{
+    return OpenIpmiNode(server.GetBmc(), server.GetDescription().Ipmi);
+}
 
 // What follows is never destroyed: calls come in until the very end of the process.
-const std::map<std::string, Opener>& DeviceNodes()
+const std::map<std::string, DeviceNode>& DeviceNodes()
 {
-    static const auto& nodes = *new std::map<std::string, Opener>{
-        {"/vmfs/devices/char/mem/smbios", OpenSmbiosNode},
-        {"/dev/qvrcru", OpenRomUtilityDriver},
-        {"/dev/ipmi0", OpenIpmiNode},
+    static const auto& nodes = *new std::map<std::string, DeviceNode>{
+        {"/vmfs/devices/char/mem/smbios", {O_RDONLY, OpenSmbiosNode}},
+        {"/dev/qvrcru", {O_RDWR, OpenRomUtilityDriver}},
+        {"/dev/ipmi0", {O_RDWR, OpenIpmi}},
     };
     return nodes;
 }
@@ -81,9 +94,13 @@ bool CServer::OwnsPath(const std::string& path)
     return DeviceNodes().count(path) != 0;
 }
 
-std::unique_ptr<IDevice> CServer::Open(const std::string& path)
+std::unique_ptr<IDevice> CServer::Open(const std::string& path, int flags)
 {
-    return DeviceNodes().at(path)(*this);
+    const DeviceNode& node = DeviceNodes().at(path);
+    std::unique_ptr<IDevice> pDevice = node.Open(*this);
+    if (!pDevice || (flags & O_ACCMODE) == node.Mode) return pDevice;
+    errno = EACCES;
+    return nullptr;
 }
 
 void EndProcess(const std::exception& error)

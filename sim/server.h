@@ -49,8 +49,8 @@ class CServer
     // True for a path that the server plays, whether or not it has such a device.
     static bool OwnsPath(const std::string& path);
 
-    // Opens one of those; null with errno when the server does not have it.
-    std::unique_ptr<IDevice> Open(const std::string& path);
+    // Opens one of those with the flags of open; null with errno when the server does not have it or not so.
+    std::unique_ptr<IDevice> Open(const std::string& path, int flags);
 
   private:
     struct Region

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "sim/base/journal.h"
-#include "sim/description.h"
+#include "sim/bmc/ipmifaults.h"
 
 namespace sim
 {

@@ -1,4 +1,5 @@
-// The Linux IPMI driver's device node: requests to the management controller and their answers.
+#include "sim/bmc/ipminode.h"
+
 #include <linux/ipmi.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -9,7 +10,6 @@
 #include <vector>
 
 #include "sim/base/clock.h"
-#include "sim/devices.h"
 
 namespace sim
 {
@@ -119,14 +119,13 @@ class CIpmiNode : public IDevice
 
 }  // namespace
 
-std::unique_ptr<IDevice> OpenIpmiNode(CServer& server)
+std::unique_ptr<IDevice> OpenIpmiNode(CBmc& bmc, const IpmiFaults& faults)
 {
-    const IpmiFaults& faults = server.GetDescription().Ipmi;
     if (faults.Missing) {
         errno = ENOENT;
         return nullptr;
     }
-    return std::make_unique<CIpmiNode>(server.GetBmc(), faults);
+    return std::make_unique<CIpmiNode>(bmc, faults);
 }
 
 }  // namespace sim

@@ -78,12 +78,12 @@ void ForgetDevice(int fd)
 
 // Opens path when the current server plays it: true with the descriptor, or -1 and errno, in fd.
 template <typename Open>
-bool OpenDevice(const char* path, Open* next, int& fd)
+bool OpenDevice(const char* path, int flags, Open* next, int& fd)
 {
     sim::CServer* pServer = path && sim::CServer::OwnsPath(path) ? sim::CurrentServer() : nullptr;
     if (!pServer) return false;
     fd = -1;
-    if (std::unique_ptr<sim::IDevice> pDevice = sim::OrEndProcess([&] { return pServer->Open(path); })) {
+    if (std::unique_ptr<sim::IDevice> pDevice = sim::OrEndProcess([&] { return pServer->Open(path, flags); })) {
         fd = next("/dev/null", O_RDWR | O_CLOEXEC);  // keeps the number taken
         if (fd >= 0) KeepDevice(fd, std::move(pDevice));
     }
@@ -134,7 +134,7 @@ ENTRY_POINT int open(const char* path, int flags, ...)
     const mode_t mode = ModeArgument(flags, arguments);
     va_end(arguments);
     int fd = -1;
-    return OpenDevice(path, next, fd) ? fd : next(path, flags, mode);
+    return OpenDevice(path, flags, next, fd) ? fd : next(path, flags, mode);
 }
 
 ENTRY_POINT int open64(const char* path, int flags, ...)
@@ -145,7 +145,7 @@ ENTRY_POINT int open64(const char* path, int flags, ...)
     const mode_t mode = ModeArgument(flags, arguments);
     va_end(arguments);
     int fd = -1;
-    return OpenDevice(path, next, fd) ? fd : next(path, flags, mode);
+    return OpenDevice(path, flags, next, fd) ? fd : next(path, flags, mode);
 }
 
 ENTRY_POINT ssize_t read(int fd, void* buffer, size_t size)
@@ -268,7 +268,9 @@ ENTRY_POINT FILE* popen(const char* command, const char* mode)
     if (!pServer) return next(command, mode);
     const CWithoutPreload withoutPreload;
     if (!sim::ReadsPciDevices(command)) return next(command, mode);
-    const std::string redirected =
-        sim::OrEndProcess([=] { return sim::WithPciDevices(command, pServer->GetDescription()); });
+    const std::string redirected = sim::OrEndProcess([=] {
+        const sim::ServerDescription& server = pServer->GetDescription();
+        return sim::WithPciDevices(command, server.Folder, server.Processor ? server.Processor->PciFunctions : 0);
+    });
     return next(redirected.c_str(), mode);
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/processor/processordescription.h"
+#include "sim/images/firmwareversion.h"
 #include "types.h"
 
 namespace sim

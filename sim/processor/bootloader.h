@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "sim/base/journal.h"
-#include "sim/processor/processordescription.h"
+#include "sim/images/firmwareversion.h"
 
 namespace sim
 {

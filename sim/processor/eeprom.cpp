@@ -14,19 +14,33 @@ namespace sim
 namespace
 {
 
+struct EepromDescription
+{
+    int Owner;                 // the device that must be halted; 0: none
+    I2CDevice::Bytes Shipped;  // what it holds before it is written
+};
+
+EepromDescription Describe(CFields& fields)
+{
+    EepromDescription eeprom = {fields.Numeric("device_id", 0), {}};
+    eeprom.Shipped.resize(fields.Numeric<std::uint16_t>("size", 256), 0xFF);
+    if (eeprom.Shipped.empty() || eeprom.Shipped.size() > 256) fields.RefuseValue("size", "1 to 256 bytes");
+    const std::string data = fields.Text("data");
+    if (data.size() > eeprom.Shipped.size()) fields.RefuseValue("data", "a text of at most \"size\" bytes");
+    std::copy(data.begin(), data.end(), eeprom.Shipped.begin());
+    return eeprom;
+}
+
 class CEeprom : public I2CDevice
 {
   public:
-    explicit CEeprom(const I2CSite& site)
+    CEeprom(const EepromDescription& eeprom, const I2CSite& site)
         : m_File(site.Folder / ("eeprom-" + std::to_string(site.Bus) + "-" + std::to_string(site.Address) + ".bin")),
           m_IsHalted(site.IsHalted),
-          m_Owner(site.Description.Numeric("device_id", 0)),
-          m_Bytes(site.Description.Numeric<std::uint16_t>("size", 256), 0xFF),
+          m_Owner(eeprom.Owner),
+          m_Bytes(eeprom.Shipped),
           m_Pointer(0)
     {
-        if (m_Bytes.empty() || m_Bytes.size() > 256) site.Description.RefuseValue("size", "1 to 256 bytes");
-        const std::string data = site.Description.Text("data");
-        std::copy_n(data.begin(), std::min(data.size(), m_Bytes.size()), m_Bytes.begin());
         std::ifstream file(m_File, std::ios::binary);
         file.read(reinterpret_cast<char*>(m_Bytes.data()), static_cast<std::streamsize>(m_Bytes.size()));
     }
@@ -65,8 +79,9 @@ class CEeprom : public I2CDevice
     std::size_t m_Pointer;
 };
 
-const bool bRegistered = RegisterI2CDevice(
-    "eeprom", [](const I2CSite& site) -> std::unique_ptr<I2CDevice> { return std::make_unique<CEeprom>(site); });
+const bool bRegistered = RegisterI2CDevice("eeprom", [](CFields& device, CFields&) -> I2CMaker {
+    return [eeprom = Describe(device)](const I2CSite& site) { return std::make_unique<CEeprom>(eeprom, site); };
+});
 
 }  // namespace
 

@@ -1,5 +1,6 @@
 #include "sim/processor/i2c.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 
@@ -12,35 +13,47 @@ namespace
 {
 
 // Never destroyed, as the devices are not.
-std::map<std::string, I2CMaker>& Makers()
+std::map<std::string, I2CReader>& Readers()
 {
-    static auto& makers = *new std::map<std::string, I2CMaker>;
-    return makers;
+    static auto& readers = *new std::map<std::string, I2CReader>;
+    return readers;
+}
+
+I2CDescription DescribeDevice(CFields& device, CFields& faults)
+{
+    return {device.Numeric<std::uint8_t>("bus", 0), device.Numeric<std::uint16_t>("address", 0),
+            device.Choice("type", Readers())(device, faults)};
 }
 
 }  // namespace
 
-bool RegisterI2CDevice(const char* type, I2CMaker maker)
+bool RegisterI2CDevice(const char* type, I2CReader reader)
 {
-    return Makers().emplace(type, maker).second;
+    return Readers().emplace(type, reader).second;
 }
 
-CI2CBuses::CI2CBuses(const ProcessorDescription& processor, const std::filesystem::path& folder, CJournal& journal,
-                     PowerPicDescription* pPowerPic, const std::function<bool(int)>& isHalted)
+I2CBusesDescription DescribeI2CBuses(CFields& processor, CFields& faults)
 {
-    const auto add = [&](CFields& fields, CFields& faults) {
-        const std::string type = fields.Text("type");
-        const int bus = fields.Numeric("bus", 0);
-        const int address = fields.Numeric("address", 0);
-        const auto maker = Makers().find(type);
-        if (maker == Makers().end()) throw std::runtime_error("there is no I2C device of type \"" + type + "\"");
-        m_Devices[{bus, address}] = maker->second({bus, address, folder, journal, fields, faults, pPowerPic, isHalted});
-    };
-    CFields::Read(Json::parse(processor.Faults.I2C), "i2c", [&](CFields& faults) {
-        m_Refusals = faults.Numeric("no_acknowledge", 0);
-        for (const std::string& device : processor.I2C)
-            CFields::Read(Json::parse(device), "i2c", [&](CFields& fields) { add(fields, faults); });
+    return faults.Object("i2c", [&](CFields& i2cFaults) {
+        I2CBusesDescription buses = {};
+        buses.Refusals = i2cFaults.Numeric("no_acknowledge", 0);
+        buses.Devices = processor.Objects("i2c", [&](CFields& device) { return DescribeDevice(device, i2cFaults); });
+        std::set<std::pair<int, int>> places;
+        for (const I2CDescription& device : buses.Devices)
+            if (!places.emplace(device.Bus, device.Address).second)
+                throw std::runtime_error("two I2C devices have the address " + std::to_string(device.Address) +
+                                         " on bus " + std::to_string(device.Bus));
+        return buses;
     });
+}
+
+CI2CBuses::CI2CBuses(const I2CBusesDescription& description, I2CSite site) : m_Refusals(description.Refusals)
+{
+    for (const I2CDescription& device : description.Devices) {
+        site.Bus = device.Bus;
+        site.Address = device.Address;
+        m_Devices[{device.Bus, device.Address}] = device.Make(site);
+    }
 }
 
 bool CI2CBuses::Transfer(int bus, int address, const I2CDevice::Bytes& write, I2CDevice::Bytes& read)

@@ -10,10 +10,12 @@
 #include <vector>
 
 #include "sim/base/journal.h"
-#include "sim/processor/processordescription.h"
 
 namespace sim
 {
+
+class CFields;
+struct PowerPicDescription;
 
 // One device at one address. Registering its class makes it known to descriptions; see eeprom.cpp.
 class I2CDevice
@@ -30,39 +32,57 @@ class I2CDevice
     virtual bool Read(Bytes& bytes) = 0;
 };
 
-class CFields;
-
-// Where a device finds itself. What stands behind the references lives as long as the device, but for the fields.
+// Where a device finds itself. What stands behind the references lives as long as the device.
 struct I2CSite
 {
     int Bus;
     int Address;
     std::filesystem::path Folder;  // of the server, for what the device keeps
     CJournal& Journal;
-    CFields& Description;                        // the device's object in server.json
-    CFields& Faults;                             // "faults.processor.i2c"
     PowerPicDescription* pPowerPic;              // what the processor tells of the power PIC; null: there is none
     std::function<bool(int deviceID)> IsHalted;  // whether device control has stopped that device's own traffic
 };
 
-using I2CMaker = std::unique_ptr<I2CDevice> (*)(const I2CSite& site);
+// Makes the device that a description describes; may do so for several servers.
+using I2CMaker = std::function<std::unique_ptr<I2CDevice>(const I2CSite& site)>;
+
+// Reads a device's object in server.json, and its faults in "faults.processor.i2c", into what makes the device. Throws
+// std::runtime_error with a sentence for the user.
+using I2CReader = I2CMaker (*)(CFields& device, CFields& faults);
 
 // Makes a class known as "type" of a device in "i2c" of a description. Called once, by an initialiser of the class's
 // own file. True.
-bool RegisterI2CDevice(const char* type, I2CMaker maker);
+bool RegisterI2CDevice(const char* type, I2CReader reader);
+
+struct I2CDescription
+{
+    std::uint8_t Bus;
+    std::uint16_t Address;
+    I2CMaker Make;
+};
+
+struct I2CBusesDescription
+{
+    std::vector<I2CDescription> Devices;
+    int Refusals;  // so many transactions are not acknowledged
+};
+
+// Reads "i2c" in a processor's object, with "i2c" in its faults. Throws std::runtime_error with a sentence for the
+// user.
+I2CBusesDescription DescribeI2CBuses(CFields& processor, CFields& faults);
 
 class CI2CBuses
 {
   public:
-    CI2CBuses(const ProcessorDescription& processor, const std::filesystem::path& folder, CJournal& journal,
-              PowerPicDescription* pPowerPic, const std::function<bool(int)>& isHalted);
+    // Of the site that all devices share, each gets its own bus and address.
+    CI2CBuses(const I2CBusesDescription& description, I2CSite site);
 
     // A transaction: writes, then reads as many bytes as read has. False: no device acknowledges.
     bool Transfer(int bus, int address, const I2CDevice::Bytes& write, I2CDevice::Bytes& read);
 
   private:
     std::map<std::pair<int, int>, std::unique_ptr<I2CDevice>> m_Devices;
-    int m_Refusals;  // so many transactions are not acknowledged
+    int m_Refusals;
 };
 
 }  // namespace sim

@@ -115,12 +115,6 @@ void DescribeBackplane(const BackplaneDescription& backplane, const std::optiona
     std::copy_n(backplane.Id.begin(), std::min(backplane.Id.size(), sizeof info.Id), info.Id);
 }
 
-std::string VersionText(const FirmwareVersion& version)
-{
-    const std::string text = std::to_string(version.Major) + "." + std::to_string(version.Minor);
-    return version.Pass == 0 ? text : text + "." + std::to_string(version.Pass);
-}
-
 DWORD DescribeDevice(const CFlashDevice& device, BYTE* buffer, std::size_t size)
 {
     const std::optional<FirmwareVersion> version = device.GetFirmware();

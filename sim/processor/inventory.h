@@ -20,9 +20,6 @@ void DescribeTamberline(const TamberlineDescription& controller, const std::opti
 void DescribeBackplane(const BackplaneDescription& backplane, const std::optional<FirmwareVersion>& version,
                        NVME_BACKPLANE_INFO& info);
 
-// "1.2.5", or "1.20" for a pass of 0.
-std::string VersionText(const FirmwareVersion& version);
-
 // "TMBR 1.2.5" or "TMBR boot loader", with its NUL; the bytes of it.
 DWORD DescribeDevice(const CFlashDevice& device, BYTE* buffer, std::size_t size);
 

@@ -42,12 +42,11 @@ bool ReadsPciDevices(const std::string& command)
     return command.find(szPciDevices) != std::string::npos;
 }
 
-std::string WithPciDevices(const std::string& command, const ServerDescription& server)
+std::string WithPciDevices(const std::string& command, const std::filesystem::path& folder, int functions)
 {
-    const std::filesystem::path file = server.Folder / "pci_devices";
+    const std::filesystem::path file = folder / "pci_devices";
     std::ofstream stream(file);
     stream << Line(0x0000, "90010001", "") << Line(0x00fa, "90010002", "sata");
-    const int functions = server.Processor ? server.Processor->PciFunctions : 0;
     for (int i = 0; i < functions; i++)
         stream << Line(0x0100 + i, ProcessorIds[static_cast<std::size_t>(i) % 4], i == 2 ? "chif" : "");
     stream << Line(0x0200, "90020001", "nic");

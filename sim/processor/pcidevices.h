@@ -4,15 +4,14 @@
 #include <filesystem>
 #include <string>
 
-#include "sim/description.h"
-
 namespace sim
 {
 
 // True for a shell command that reads the list.
 bool ReadsPciDevices(const std::string& command);
 
-// Writes the server's own list to pci_devices in its folder; the command, made to read it there.
-std::string WithPciDevices(const std::string& command, const ServerDescription& server);
+// Writes the server's own list, with so many functions of the processor, to pci_devices in its folder; the command,
+// made to read it there.
+std::string WithPciDevices(const std::string& command, const std::filesystem::path& folder, int functions);
 
 }  // namespace sim

@@ -18,6 +18,7 @@
 #include "sim/base/fields.h"
 #include "sim/processor/bootloader.h"
 #include "sim/processor/i2c.h"
+#include "sim/processor/processordescription.h"
 
 namespace sim
 {
@@ -96,20 +97,60 @@ std::uint8_t Sum(const I2CDevice::Bytes& bytes)
 
 PowerPicDescription& PowerPic(const I2CSite& site)
 {
-    if (!site.pPowerPic) throw std::runtime_error("a power controller needs \"power_pic\"");
+    if (!site.pPowerPic)
+        throw std::runtime_error("A \"power_controller\" needs a \"power_pic\" of its \"management_processor\"");
     return *site.pPowerPic;
+}
+
+struct PowerControllerFaults
+{
+    RepeatedFault NoAcknowledge;  // of transactions
+    RepeatedFault BadChecksum;    // of register accesses
+    bool NeverUnlocks;
+    bool NeverLeavesBootLoader;
+    BootLoaderFaults Loader;
+};
+
+struct PowerControllerDescription
+{
+    std::string FamilyName;
+    Family Type;
+    RegisterSet Set;
+    Registers Shipped;
+    PowerControllerFaults Faults;
+};
+
+PowerControllerFaults DescribeFaults(CFields& faults)
+{
+    return {
+        Repeated(faults, "no_acknowledge"),
+        Repeated(faults, "bad_checksum"),
+        faults.Flag("never_unlocks"),
+        faults.Flag("never_leaves_boot_loader"),
+        {Repeated(faults, "error"), faults.Numeric("busy_at_record", 0), faults.Numeric("power_lost_at_record", 0)}};
+}
+
+PowerControllerDescription Describe(CFields& device, CFields& faults)
+{
+    PowerControllerDescription controller = {};
+    controller.FamilyName = device.Text("family");
+    controller.Type = device.Choice("family", Families);
+    controller.Set = device.Choice(RegisterSets.count(controller.FamilyName) != 0 ? "family" : "acts_as", RegisterSets);
+    controller.Shipped = device.Object("registers", ReadRegisters);
+    controller.Faults = faults.Object("power_controller", DescribeFaults);
+    return controller;
 }
 
 class CPowerController : public I2CDevice
 {
   public:
-    CPowerController(const I2CSite& site, CFields& faults);
+    CPowerController(const PowerControllerDescription& controller, const I2CSite& site);
 
     bool Write(const Bytes& bytes) override
     {
         m_Reply.clear();
         m_Transactions++;
-        if (m_NoAcknowledge.Has(m_Transactions) || CClock::Instance().Now() < m_AnswersAgain) return false;
+        if (m_Faults.NoAcknowledge.Has(m_Transactions) || CClock::Instance().Now() < m_AnswersAgain) return false;
         const bool taken = bytes.size() > WriteRequest ? TakePacket(bytes) : AccessRegister(bytes);
         TellProcessor();
         return taken;
@@ -141,14 +182,9 @@ class CPowerController : public I2CDevice
     const std::function<bool(int)> m_IsHalted;
     PowerPicDescription& m_PowerPic;
 
-    const std::string m_FamilyName;
     const Family m_Family;
     const RegisterSet m_Set;
-
-    const RepeatedFault m_NoAcknowledge;  // of transactions
-    const RepeatedFault m_BadChecksum;    // of register accesses
-    const bool m_bNeverUnlocks;
-    const bool m_bNeverLeaves;  // the boot loader
+    const PowerControllerFaults m_Faults;
     int m_Transactions;
     int m_Accesses;
 
@@ -159,26 +195,19 @@ class CPowerController : public I2CDevice
     std::int64_t m_AnswersAgain;  // time of it
 };
 
-CPowerController::CPowerController(const I2CSite& site, CFields& faults)
+CPowerController::CPowerController(const PowerControllerDescription& controller, const I2CSite& site)
     : m_File(site.Folder / "powercontroller.json"),
       m_Journal(site.Journal),
       m_IsHalted(site.IsHalted),
       m_PowerPic(PowerPic(site)),
-      m_FamilyName(site.Description.Text("family")),
-      m_Family(site.Description.Choice("family", Families)),
-      m_Set(site.Description.Choice(RegisterSets.count(m_FamilyName) != 0 ? "family" : "acts_as", RegisterSets)),
-      m_NoAcknowledge(Repeated(faults, "no_acknowledge")),
-      m_BadChecksum(Repeated(faults, "bad_checksum")),
-      m_bNeverUnlocks(faults.Flag("never_unlocks")),
-      m_bNeverLeaves(faults.Flag("never_leaves_boot_loader")),
+      m_Family(controller.Type),
+      m_Set(controller.Set),
+      m_Faults(controller.Faults),
       m_Transactions(0),
       m_Accesses(0),
-      m_Loader(
-          m_FamilyName, m_PowerPic.Version,
-          {Repeated(faults, "error"), faults.Numeric("busy_at_record", 0), faults.Numeric("power_lost_at_record", 0)},
-          site.Folder, site.Journal),
+      m_Loader(controller.FamilyName, m_PowerPic.Version, m_Faults.Loader, site.Folder, site.Journal),
       m_bBootLoader(false),
-      m_Registers(site.Description.Object("registers", ReadRegisters)),
+      m_Registers(controller.Shipped),
       m_AnswersAgain(0)
 {
     m_Registers[Register_MiscData] = m_Set.Number;
@@ -233,7 +262,7 @@ bool CPowerController::AccessRegister(const Bytes& request)
         SetRegister(number, static_cast<std::uint16_t>(request[1] | request[2] << 8));
         m_Reply = {request[3]};
     }
-    if (m_BadChecksum.Has(++m_Accesses)) m_Reply.back() ^= 1;
+    if (m_Faults.BadChecksum.Has(++m_Accesses)) m_Reply.back() ^= 1;
     return true;
 }
 
@@ -248,7 +277,7 @@ void CPowerController::SetRegister(int number, std::uint16_t value)
 void CPowerController::OpenKeyhole(std::uint16_t value)
 {
     const bool opens =
-        value == KeyholeValue && (GetRegister(m_Set.ControlRegister) & Control_Update) && !m_bNeverUnlocks;
+        value == KeyholeValue && (GetRegister(m_Set.ControlRegister) & Control_Update) && !m_Faults.NeverUnlocks;
     m_Journal.Write("power-controller %s value=%04X", opens ? "unlock" : "keyhole-ignored", value);
     if (opens) Start(true);
 }
@@ -264,7 +293,7 @@ bool CPowerController::TakePacket(const Bytes& packet)
 
 void CPowerController::Reset()
 {
-    const bool leaves = m_Loader.GetVersion() && !m_bNeverLeaves;
+    const bool leaves = m_Loader.GetVersion() && !m_Faults.NeverLeavesBootLoader;
     m_Journal.Write("power-controller %s", leaves ? "reset" : "reset-ignored");
     if (!leaves) return;
     for (auto entry = m_Registers.begin(); entry != m_Registers.end();)
@@ -314,9 +343,10 @@ void CPowerController::Save() const
         throw std::runtime_error("Can't write " + m_File.string());
 }
 
-const bool bRegistered = RegisterI2CDevice("power_controller", [](const I2CSite& site) -> std::unique_ptr<I2CDevice> {
-    return site.Faults.Object("power_controller",
-                              [&](CFields& faults) { return std::make_unique<CPowerController>(site, faults); });
+const bool bRegistered = RegisterI2CDevice("power_controller", [](CFields& device, CFields& faults) -> I2CMaker {
+    return [controller = Describe(device, faults)](const I2CSite& site) {
+        return std::make_unique<CPowerController>(controller, site);
+    };
 });
 
 }  // namespace

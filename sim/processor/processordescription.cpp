@@ -1,7 +1,6 @@
 #include "sim/processor/processordescription.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <stdexcept>
 
@@ -110,29 +109,22 @@ PacketFault Packets(CFields& fields, const char* key, const char* valueKey, int 
     return fault;
 }
 
-// The numbers of a text that has nothing else than a separator between them; none of any other text.
-std::vector<unsigned> SplitNumbers(const std::string& text, char separator)
+ProcessorFaults Faults(CFields& fields)
 {
-    std::vector<unsigned> numbers;
-    const char* pEnd = text.data() + text.size();
-    for (const char* pText = text.data();; pText++) {
-        unsigned number = 0;
-        const auto parsed = std::from_chars(pText, pEnd, number);
-        if (parsed.ec != std::errc()) return {};
-        numbers.push_back(number);
-        if (parsed.ptr == pEnd) return numbers;
-        if (*parsed.ptr != separator) return {};
-        pText = parsed.ptr;
-    }
-}
-
-bool IsDate(unsigned month, unsigned day, unsigned year)
-{
-    if (month < 1 || month > 12 || year < 1000 || year > 9999) return false;
-    const bool leaps = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
-    const unsigned february = leaps ? 29 : 28;
-    const bool isLong = month < 8 ? month % 2 == 1 : month % 2 == 0;
-    return day >= 1 && day <= (month == 2 ? february : isLong ? 31 : 30);
+    ProcessorFaults faults = {};
+    faults.FullFifo = Packets(fields, "full_fifo", "times", 10);
+    faults.Lost = Packets(fields, "lost", nullptr, 0);
+    faults.Late = Packets(fields, "late", "milliseconds", 25000);
+    faults.Stale = Packets(fields, "stale", "replies", 1);
+    faults.Runt = Packets(fields, "runt", "bytes", 10);
+    faults.Error = Packets(fields, "error", "code", 255);
+    faults.NoDriver = fields.Flag("no_driver");
+    faults.Dead = fields.Flag("dead");
+    faults.StaysAway = fields.Flag("stays_away");
+    faults.DiesAtByte = fields.Numeric("dies_at_byte", std::int64_t{-1});
+    faults.DeviceErrorAtByte = fields.Numeric("device_error_at_byte", std::int64_t{-1});
+    faults.PowerLostAtByte = fields.Numeric("power_lost_at_byte", std::int64_t{-1});
+    return faults;
 }
 
 // Devices are told apart by their handlers.
@@ -149,48 +141,7 @@ void CheckHandlers(const ProcessorDescription& processor)
 
 }  // namespace
 
-FirmwareVersion ParseFirmwareVersion(const std::string& version, const std::string& date)
-{
-    FirmwareVersion parsed = {};
-    if (!version.empty()) {
-        std::vector<unsigned> numbers = SplitNumbers(version, '.');
-        if (numbers.size() == 2) numbers.push_back(0);
-        if (numbers.size() != 3 || *std::max_element(numbers.begin(), numbers.end()) > 255) Refuse("version", version);
-        parsed.Major = static_cast<std::uint8_t>(numbers[0]);
-        parsed.Minor = static_cast<std::uint8_t>(numbers[1]);
-        parsed.Pass = static_cast<std::uint8_t>(numbers[2]);
-    }
-    if (!date.empty()) {
-        const std::vector<unsigned> numbers = SplitNumbers(date, '/');
-        if (numbers.size() != 3 || !IsDate(numbers[0], numbers[1], numbers[2])) Refuse("date", date);
-        parsed.Month = static_cast<std::uint8_t>(numbers[0]);
-        parsed.Day = static_cast<std::uint8_t>(numbers[1]);
-        parsed.Year = static_cast<std::uint16_t>(numbers[2]);
-    }
-    return parsed;
-}
-
-ProcessorFaults DescribeProcessorFaults(CFields& fields)
-{
-    ProcessorFaults faults = {};
-    faults.FullFifo = Packets(fields, "full_fifo", "times", 10);
-    faults.Lost = Packets(fields, "lost", nullptr, 0);
-    faults.Late = Packets(fields, "late", "milliseconds", 25000);
-    faults.Stale = Packets(fields, "stale", "replies", 1);
-    faults.Runt = Packets(fields, "runt", "bytes", 10);
-    faults.Error = Packets(fields, "error", "code", 255);
-    faults.NoDriver = fields.Flag("no_driver");
-    faults.Dead = fields.Flag("dead");
-    faults.StaysAway = fields.Flag("stays_away");
-    faults.DiesAtByte = fields.Numeric("dies_at_byte", std::int64_t{-1});
-    faults.DeviceErrorAtByte = fields.Numeric("device_error_at_byte", std::int64_t{-1});
-    faults.PowerLostAtByte = fields.Numeric("power_lost_at_byte", std::int64_t{-1});
-    const Json* pI2C = fields.Find("i2c");
-    faults.I2C = pI2C ? pI2C->dump() : "{}";
-    return faults;
-}
-
-ProcessorDescription DescribeProcessor(CFields& fields)
+ProcessorDescription DescribeProcessor(CFields& fields, CFields& faults)
 {
     ProcessorDescription processor = {};
     processor.Generation = fields.Numeric("generation", 4);
@@ -203,8 +154,7 @@ ProcessorDescription DescribeProcessor(CFields& fields)
     processor.LatencyMicroseconds = fields.Numeric("latency_microseconds", 500);
 
     processor.Registers = fields.Object("registers", RegisterFiles);
-    if (const Json* pDevices = fields.Find("i2c"))
-        for (const Json& device : *pDevices) processor.I2C.push_back(device.dump());
+    processor.I2C = DescribeI2CBuses(fields, faults);
     processor.PowerPic = fields.Optional("power_pic", PowerPic);
     processor.Tamberline = fields.Optional("tamberline", Tamberline);
     processor.Backplanes = fields.Objects("nvme_backplanes", Backplane);
@@ -213,6 +163,7 @@ ProcessorDescription DescribeProcessor(CFields& fields)
     if (processor.Backplanes.size() > MaxBackplanes || processor.PowerSupplies.size() > MaxPowerSupplies)
         throw std::runtime_error("a processor knows at most 4 NVMe backplanes and 8 power supplies");
     CheckHandlers(processor);
+    processor.Faults = Faults(faults);
     return processor;
 }
 

@@ -8,23 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "sim/images/firmwareversion.h"
+#include "sim/processor/i2c.h"
 #include "smif.h"
 
 namespace sim
 {
-
-struct FirmwareVersion
-{
-    std::uint8_t Major;
-    std::uint8_t Minor;
-    std::uint8_t Pass;
-    std::uint8_t Month;
-    std::uint8_t Day;
-    std::uint16_t Year;  // 0: no date
-};
-
-// Of "2.70" or "1.2.3" and "04/21/2019"; 0 for what is empty. Throws std::runtime_error with a sentence for the user.
-FirmwareVersion ParseFirmwareVersion(const std::string& version, const std::string& date);
 
 // How a device's firmware is flashed through the processor.
 struct FlashDescription
@@ -88,8 +77,6 @@ struct ProcessorFaults
     std::int64_t DiesAtByte;
     std::int64_t DeviceErrorAtByte;
     std::int64_t PowerLostAtByte;
-
-    std::string I2C;  // a JSON object, for the devices on the buses
 };
 
 struct ProcessorDescription
@@ -104,7 +91,7 @@ struct ProcessorDescription
     int LatencyMicroseconds;  // of an exchange
 
     std::map<std::string, std::vector<std::uint8_t>> Registers;
-    std::vector<std::string> I2C;  // a JSON object for each device on the buses
+    I2CBusesDescription I2C;
     std::optional<PowerPicDescription> PowerPic;
     std::optional<TamberlineDescription> Tamberline;
     std::vector<BackplaneDescription> Backplanes;
@@ -115,8 +102,7 @@ struct ProcessorDescription
 
 class CFields;
 
-// Read the two. Throw std::runtime_error with a sentence for the user.
-ProcessorDescription DescribeProcessor(CFields& fields);
-ProcessorFaults DescribeProcessorFaults(CFields& fields);
+// Reads the two. Throws std::runtime_error with a sentence for the user.
+ProcessorDescription DescribeProcessor(CFields& fields, CFields& faults);
 
 }  // namespace sim
