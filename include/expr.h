@@ -62,26 +62,19 @@ enum ExprErrorType
     ExprError_Type = 3,      // an operand or the result is no integer
     ExprError_Range = 4,     // a function's argument is out of its range
     ExprError_Variable = 5,  // $ without the name of a defined symbol
-    ExprError_Runtime = 6    // a function could not read its value
+    ExprError_Runtime = 6    // a function could not read its value, or there is no memory for a chain this long
 };
 
 // A token or a value. Owns its text, which is malloc memory, when it is a string or an identifier.
 class FLASHLIB_API CExprValue
 {
   public:
-    CExprValue() : Type(Type_Unknown) { Value.pSymbol = nullptr; }
-    // A copy, with a text of its own.
-    CExprValue(const CExprValue& other) : CExprValue() { *this = other; }
+    CExprValue();
+    CExprValue(const CExprValue& other);             // a copy, with a text of its own
     CExprValue& operator=(const CExprValue& other);  // copies an owned text
-    ~CExprValue() { Clear(); }
+    ~CExprValue();
 
-    // Makes it Type_Unknown.
-    void Clear()
-    {
-        if (OwnsText()) FreeText();
-        Type = Type_Unknown;
-        Value.pSymbol = nullptr;
-    }
+    void Clear();  // makes it Type_Unknown
 
     // Keeps the low 32 bits.
     void SetInteger(long value)
@@ -101,7 +94,7 @@ class FLASHLIB_API CExprValue
     BOOL IsString() const { return Type == Type_String; }
     BOOL IsIdentifier() const { return Type == Type_Identifier; }
 
-    void Print() const {}  // does nothing: a hook
+    void Print() const;  // does nothing: a hook
 
     // What the value is; Type says which member of Value counts.
     ValueType Type;
@@ -113,10 +106,6 @@ class FLASHLIB_API CExprValue
         char* pszString;
         CSymbol* pSymbol;
     } Value;
-
-  private:
-    bool OwnsText() const { return Type == Type_String || Type == Type_Identifier; }
-    void FreeText();
 };
 
 // A named value: a node of a symbol table.
@@ -133,8 +122,8 @@ struct CSymbol
 class FLASHLIB_API CSymbolTable
 {
   public:
-    CSymbolTable() : pFirst(nullptr) {}
-    ~CSymbolTable() { Clear(); }
+    CSymbolTable();
+    ~CSymbolTable();
     CSymbolTable(const CSymbolTable&) = delete;
     CSymbolTable& operator=(const CSymbolTable&) = delete;
 
@@ -155,11 +144,12 @@ class FLASHLIB_API CExprLexer
 {
   public:
     // Reads nothing yet: the first GetNext does. A null text counts as empty.
-    explicit CExprLexer(const char* text) : pszExpression(text) {}
+    explicit CExprLexer(const char* text);
+    ~CExprLexer();
 
     // Reads the next token into Current; Type_EOF at the end.
     void GetNext();
-    BOOL IsEOF() const { return Current.IsEOF(); }
+    BOOL IsEOF() const;
     // Reads the next token and returns TRUE when Current is that token, else FALSE.
     BOOL EatToken(TokenType token);
 
@@ -190,17 +180,16 @@ struct CExprFunction
     void* Context;
 };
 
-// Evaluates while it parses. Three things are unusual, and intended: binary operators group to the right (a - b - c is
-// a - (b - c)), a unary operator applies to the whole rest of the expression (-1 + 2 is -3), and both sides of && and
-// || are always evaluated. Integers are 32-bit and signed: arithmetic wraps, a shift count is taken modulo 32, a right
-// shift keeps the sign. Division by zero, and of the most negative value by -1, is a fault of the process. Nothing is
-// allocated but the texts of strings and identifiers.
+// Evaluates while it parses. Binary operators group to the right (a - b - c is a - (b - c)), a unary operator applies
+// to the whole rest of the expression (-1 + 2 is -3), and both sides of && and || are always evaluated. Integers are
+// 32-bit and signed: arithmetic wraps, a shift count is taken modulo 32, a right shift keeps the sign. Division by
+// zero, and of the most negative value by -1, is a fault of the process. A chain of one level's operators, as in a + b
+// - c, may have any length; its operators are applied when all its operands are evaluated, the last one first.
 class FLASHLIB_API CExprParser
 {
   public:
     // How deep an expression may nest; a deeper one is ExprError_Syntax. One deeper is what stands in parentheses or in
-    // an argument list, behind a unary operator, or behind each further operator of a chain of comparisons, of shifts,
-    // or of * / %. Chains of + - & ^ | && || may have any length.
+    // an argument list, or behind a unary operator.
     static constexpr int MaxNesting = 1000;
 
     // symbols may be null, functions may not.
@@ -232,16 +221,10 @@ class FLASHLIB_API CExprParser
     ExprErrorType Level11(CExprValue* result);  // unary + - ~ !
     ExprErrorType Level12(CExprValue* result);  // literal, parentheses, $name, function
 
-    template <LEVEL Level>
+    template <LEVEL Operand, TokenType... Operators>
+    ExprErrorType BinaryLevel(CExprValue* result);
+    ExprErrorType Chain(CExprValue* result, LEVEL operand, bool (*isOperator)(const CExprValue& token));
     ExprErrorType Nested(CExprValue* result);
-    template <LEVEL Operand, TokenType... Operators>
-    ExprErrorType RightSide(const CExprValue* left, CExprValue* right);
-    template <LEVEL Operand, TokenType Operator>
-    ExprErrorType Chain(CExprValue* result);
-    template <LEVEL Operand, TokenType... Operators>
-    ExprErrorType Group(CExprValue* result);
-    template <LEVEL Operand, TokenType... Operators>
-    ExprErrorType GroupRest(CExprValue* result);
     ExprErrorType Symbol(CExprValue* result);
     ExprErrorType Function(CExprValue* result);
 

@@ -34,6 +34,15 @@ DWORD DigitValue(char c)
 
 }  // namespace
 
+CExprLexer::CExprLexer(const char* text) : pszExpression(text) {}
+
+CExprLexer::~CExprLexer() = default;
+
+BOOL CExprLexer::IsEOF() const
+{
+    return Current.IsEOF();
+}
+
 BOOL CExprLexer::EatToken(TokenType token)
 {
     if (!Current.IsToken(token)) return FALSE;
@@ -123,15 +132,14 @@ void CExprLexer::ReadOperator()
     }
 }
 
-// Up to the next double quote or the end of the text. There are no escapes: quotes that follow the closing one directly
-// are passed over, as is intended.
+// Up to the next double quote or the end of the text.
 void CExprLexer::ReadString()
 {
     const char* pStart = pszExpression + 1;
     const char* pEnd = pStart + std::strcspn(pStart, "\"");
     SetText(Type_String, pStart, pEnd);
     pszExpression = pEnd;
-    while (*pszExpression == '"') pszExpression++;
+    while (*pszExpression == '"') pszExpression++;  // kept: adjacent-quotes
 }
 
 void CExprLexer::ReadIdentifier()
@@ -158,5 +166,6 @@ void CExprLexer::ReadNumber()
         if (digit >= base) return;  // Type_Unknown
         value = value * base + digit;
     }
-    Current.SetInteger(static_cast<std::int32_t>(value));
+    Current.Type = Type_Integer;
+    Current.Value.Integer = static_cast<std::int32_t>(value);
 }

@@ -1,11 +1,15 @@
 #include <strings.h>
 
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
 #include "expr.h"
 
 namespace
 {
 
-// Wrapping 32-bit arithmetic. Divisors are not checked: a bad one faults, as is intended.
+// Wrapping 32-bit arithmetic.
 std::int32_t Apply(TokenType operation, std::int32_t left, std::int32_t right)
 {
     const DWORD a = static_cast<DWORD>(left);
@@ -44,7 +48,7 @@ std::int32_t Apply(TokenType operation, std::int32_t left, std::int32_t right)
         case Token_Asterisk:
             return static_cast<std::int32_t>(a * b);
         case Token_Slash:
-            return left / right;
+            return left / right;  // kept: unchecked-divisor
         default:
             return left % right;
     }
@@ -57,9 +61,60 @@ bool IsOneOf(const CExprValue& token)
     return token.IsToken() && ((token.Value.Token == Tokens) || ...);
 }
 
-void Combine(CExprValue* left, TokenType operation, const CExprValue& right)
+// A chain of one level: each operand with the operator behind it, all but the last operand. The first few links need
+// no allocation.
+class CChainLinks
 {
-    left->Value.Integer = Apply(operation, left->Value.Integer, right.Value.Integer);
+  public:
+    CChainLinks() : m_pLinks(m_First), m_nCount(0), m_nRoom(FirstRoom) {}
+    CChainLinks(const CChainLinks&) = delete;
+    CChainLinks& operator=(const CChainLinks&) = delete;
+    ~CChainLinks()
+    {
+        if (m_pLinks != m_First) std::free(m_pLinks);
+    }
+
+    // Returns false when there is no memory.
+    bool Add(std::int32_t operand, TokenType operation)
+    {
+        if (m_nCount == m_nRoom && !Grow()) return false;
+        m_pLinks[m_nCount++] = {operand, operation};
+        return true;
+    }
+
+    // Applies the operators to the last operand's value, the last operator first.
+    std::int32_t Fold(std::int32_t value) const
+    {
+        for (std::size_t i = m_nCount; i-- > 0;) value = Apply(m_pLinks[i].Operation, m_pLinks[i].Operand, value);
+        return value;
+    }
+
+  private:
+    struct Link
+    {
+        std::int32_t Operand;
+        TokenType Operation;
+    };
+    static constexpr std::size_t FirstRoom = 4;
+
+    bool Grow();
+
+    Link m_First[FirstRoom];
+    Link* m_pLinks;
+    std::size_t m_nCount;
+    std::size_t m_nRoom;
+};
+
+bool CChainLinks::Grow()
+{
+    if (m_nRoom > SIZE_MAX / sizeof(Link) / 2) return false;
+    void* pOld = m_pLinks == m_First ? nullptr : m_pLinks;
+    Link* pNew = static_cast<Link*>(std::realloc(pOld, 2 * m_nRoom * sizeof(Link)));
+    if (!pNew) return false;
+    if (!pOld) std::memcpy(pNew, m_First, sizeof m_First);
+    m_pLinks = pNew;
+    m_nRoom *= 2;
+    return true;
 }
 
 }  // namespace
@@ -72,126 +127,98 @@ CExprParser::CExprParser(CExprLexer& lexer, CSymbolTable* symbols, CExprFunction
 ExprErrorType CExprParser::Parse(CExprValue* result)
 {
     result->Clear();
-    return Lexer.IsEOF() ? ExprError_Empty : Nested<&CExprParser::Level1>(result);
+    return Lexer.IsEOF() ? ExprError_Empty : Nested(result);
 }
 
-template <CExprParser::LEVEL Level>
 ExprErrorType CExprParser::Nested(CExprValue* result)
 {
-    if (m_nNesting > MaxNesting) return ExprError_Syntax;
+    if (m_nNesting > MaxNesting) return ExprError_Syntax;  // kept: nesting-limit
     m_nNesting++;
-    const ExprErrorType error = (this->*Level)(result);
+    const ExprErrorType error = Level1(result);
     m_nNesting--;
     return error;
 }
 
-// With the lexer on the operator behind left: reads on and evaluates the other side. Both must be integers; an operator
-// of the same level behind one that is none is still read.
 template <CExprParser::LEVEL Operand, TokenType... Operators>
-ExprErrorType CExprParser::RightSide(const CExprValue* left, CExprValue* right)
-{
-    Lexer.GetNext();
-    if (!left->IsInteger()) return ExprError_Type;
-    const ExprErrorType error = (this->*Operand)(right);
-    if (error != ExprError_None || right->IsInteger()) return error;
-    if (IsOneOf<Operators...>(Lexer.Current)) Lexer.GetNext();
-    return ExprError_Type;
-}
-
-// For an operator where a | (b | c) is (a | b) | c: applied from the left, so that a chain of any length needs no
-// stack.
-template <CExprParser::LEVEL Operand, TokenType Operator>
-ExprErrorType CExprParser::Chain(CExprValue* result)
-{
-    ExprErrorType error = (this->*Operand)(result);
-    while (error == ExprError_None && Lexer.Current.IsToken(Operator)) {
-        CExprValue right;
-        error = RightSide<Operand, Operator>(result, &right);
-        if (error == ExprError_None) Combine(result, Operator, right);
-    }
-    return error;
-}
-
-// For operators that have to wait for what follows: a / (b / c).
-template <CExprParser::LEVEL Operand, TokenType... Operators>
-ExprErrorType CExprParser::Group(CExprValue* result)
+ExprErrorType CExprParser::BinaryLevel(CExprValue* result)
 {
     const ExprErrorType error = (this->*Operand)(result);
     if (error != ExprError_None || !IsOneOf<Operators...>(Lexer.Current)) return error;
-    return GroupRest<Operand, Operators...>(result);
+    return Chain(result, Operand, IsOneOf<Operators...>);
 }
 
-template <CExprParser::LEVEL Operand, TokenType... Operators>
-ExprErrorType CExprParser::GroupRest(CExprValue* result)
+// Continues a chain behind its first operand, which result holds: evaluates further operands for as long as an operator
+// of the level follows, and only then applies the operators. An operand is checked when the token behind its operator
+// is read. On an error result still holds the first operand.
+ExprErrorType CExprParser::Chain(CExprValue* result, LEVEL operand, bool (*isOperator)(const CExprValue& token))
 {
-    const TokenType operation = Lexer.Current.Value.Token;
+    CChainLinks links;
     CExprValue right;
-    ExprErrorType error = RightSide<Operand, Operators...>(result, &right);
-    if (error == ExprError_None && IsOneOf<Operators...>(Lexer.Current))
-        error = Nested<&CExprParser::GroupRest<Operand, Operators...>>(&right);
-    if (error == ExprError_None) Combine(result, operation, right);
-    return error;
+    const CExprValue* pLeft = result;
+    do {
+        const TokenType operation = Lexer.Current.Value.Token;
+        Lexer.GetNext();
+        if (!pLeft->IsInteger()) return ExprError_Type;
+        if (!links.Add(pLeft->Value.Integer, operation)) return ExprError_Runtime;
+        right.Clear();
+        const ExprErrorType error = (this->*operand)(&right);
+        if (error != ExprError_None) return error;
+        pLeft = &right;
+    } while (isOperator(Lexer.Current));  // kept: both-sides-evaluated
+    if (!right.IsInteger()) return ExprError_Type;
+    result->Value.Integer = links.Fold(right.Value.Integer);  // kept: right-grouping
+    return ExprError_None;
 }
 
 ExprErrorType CExprParser::Level1(CExprValue* result)
 {
-    return Chain<&CExprParser::Level2, Token_BooleanOR>(result);
+    return BinaryLevel<&CExprParser::Level2, Token_BooleanOR>(result);
 }
 
 ExprErrorType CExprParser::Level2(CExprValue* result)
 {
-    return Chain<&CExprParser::Level3, Token_BooleanAND>(result);
+    return BinaryLevel<&CExprParser::Level3, Token_BooleanAND>(result);
 }
 
 ExprErrorType CExprParser::Level3(CExprValue* result)
 {
-    return Chain<&CExprParser::Level4, Token_BitOR>(result);
+    return BinaryLevel<&CExprParser::Level4, Token_BitOR>(result);
 }
 
 ExprErrorType CExprParser::Level4(CExprValue* result)
 {
-    return Chain<&CExprParser::Level5, Token_BitXOR>(result);
+    return BinaryLevel<&CExprParser::Level5, Token_BitXOR>(result);
 }
 
 ExprErrorType CExprParser::Level5(CExprValue* result)
 {
-    return Chain<&CExprParser::Level6, Token_BitAND>(result);
+    return BinaryLevel<&CExprParser::Level6, Token_BitAND>(result);
 }
 
 ExprErrorType CExprParser::Level6(CExprValue* result)
 {
-    return Group<&CExprParser::Level7, Token_Equal, Token_NotEqual>(result);
+    return BinaryLevel<&CExprParser::Level7, Token_Equal, Token_NotEqual>(result);
 }
 
 ExprErrorType CExprParser::Level7(CExprValue* result)
 {
-    return Group<&CExprParser::Level8, Token_LessThan, Token_LessThanOrEqual, Token_GreaterThan,
-                 Token_GreaterThanOrEqual>(result);
+    return BinaryLevel<&CExprParser::Level8, Token_LessThan, Token_LessThanOrEqual, Token_GreaterThan,
+                       Token_GreaterThanOrEqual>(result);
 }
 
 ExprErrorType CExprParser::Level8(CExprValue* result)
 {
-    return Group<&CExprParser::Level9, Token_LeftShift, Token_RightShift>(result);
+    return BinaryLevel<&CExprParser::Level9, Token_LeftShift, Token_RightShift>(result);
 }
 
-// a - (b - (c - d)) is a - b + c - d: every minus turns the signs behind it, so that a sum of any length needs no
-// stack.
 ExprErrorType CExprParser::Level9(CExprValue* result)
 {
-    bool negative = false;
-    ExprErrorType error = Level10(result);
-    while (error == ExprError_None && IsOneOf<Token_Plus, Token_Minus>(Lexer.Current)) {
-        if (Lexer.Current.IsToken(Token_Minus)) negative = !negative;
-        CExprValue right;
-        error = RightSide<&CExprParser::Level10, Token_Plus, Token_Minus>(result, &right);
-        if (error == ExprError_None) Combine(result, negative ? Token_Minus : Token_Plus, right);
-    }
-    return error;
+    return BinaryLevel<&CExprParser::Level10, Token_Plus, Token_Minus>(result);
 }
 
 ExprErrorType CExprParser::Level10(CExprValue* result)
 {
-    return Group<&CExprParser::Level11, Token_Asterisk, Token_Slash, Token_Percent>(result);
+    return BinaryLevel<&CExprParser::Level11, Token_Asterisk, Token_Slash, Token_Percent>(result);
 }
 
 ExprErrorType CExprParser::Level11(CExprValue* result)
@@ -200,7 +227,7 @@ ExprErrorType CExprParser::Level11(CExprValue* result)
 
     const TokenType operation = Lexer.Current.Value.Token;
     Lexer.GetNext();
-    const ExprErrorType error = Nested<&CExprParser::Level1>(result);  // all the rest, not just the next operand
+    const ExprErrorType error = Nested(result);  // kept: sign-takes-the-rest
     if (error != ExprError_None) return error;
     if (!result->IsInteger()) return ExprError_Type;
 
@@ -227,7 +254,7 @@ ExprErrorType CExprParser::Level12(CExprValue* result)
     if (Lexer.EatToken(Token_DollarSign)) return Symbol(result);
     if (!Lexer.EatToken(Token_LeftParen)) return ExprError_Syntax;
 
-    const ExprErrorType error = Nested<&CExprParser::Level1>(result);
+    const ExprErrorType error = Nested(result);
     if (error != ExprError_None) return error;
     return Lexer.EatToken(Token_RightParen) ? ExprError_None : ExprError_Syntax;
 }

@@ -5,11 +5,18 @@
 
 #include "expr.h"
 
+CSymbolTable::CSymbolTable() : pFirst(nullptr) {}
+
+CSymbolTable::~CSymbolTable()
+{
+    Clear();
+}
+
 CSymbol* CSymbolTable::Add(const char* name)
 {
     CSymbol* pSymbol = new CSymbol;
     pSymbol->pszName = strdup(name);
-    pSymbol->pNext = pFirst;
+    pSymbol->pNext = pFirst;  // kept: hidden-symbols
     pFirst = pSymbol;
     return pSymbol;
 }

@@ -98,8 +98,38 @@ CStr& CStr::operator=(TCHAR c)
     LPTSTR pBuffer = AllocStringBuffer(1);
     pBuffer[0] = c;
     pBuffer[1] = '\0';
-    Adopt(pBuffer, 0);  // a single character does not count as text: callers rely on IsEmpty() here
+    Adopt(pBuffer, 0);  // kept: assigned-character
     return *this;
+}
+
+int CStr::GetLength() const
+{
+    return m_nLength;
+}
+
+BOOL CStr::IsEmpty() const
+{
+    return m_nLength == 0;
+}
+
+void CStr::Empty()
+{
+    *this = "";
+}
+
+LPCTSTR CStr::GetAnsiString() const
+{
+    return m_pchData;
+}
+
+CStr::operator LPCTSTR() const
+{
+    return m_pchData;
+}
+
+CStr::operator LPTSTR()
+{
+    return m_pchData;
 }
 
 LPCWSTR CStr::GetWideString()
@@ -112,9 +142,19 @@ LPCWSTR CStr::GetWideString()
     return m_pWideString;
 }
 
+CStr::operator LPCWSTR()
+{
+    return GetWideString();
+}
+
 TCHAR CStr::GetAt(int index) const
 {
     return index < 0 || index > m_nLength - 1 ? '\0' : m_pchData[index];
+}
+
+TCHAR CStr::operator[](int index) const
+{
+    return GetAt(index);
 }
 
 void CStr::SetAt(int index, TCHAR c)
@@ -129,9 +169,29 @@ BOOL CStr::operator==(LPCTSTR text) const
     return std::strcmp(m_pchData, text ? text : "") == 0;
 }
 
+BOOL CStr::operator==(const CStr& other) const
+{
+    return *this == other.m_pchData;
+}
+
+BOOL CStr::operator!=(LPCTSTR text) const
+{
+    return !(*this == text);
+}
+
+BOOL CStr::operator!=(const CStr& other) const
+{
+    return !(*this == other);
+}
+
 BOOL CStr::operator<(LPCTSTR text) const
 {
     return std::strcmp(m_pchData, text ? text : "") < 0;
+}
+
+BOOL CStr::operator<(const CStr& other) const
+{
+    return *this < other.m_pchData;
 }
 
 BOOL CStr::operator>(LPCTSTR text) const
@@ -139,9 +199,29 @@ BOOL CStr::operator>(LPCTSTR text) const
     return std::strcmp(m_pchData, text ? text : "") > 0;
 }
 
+BOOL CStr::operator>(const CStr& other) const
+{
+    return *this > other.m_pchData;
+}
+
+BOOL CStr::Compare(LPCTSTR text) const
+{
+    return *this == text;
+}
+
+BOOL CStr::Compare(const CStr& other) const
+{
+    return *this == other;
+}
+
 BOOL CStr::CompareNoCase(LPCTSTR text) const
 {
     return strcasecmp(m_pchData, text ? text : "") == 0;
+}
+
+BOOL CStr::CompareNoCase(const CStr& other) const
+{
+    return CompareNoCase(other.m_pchData);
 }
 
 CStr CStr::operator+(const CStr& other) const
@@ -233,12 +313,18 @@ CStr CStr::Mid(int start, int count) const
     return result;
 }
 
+CStr CStr::Mid(int start) const
+{
+    return start < 0 ? CStr() : Mid(start, m_nLength - start);
+}
+
+// A NUL set inside matches nothing.
 int CStr::Find(LPCTSTR text) const
 {
     if (!text) text = "";
     const int count = static_cast<int>(std::strlen(text));
     for (int i = 0; i <= m_nLength - count; i++)
-        if (Mid(i, count) == text) return i;
+        if (std::equal(text, text + count, m_pchData + i)) return i;
     return -1;
 }
 
@@ -252,7 +338,7 @@ int CStr::ReverseFind(LPCTSTR text) const
     if (!text) text = "";
     const int count = static_cast<int>(std::strlen(text));
     for (int i = m_nLength - count; i >= 0; i--)
-        if (Mid(i, count) == text) return i;
+        if (std::equal(text, text + count, m_pchData + i)) return i;
     return -1;
 }
 
@@ -282,8 +368,7 @@ void CStr::Format(LPCTSTR format, ...)
 {
     int size = 1024;
     TCHAR* pScratch = nullptr;
-    // An empty result is tried again with more room, for as long as it stays empty. The scratch buffers are not
-    // released; both are intended.
+    // kept: format-to-nothing (an empty result is tried again with more room, for as long as it stays empty)
     for (;; size += 1024) {
         pScratch = AllocStringBuffer(size - 1);
         va_list arguments;
@@ -292,5 +377,5 @@ void CStr::Format(LPCTSTR format, ...)
         va_end(arguments);
         if (pScratch[0] != '\0') break;
     }
-    *this = pScratch;
+    *this = pScratch;  // kept: format-scratch-buffer
 }

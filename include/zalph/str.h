@@ -22,45 +22,45 @@ class FLASHLIB_API CStr
     CStr& operator=(const CStr& other);
     CStr& operator=(int value);     // as "%d"
     CStr& operator=(double value);  // as "%f"
-    // Stores the one-character text but leaves the length 0, so that IsEmpty() stays TRUE; this is intended.
+    // Stores the one-character text but leaves the length 0, so that IsEmpty() stays TRUE.
     CStr& operator=(TCHAR c);
 
-    int GetLength() const { return m_nLength; }      // bytes
-    BOOL IsEmpty() const { return m_nLength == 0; }  // TRUE when there are none
-    void Empty() { *this = ""; }                     // makes it the empty text
+    int GetLength() const;  // bytes
+    BOOL IsEmpty() const;   // TRUE when there are none
+    void Empty();           // makes it the empty text
 
     // The text, owned by the string and valid until its next change.
-    LPCTSTR GetAnsiString() const { return m_pchData; }
-    operator LPCTSTR() const { return m_pchData; }
-    operator LPTSTR() { return m_pchData; }
+    LPCTSTR GetAnsiString() const;
+    operator LPCTSTR() const;
+    operator LPTSTR();
 
     // The text converted by the current locale, made anew by each call. Owned by the string; dies with its next change.
     // Empty where the text is no valid multibyte sequence.
     LPCWSTR GetWideString();
-    operator LPCWSTR() { return GetWideString(); }
+    operator LPCWSTR();
 
     // The byte at index, 0 when index is not inside the text.
     TCHAR GetAt(int index) const;
-    TCHAR operator[](int index) const { return GetAt(index); }
+    TCHAR operator[](int index) const;
 
     // Stores c at index when that is inside the text, else does nothing. The length never changes, even when c is NUL.
     void SetAt(int index, TCHAR c);
 
     // Compare bytes, as strcmp does.
     BOOL operator==(LPCTSTR text) const;
-    BOOL operator==(const CStr& other) const { return *this == other.m_pchData; }
-    BOOL operator!=(LPCTSTR text) const { return !(*this == text); }
-    BOOL operator!=(const CStr& other) const { return !(*this == other.m_pchData); }
+    BOOL operator==(const CStr& other) const;
+    BOOL operator!=(LPCTSTR text) const;
+    BOOL operator!=(const CStr& other) const;
     BOOL operator<(LPCTSTR text) const;
-    BOOL operator<(const CStr& other) const { return *this < other.m_pchData; }
+    BOOL operator<(const CStr& other) const;
     BOOL operator>(LPCTSTR text) const;
-    BOOL operator>(const CStr& other) const { return *this > other.m_pchData; }
+    BOOL operator>(const CStr& other) const;
 
     // TRUE when the texts are equal: a test of equality, not an ordering.
-    BOOL Compare(LPCTSTR text) const { return *this == text; }
-    BOOL Compare(const CStr& other) const { return *this == other.m_pchData; }
+    BOOL Compare(LPCTSTR text) const;
+    BOOL Compare(const CStr& other) const;
     BOOL CompareNoCase(LPCTSTR text) const;
-    BOOL CompareNoCase(const CStr& other) const { return CompareNoCase(other.m_pchData); }
+    BOOL CompareNoCase(const CStr& other) const;
 
     // This text followed by the other; an empty or null right side gives a copy of this.
     CStr operator+(const CStr& other) const;
@@ -82,7 +82,7 @@ class FLASHLIB_API CStr
 
     // count bytes from start, all bytes from start; empty when that is not wholly inside the text.
     CStr Mid(int start, int count) const;
-    CStr Mid(int start) const { return start < 0 ? CStr() : Mid(start, m_nLength - start); }
+    CStr Mid(int start) const;
 
     // Position of the first, the first regardless of case, the last occurrence; -1 when there is none. An empty text is
     // found at 0, by ReverseFind at the end.

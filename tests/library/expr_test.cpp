@@ -183,20 +183,28 @@ TEST_F(Expr, TellsErrorsApart)
     EXPECT_EQ("!1", Evaluate(nullptr, nullptr));
 }
 
-TEST_F(Expr, NeedsNoStackForLongChainsAndEndsAtTheDocumentedNesting)
+TEST_F(Expr, TakesChainsOfAnyLengthAndEndsAtTheDocumentedNesting)
 {
-    EXPECT_EQ("1", Evaluate("1" + Repeat(1000000, "-1")));
     EXPECT_EQ("1333332", Evaluate("0" + Repeat(333333, "-1-4+1")));
-    for (const char* pszTerm : {"||0", "&&1", "|0", "^0", "&1"})
+    for (const char* pszTerm : {"||0", "&&1", "|0", "^0", "&1", "==1", ">0", "<<0", "-0", "*1"})
         EXPECT_EQ("1", Evaluate("1" + Repeat(1000000, pszTerm))) << pszTerm;
 
     const int limit = CExprParser::MaxNesting;
-    EXPECT_EQ("7", Evaluate(Repeat(limit, "(1*") + "7" + Repeat(limit, ")") + Repeat(limit, "+(0)")));
-    EXPECT_EQ("3", Evaluate("3" + Repeat(limit, "*1")));
+    EXPECT_EQ("1",
+              Evaluate(Repeat(limit, "0||1&&0|0^1&1==0<1<<0+1*(") + "1" + Repeat(limit, ")") + Repeat(limit, "*(1)")));
     for (const std::string opening : {"(", "-", "bits(", "1*("})
         for (int depth : {limit + 1, 100000})
             EXPECT_EQ("!2", Evaluate(Repeat(depth, opening) + "1" + Repeat(depth, ")"))) << opening;
-    for (const char* pszTerm : {"*1", "<<0", "<1", "==1"}) EXPECT_EQ("!2", Evaluate("1" + Repeat(100000, pszTerm)));
+}
+
+TEST_F(Expr, CombinesNothingBeforeAllOperandsAreEvaluated)
+{
+    EXPECT_EQ("!6", Evaluate("1 / 0 / absent(1)"));
+    CExprLexer lexer("9 - 2 - $name");
+    lexer.GetNext();
+    CExprValue value;
+    EXPECT_EQ(ExprError_Type, CExprParser(lexer, &m_Symbols, nullptr, nullptr).Parse(&value));
+    EXPECT_EQ(9, value.Value.Integer);
 }
 
 TEST_F(Expr, CallsFunctionsOnBothSides)
