@@ -47,7 +47,6 @@ typedef struct _zalinstallstate
     char szMessage[1024];  // for the user; NUL-terminated
 } ZALINSTALLSTATE;
 FLASHLIB_LAYOUT(_zalinstallstate, 1028);
-FLASHLIB_OFFSET(_zalinstallstate, szMessage, 4);
 
 #pragma pack(push, 1)
 
@@ -60,9 +59,6 @@ struct _versioninfo
     std::uint16_t cru_driver_build_num;
 };
 FLASHLIB_LAYOUT(_versioninfo, 8);
-FLASHLIB_OFFSET(_versioninfo, esxi_minor_version, 2);
-FLASHLIB_OFFSET(_versioninfo, cru_driver_version_num, 4);
-FLASHLIB_OFFSET(_versioninfo, cru_driver_build_num, 6);
 
 #pragma pack(pop)
 

@@ -33,10 +33,3 @@ using PVOID = void*;
 
 // Asserts the size of a wire or driver record where it is declared.
 #define FLASHLIB_LAYOUT(type, size) static_assert(sizeof(type) == (size), #type " must be " #size " bytes")
-
-// Asserts the offset of a field of such a record. Records that extend a header are laid out like any other here, though
-// the language calls offsetof conditionally supported for them.
-#define FLASHLIB_OFFSET(type, field, offset)                                                               \
-    _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Winvalid-offsetof\"") static_assert( \
-        offsetof(type, field) == (offset), #type "::" #field " must be at offset " #offset);               \
-    _Pragma("GCC diagnostic pop") static_assert(true, "")

@@ -18,12 +18,6 @@ struct ZALFLSH_HEADER
     char ImageName[1];    // first of the strings
 };
 FLASHLIB_LAYOUT(ZALFLSH_HEADER, 32);
-FLASHLIB_OFFSET(ZALFLSH_HEADER, Version, 8);
-FLASHLIB_OFFSET(ZALFLSH_HEADER, FeatureBits1, 9);
-FLASHLIB_OFFSET(ZALFLSH_HEADER, FeatureBits2, 13);
-FLASHLIB_OFFSET(ZALFLSH_HEADER, Date, 17);
-FLASHLIB_OFFSET(ZALFLSH_HEADER, TablePhysAddr, 27);
-FLASHLIB_OFFSET(ZALFLSH_HEADER, ImageName, 31);
 
 // Where the selected flash table lies; filled by QueryFlashTable.
 struct TABLE_QUERY_RESULT
@@ -34,9 +28,6 @@ struct TABLE_QUERY_RESULT
     DWORD TableSize;   // bytes
 };
 FLASHLIB_LAYOUT(TABLE_QUERY_RESULT, 16);
-FLASHLIB_OFFSET(TABLE_QUERY_RESULT, HeaderSize, 4);
-FLASHLIB_OFFSET(TABLE_QUERY_RESULT, TableAddr, 8);
-FLASHLIB_OFFSET(TABLE_QUERY_RESULT, TableSize, 12);
 
 // One run of a table. Zero-filled, then set by the caller; BytesReturned and Status are set by the library.
 struct TABLE_EXEC_REQUEST
@@ -51,13 +42,6 @@ struct TABLE_EXEC_REQUEST
     BYTE IsSpsFlash;           // the image is an SPS firmware image
 };
 FLASHLIB_LAYOUT(TABLE_EXEC_REQUEST, 25 + sizeof(void*));
-FLASHLIB_OFFSET(TABLE_EXEC_REQUEST, pBuffer, 4);
-FLASHLIB_OFFSET(TABLE_EXEC_REQUEST, BufferSize, 4 + sizeof(void*));
-FLASHLIB_OFFSET(TABLE_EXEC_REQUEST, BytesReturned, 8 + sizeof(void*));
-FLASHLIB_OFFSET(TABLE_EXEC_REQUEST, Status, 12 + sizeof(void*));
-FLASHLIB_OFFSET(TABLE_EXEC_REQUEST, PhysicalBuffer, 16 + sizeof(void*));
-FLASHLIB_OFFSET(TABLE_EXEC_REQUEST, PhysicalBufferSize, 20 + sizeof(void*));
-FLASHLIB_OFFSET(TABLE_EXEC_REQUEST, IsSpsFlash, 24 + sizeof(void*));
 
 #pragma pack(pop)
 

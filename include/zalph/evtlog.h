@@ -32,10 +32,6 @@ struct _evtLogHdr
 };
 using EVT_HEADER = _evtLogHdr;  // the platform's name of it
 FLASHLIB_LAYOUT(_evtLogHdr, 28);
-FLASHLIB_OFFSET(_evtLogHdr, dwEvtNumber, 2);
-FLASHLIB_OFFSET(_evtLogHdr, wClass, 8);
-FLASHLIB_OFFSET(_evtLogHdr, InitTime, 12);
-FLASHLIB_OFFSET(_evtLogHdr, dwCount, 24);
 
 // Text of a flash event.
 struct _evtRomFlashed
@@ -82,7 +78,6 @@ struct LOG_VRL_REQUEST
     BYTE VRLEntry[256];
 };
 FLASHLIB_LAYOUT(LOG_VRL_REQUEST, 261);
-FLASHLIB_OFFSET(LOG_VRL_REQUEST, VRLEntry, 5);
 
 // What every response to one begins with.
 struct NVRAM_ACCESS_RESPONSE_HEADER

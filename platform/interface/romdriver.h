@@ -20,7 +20,5 @@ struct _pmemRead
     std::uint32_t readSize;
 };
 FLASHLIB_LAYOUT(_pmemRead, 8 + sizeof(void*));
-FLASHLIB_OFFSET(_pmemRead, userBuffer, 4);
-FLASHLIB_OFFSET(_pmemRead, readSize, 4 + sizeof(void*));
 
 #pragma pack(pop)

@@ -31,9 +31,9 @@ struct DeviceImageHeader
     BYTE Reserved2[24];
 };
 FLASHLIB_LAYOUT(DeviceImageHeader, 64);
-FLASHLIB_OFFSET(DeviceImageHeader, Size, 24);
-FLASHLIB_OFFSET(DeviceImageHeader, Major, 32);
-FLASHLIB_OFFSET(DeviceImageHeader, Year, 38);
+static_assert(offsetof(DeviceImageHeader, Size) == 24 && offsetof(DeviceImageHeader, Major) == 32 &&
+                  offsetof(DeviceImageHeader, Year) == 38,
+              "fields must be where the devices look for them");
 
 #pragma pack(pop)
 
