@@ -1,15 +1,14 @@
 #include "util.h"
 
-#include <dirent.h>
 #include <fnmatch.h>
 
 #include <climits>
-#include <cstdio>
 #include <cstring>
 #include <new>
 
 #include "bounded.h"
 #include "debug.h"
+#include "handles.h"
 
 CStr FileInComponentDir(const CStr& name)
 {
@@ -21,48 +20,34 @@ CStr FileInComponentDir(const CStr& name)
 BOOL FindFileInComponentDir(const CStr& pattern, CStr& path)
 {
     path.Empty();
-    DIR* pDirectory = opendir(g_InstallLocalDir.GetAnsiString());
-    if (!pDirectory) return FALSE;
+    const CDirectory directory(opendir(g_InstallLocalDir.GetAnsiString()));
+    if (!directory) return FALSE;
 
-    while (const dirent* pEntry = readdir(pDirectory)) {
+    while (const dirent* pEntry = readdir(directory.get())) {
         if (fnmatch(pattern.GetAnsiString(), pEntry->d_name, FNM_CASEFOLD) == 0) {
             path = FileInComponentDir(pEntry->d_name);
             break;
         }
     }
-    closedir(pDirectory);
     return !path.IsEmpty();
 }
 
 BOOL ReadFileIntoMemory(const char* path, void*& buffer, int& size)
 {
-    FILE* pFile = std::fopen(path, "rb");
-    if (!pFile) return FALSE;
-
-    long position = -1;
-    const bool seekable = std::fseek(pFile, 0, SEEK_END) == 0;
-    if (seekable) {
-        position = std::ftell(pFile);
+    std::unique_ptr<char[]> data;
+    {
+        const CFile file(std::fopen(path, "rb"));
+        if (!file || std::fseek(file.get(), 0, SEEK_END) != 0) return FALSE;
+        const long position = std::ftell(file.get());
         size = static_cast<int>(position);
-    }
-    if (position < 0 || position > INT_MAX || std::fseek(pFile, 0, SEEK_SET) != 0) {
-        std::fclose(pFile);
-        return FALSE;
-    }
+        if (position < 0 || position > INT_MAX || std::fseek(file.get(), 0, SEEK_SET) != 0) return FALSE;
 
-    const std::size_t length = static_cast<std::size_t>(position);
-    char* pData = new (std::nothrow) char[length];
-    buffer = pData;
-    if (!pData) {
-        std::fclose(pFile);
-        return FALSE;
+        const std::size_t length = static_cast<std::size_t>(position);
+        data.reset(new (std::nothrow) char[length]);
+        buffer = data.get();  // kept: short-file-buffer
+        if (!data || std::fread(data.get(), 1, length, file.get()) != length) return FALSE;
     }
-    const bool complete = std::fread(pData, 1, length, pFile) == length;
-    std::fclose(pFile);
-    if (!complete) {
-        delete[] pData;  // buffer keeps pointing at it on purpose: after FALSE it must not be used
-        return FALSE;
-    }
+    buffer = data.release();
     _DebugPrintf("Utility ReadFileIntoMemory: FileName [%s] -i Filesize[%d]\n", path, size);
     return TRUE;
 }

@@ -1,8 +1,8 @@
 #include <unistd.h>
 
-#include <cstdio>
 #include <ctime>
 
+#include "../handles.h"
 #include "exchange.h"
 #include "platformids.h"
 
@@ -28,12 +28,12 @@ std::time_t SecondsSince(std::time_t start)
     return std::time(nullptr) - start;
 }
 
-// A processor that may still be starting is given time before it is asked; TRUE.
-BOOL SettleBeforeCheck()
+// Gives a processor that may still be starting some time, then asks it.
+BOOL SettleAndAsk(CChannelInterface& channel, BOOL (CChannelInterface::*question)())
 {
     _DebugPrintf("CChannelInterface::VerifyFirmwareIsAlive: Checking Mox\n");
     sleep(SettleTime);
-    return TRUE;
+    return (channel.*question)();
 }
 
 int GenerationOf(const SMIFRSP_GET_STATUS& status)
@@ -96,13 +96,12 @@ ChannelState CChannelInterface::GetUpdatedState()
 BOOL CChannelInterface::FindDevice()
 {
     m_bHardwareFound = FALSE;
-    if (std::FILE* pPipe = popen(CountPciFunctions, "r")) {
+    if (const CPipe pipe{popen(CountPciFunctions, "r")}) {
         int count = 0;
-        if (std::fscanf(pPipe, "%d", &count) == 1 && count == PciFunctions) {
+        if (std::fscanf(pipe.get(), "%d", &count) == 1 && count == PciFunctions) {
             _DebugPrintf("CChannelInterface::FindDevice: Found Pellow\n");
             m_bHardwareFound = TRUE;
         }
-        pclose(pPipe);
     }
     if (!m_bHardwareFound) _DebugPrintf("CChannelInterface::FindDevice: Pellow not found\n");
     return m_bHardwareFound;
@@ -149,7 +148,8 @@ void CChannelInterface::VerifyFirmwareIsAlive()
         m_bDriverFound = TRUE;
         if (status != ZalCiSuccess) {
             _DebugPrintf("CChannelInterface::VerifyFirmwareIsAlive: Can't open channel\n");
-        } else if (SettleBeforeCheck() && VerifySMIF() && SettleBeforeCheck() && UpdateMOXVersion()) {
+        } else if (SettleAndAsk(*this, &CChannelInterface::VerifySMIF) &&
+                   SettleAndAsk(*this, &CChannelInterface::UpdateMOXVersion)) {
             _DebugPrintf("CChannelInterface::VerifyFirmwareIsAlive: Mox is alive\n");
             return;
         }

@@ -1,7 +1,7 @@
-#include <cstdio>
 #include <initializer_list>
 
 #include "../bounded.h"
+#include "../handles.h"
 #include "component.h"
 #include "componentxml.h"
 #include "debug.h"
@@ -81,14 +81,14 @@ CStr Number(int value)
 }
 
 template <std::size_t Count>
-bool WriteLines(FILE* pFile, const Placeholder (&placeholders)[Count])
+bool WriteLines(const CFile& file, const Placeholder (&placeholders)[Count])
 {
     for (const char* const* ppLine = DiscoveryXml; *ppLine; ppLine++) {
         char szLine[256];
         BoundedCopy("a discovery XML line", szLine, sizeof szLine, *ppLine);
         for (const Placeholder& placeholder : placeholders)
             ReplaceStr(szLine, placeholder.pszName, placeholder.sValue.GetAnsiString());
-        if (std::fprintf(pFile, "%s\n", szLine) < 0) return false;
+        if (std::fprintf(file.get(), "%s\n", szLine) < 0) return false;
     }
     return true;
 }
@@ -132,11 +132,11 @@ BOOL CComponent::WriteDiscoveryXml()
         {"%Action%", ActionName(m_InstallState)},          {"%Duration%", Number(m_Discovery.EstimatedDuration)},
     };
 
-    FILE* pFile = std::fopen(m_Discovery.sXmlFileName.GetAnsiString(), "wt");
-    if (!pFile) {
+    CFile file(std::fopen(m_Discovery.sXmlFileName.GetAnsiString(), "wt"));
+    if (!file) {
         _DebugPrintf("CComponent::WriteDiscoveryXml: Can't create file\n");
         return FALSE;
     }
-    const bool written = WriteLines(pFile, placeholders);
-    return std::fclose(pFile) == 0 && written;
+    const bool written = WriteLines(file, placeholders);
+    return std::fclose(file.release()) == 0 && written;
 }

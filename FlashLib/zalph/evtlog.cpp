@@ -4,13 +4,13 @@
 #include <linux/ipmi.h>
 #include <poll.h>
 #include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 
 #include "../bounded.h"
+#include "../handles.h"
 #include "zalph/system.h"
 
 namespace
@@ -99,6 +99,15 @@ int ReceiveAnswer(int fd, unsigned char* buffer, unsigned short size)
     return message.msg.data_len < size ? message.msg.data_len : size;
 }
 
+// Exchanges a request for its answer; the number of bytes received, 0 when nothing could be exchanged.
+int Exchange(int netFunction, int command, void* request, int requestLength, unsigned char* buffer, unsigned short size)
+{
+    const CDescriptor device(open("/dev/ipmi0", O_RDWR));
+    if (!device.IsOpen()) return 0;
+    if (!SendRequest(device.Get(), netFunction, command, request, requestLength)) return 0;
+    return WaitForAnswer(device.Get()) ? ReceiveAnswer(device.Get(), buffer, size) : 0;
+}
+
 }  // namespace
 
 int CSystemCommon::LogFlashEventToVRL(const CStr& text)
@@ -136,14 +145,8 @@ BOOL CSystem::LogEventToVRL(_evtLogEntry* entry)
 int CSystem::IpmiCommand(int netFunction, int command, void* request, int requestLength, void* response, int capacity,
                          int* responseLength, int* completionCode)
 {
-    const int fd = open("/dev/ipmi0", O_RDWR);
-    if (fd < 0) return 0;
-
     unsigned char answer[512];
-    int received = 0;
-    if (SendRequest(fd, netFunction, command, request, requestLength) && WaitForAnswer(fd))
-        received = ReceiveAnswer(fd, answer, sizeof answer);
-    close(fd);
+    const int received = Exchange(netFunction, command, request, requestLength, answer, sizeof answer);
     if (received == 0) return 0;
 
     const int length = received - 1;

@@ -1,7 +1,8 @@
 #include "zalph/inifile.h"
 
-#include <cstdio>
 #include <cstring>
+
+#include "../handles.h"
 
 namespace
 {
@@ -14,10 +15,10 @@ CStr Trimmed(CStr text)
 }
 
 // The next line; false at the end of the file.
-bool ReadLine(FILE* pFile, CStr& line)
+bool ReadLine(const CFile& file, CStr& line)
 {
     char szLine[1024];
-    if (!std::fgets(szLine, sizeof szLine, pFile)) return false;
+    if (!std::fgets(szLine, sizeof szLine, file.get())) return false;
     line = Trimmed(szLine +
                    std::strspn(szLine, " "));  // before the line end goes, so spaces in front of it stay: intended
     line.TrimRight('\n');
@@ -189,14 +190,14 @@ CINIFile::CINIFile(const CStr& path) : m_bFileExists(FALSE), m_sName(path)
 void CINIFile::ReadFile()
 {
     if (m_sName.IsEmpty()) return;
-    FILE* pFile = std::fopen(m_sName.GetAnsiString(), "r");
-    if (!pFile) return;
+    const CFile file(std::fopen(m_sName.GetAnsiString(), "r"));
+    if (!file) return;
     m_bFileExists = TRUE;
 
     CINISection section("");
     bool open = false;       // a header has been read
     bool endsInKey = false;  // the last line was a key of the section
-    for (CStr line; ReadLine(pFile, line);) {
+    for (CStr line; ReadLine(file, line);) {
         endsInKey = false;
         if (line.IsEmpty() || line[0] == ';') continue;
         if (IsHeader(line)) {
@@ -208,7 +209,6 @@ void CINIFile::ReadFile()
             endsInKey = true;
         }
     }
-    std::fclose(pFile);
     if (endsInKey) m_sectionArray.Add(section);
 }
 

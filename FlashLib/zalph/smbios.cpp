@@ -1,13 +1,12 @@
 #include "zalph/smbios.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <new>
 
 #include "../bounded.h"
+#include "../handles.h"
 #include "debug.h"
 #include "zalph/system.h"
 
@@ -40,18 +39,14 @@ std::size_t TableSlack(DWORD structures)
 unsigned char* getMemoryFromDeviceREAD(const char* path, unsigned int& size, int nbytes)
 {
     size = 0;
-    const int fd = open(path, O_RDONLY);
-    if (fd < 0) return nullptr;
+    const CDescriptor node(open(path, O_RDONLY));
+    if (!node.IsOpen()) return nullptr;
 
-    unsigned char* pBuffer = new unsigned char[RegionSize + sizeof(SMBIOSEntryPoint)]();
-    const ssize_t result = read(fd, pBuffer, nbytes ? static_cast<std::size_t>(nbytes) : RegionSize);
-    close(fd);
-    if (result == 0) {
-        delete[] pBuffer;
-        return nullptr;
-    }
-    size = static_cast<unsigned int>(result);  // an error is not told apart from data
-    return pBuffer;
+    std::unique_ptr<unsigned char[]> buffer(new unsigned char[RegionSize + sizeof(SMBIOSEntryPoint)]());
+    const ssize_t result = read(node.Get(), buffer.get(), nbytes ? static_cast<std::size_t>(nbytes) : RegionSize);
+    if (result == 0) return nullptr;
+    size = static_cast<unsigned int>(result);  // kept: smbios-node-error
+    return buffer.release();
 }
 
 // Grows a list by one pointer.
@@ -102,15 +97,15 @@ void CSMBIOS::FindTable()
     m_dwTableLength = 0;
 
     unsigned int size = 0;
-    unsigned char* pRegion = GetSMBiosMemoryHeader(size);
-    if (!pRegion) {
+    const std::unique_ptr<unsigned char[]> region(GetSMBiosMemoryHeader(size));
+    if (!region) {
         _DebugPrintf("Failed GetSMBiosMemoryHeader\n");
         return;
     }
     if (size > RegionSize) size = RegionSize;  // the size of a failed read
 
     for (unsigned int offset = 0; offset < size; offset += 4) {
-        const SMBIOSEntryPoint* pEntry = As<SMBIOSEntryPoint>(pRegion + offset);
+        const SMBIOSEntryPoint* pEntry = As<SMBIOSEntryPoint>(region.get() + offset);
         if (std::memcmp(pEntry->sAnchorString, "_SM_", 4) != 0) continue;
 
         _DebugPrintf("Found SMBIOS_ANCHOR\n");
@@ -125,7 +120,6 @@ void CSMBIOS::FindTable()
         }
         break;
     }
-    delete[] pRegion;
 }
 
 BOOL CSMBIOS::Initialize()
@@ -190,10 +184,9 @@ BYTE** CSMBIOS::GetVersionRecordListByType(WORD versionType, int& count)
     BYTE** pList = nullptr;
     count = 0;
     int total = 0;
-    BYTE** pRecords = GetRecordListByType(Type_VersionIndicator, total);
+    const CRecordList records(GetRecordListByType(Type_VersionIndicator, total));
     for (int i = 0; i < total; i++)
-        if (As<SMBIOS_VERSION_INDICATOR>(pRecords[i])->wType == versionType) Append(pList, count, pRecords[i]);
-    std::free(pRecords);
+        if (As<SMBIOS_VERSION_INDICATOR>(records[i])->wType == versionType) Append(pList, count, records[i]);
     return pList;
 }
 
@@ -202,23 +195,20 @@ BYTE** CSMBIOS::GetReservedMemoryList(int& count)
     BYTE** pList = nullptr;
     count = 0;
     int total = 0;
-    BYTE** pRecords = GetRecordListByType(Type_ReservedMemory, total);
+    const CRecordList records(GetRecordListByType(Type_ReservedMemory, total));
     for (int i = 0; i < total; i++) {
-        BYTE* pEntry = pRecords[i] + sizeof(SMBIOS_HEADER);
-        int entries = (As<SMBIOS_HEADER>(pRecords[i])->byLength - 4) >> 4;
+        BYTE* pEntry = records[i] + sizeof(SMBIOS_HEADER);
+        int entries = (As<SMBIOS_HEADER>(records[i])->byLength - 4) >> 4;
         for (; entries > 0; entries--, pEntry += sizeof(SMBIOS_RESERVED_BUFFER)) Append(pList, count, pEntry);
     }
-    std::free(pRecords);
     return pList;
 }
 
 BYTE* CSMBIOS::GetVersionRecord(WORD versionType)
 {
     int count = 0;
-    BYTE** pList = GetVersionRecordListByType(versionType, count);
-    BYTE* pRecord = count > 0 ? pList[0] : nullptr;
-    std::free(pList);
-    return pRecord;
+    const CRecordList list(GetVersionRecordListByType(versionType, count));
+    return count > 0 ? list[0] : nullptr;
 }
 
 CStr CSMBIOS::GetString(BYTE* record, int number)
@@ -231,20 +221,17 @@ CStr CSMBIOS::GetString(BYTE* record, int number)
 
 ULONG CSMBIOS::GetFlashBuffer(DWORD& size)
 {
-    ULONG address = 0;
     size = 0;
     int count = 0;
-    BYTE** pList = GetReservedMemoryList(count);
+    const CRecordList list(GetReservedMemoryList(count));
     for (int i = 0; i < count; i++) {
-        const SMBIOS_RESERVED_BUFFER* pEntry = As<SMBIOS_RESERVED_BUFFER>(pList[i]);
+        const SMBIOS_RESERVED_BUFFER* pEntry = As<SMBIOS_RESERVED_BUFFER>(list[i]);
         if (pEntry->Signature == FlashBufferSignature || pEntry->Signature == FlashBufferSignatureReversed) {
             size = pEntry->Size;
-            address = static_cast<ULONG>(pEntry->Address);
-            break;
+            return static_cast<ULONG>(pEntry->Address);
         }
     }
-    std::free(pList);
-    return address;
+    return 0;
 }
 
 CStr CSMBIOS::GetProductName()
@@ -353,10 +340,8 @@ CStr CSMBIOS::GetSPSVersion()
 // The version record of programmable logic device index, and how many such records there are.
 BYTE* CSMBIOS::GetPalVersionRecord(int index, int& count)
 {
-    BYTE** pList = GetVersionRecordListByType(SMBIOS_VERSION_TYPE_CPLD, count);
-    BYTE* pRecord = index >= 0 && index < count ? pList[index] : nullptr;
-    std::free(pList);
-    return pRecord;
+    const CRecordList list(GetVersionRecordListByType(SMBIOS_VERSION_TYPE_CPLD, count));
+    return index >= 0 && index < count ? list[index] : nullptr;
 }
 
 // The other-ROM record that answers for the device where there is no version record of any.
