@@ -3,6 +3,5 @@
 
 int main(int argc, char** argv)
 {
-    CDeviceFirmware component;
-    return RunComponent(component, argc, argv);
+    return RunComponent<CDeviceFirmware>(argc, argv);
 }

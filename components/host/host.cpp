@@ -1,13 +1,15 @@
 #include "host.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
-#include "component.h"
 #include "propertytable.h"
 #include "util.h"
-#include "zalph.h"
 
 CStr g_InstallLocalDir(".");
 
@@ -33,51 +35,52 @@ const char* const szUsage =
     "7 error or not allowed.\n"
     "The debug log goes to the file that QVFLASHLOG names, else to /var/zal/flash.debug.log.\n";
 
-// The switches that are the host's own.
-const char* const szSyntax = "/f /s /? --help";
-
 struct Switches
 {
-    bool Valid;
     bool Help;
     bool Discovery;
+    bool Folder;
     bool Force;
     bool Silent;
 };
 
-bool IsSwitch(const char* argument)
+const struct SwitchName
 {
-    const CStr lower = CStr(argument).ToLower();
-    return lower == "/y" || lower == "/f" || lower == "/s" || lower == "/?";
+    const char* pszName;
+    bool Switches::*pGiven;
+    bool HasValue;  // which may be left out
+} SwitchNames[] = {
+    {"/d", &Switches::Discovery, true}, {"-d", &Switches::Discovery, true}, {"/y", &Switches::Folder, true},
+    {"-y", &Switches::Folder, true},    {"/f", &Switches::Force, false},    {"/s", &Switches::Silent, false},
+    {"/?", &Switches::Help, false},     {"--help", &Switches::Help, false},
+};
+
+const SwitchName* FindSwitch(const char* argument)
+{
+    for (const SwitchName& name : SwitchNames)
+        if (CStr(argument).CompareNoCase(name.pszName)) return &name;
+    return nullptr;
 }
 
-// The library reads /d and /y, each with the argument behind it; the rest is read here.
-Switches ReadSwitches(int argc, char** argv)
+// Reads which switches are given; false for a command line that makes no sense. The library reads the values: what
+// follows /d or /y and does not begin with a dash is one, even if it is a switch.
+bool ReadSwitches(int argc, char** argv, Switches& switches)
 {
-    Switches switches = {};
-    bool fileIsSwitch = false;
-    CStr own;
-    for (int i = 1; i < argc; i++) {
-        const CStr argument = CStr(argv[i]).ToLower();
-        const bool discovery = argument == "/d" || argument == "-d";
-        if (discovery) switches.Discovery = true;
-        if (!discovery && argument != "/y" && argument != "-y")
-            own += CStr(argv[i]) + " ";
-        else if (i + 1 < argc && argv[i + 1][0] != '-')
-            i++;
-        if (discovery && IsSwitch(argv[i])) fileIsSwitch = true;
+    bool mayBeValue = false;
+    for (char** ppArgument = argv + 1; ppArgument < argv + argc; ppArgument++) {
+        const char* const pszArgument = *ppArgument;
+        const SwitchName* pSwitch = FindSwitch(pszArgument);
+        if (pszArgument[0] == '\0') return false;
+        if (pSwitch ? mayBeValue && pszArgument[0] != '-' : !mayBeValue || pszArgument[0] == '-') return false;
+        if (pSwitch) switches.*pSwitch->pGiven = true;
+        mayBeValue = pSwitch && pSwitch->HasValue;
     }
-    const CCommandLine line(own);
-    switches.Valid = line.VerifySyntax(szSyntax) && !fileIsSwitch;
-    switches.Help = line.FindArgOption("/?") >= 0 || line.FindArgOption("--help") >= 0;
-    switches.Force = line.FindArgOption("/f") >= 0;
-    switches.Silent = line.FindArgOption("/s") >= 0;
-    return switches;
+    return true;
 }
 
 void PrintText(CComponent& component, ULONG id, const char* name)
 {
-    static char szText[65536];  // components keep their texts far shorter
+    static char szText[4096];  // components keep their texts far shorter
     component.GetProperty(id, szText, sizeof szText, "en");
     PrintPropertyRow(name, szText);
 }
@@ -117,19 +120,19 @@ void PrintLine(const char* format, ...)
     va_start(arguments, format);
     std::vprintf(format, arguments);
     va_end(arguments);
+    std::fflush(stdout);  // a progress bar is no whole line
 }
 
-}  // namespace
-
-int RunComponent(CComponent& component, int argc, char** argv)
+// What is opened later must not take the place of a standard descriptor, where it would get what is printed.
+bool OpenStandardDescriptors()
 {
-    const Switches switches = ReadSwitches(argc, argv);
-    if (switches.Help || !switches.Valid) {
-        std::fprintf(switches.Help ? stdout : stderr, szUsage, argv[0]);
-        return switches.Help ? ReturnCodeNone : ReturnCodeCouldNotRun;
-    }
+    for (int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(descriptor, F_GETFD) < 0 && open("/dev/null", O_RDWR) != descriptor) return false;
+    return true;
+}
 
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);  // progress is seen as it happens, also through a pipe
+int Run(CFirmwareComponent& component, const Switches& switches, int argc, char** argv)
+{
     component.ParseCmdLine(argc, argv);
     component.Initialize();
     ZALINSTALLSTATE state = {};
@@ -153,4 +156,27 @@ int RunComponent(CComponent& component, int argc, char** argv)
     if (szResult[0] == '\0' && result == ReturnCodeErrorReturn)
         std::printf("Nothing was installed: %s.\n", InstallStateText(state.nState));
     return static_cast<int>(result);
+}
+
+}  // namespace
+
+int RunComponent(std::unique_ptr<CFirmwareComponent> (*make)(), int argc, char** argv)
+{
+    if (!OpenStandardDescriptors()) return ReturnCodeCouldNotRun;
+    static char szLine[BUFSIZ];
+    std::setvbuf(stdout, szLine, _IOLBF, sizeof szLine);  // progress is seen as it happens, also through a pipe
+    try {
+        Switches switches = {};
+        const bool valid = ReadSwitches(argc, argv, switches);
+        if (!valid || switches.Help) {
+            std::fprintf(valid ? stdout : stderr, szUsage, argc > 0 ? argv[0] : "installer");
+            return valid ? ReturnCodeNone : ReturnCodeCouldNotRun;
+        }
+        const std::unique_ptr<CFirmwareComponent> pComponent = make();
+        return Run(*pComponent, switches, argc, argv);
+    } catch (const std::bad_alloc&) {
+        // Install itself answers for what it has touched.
+        std::puts("Nothing was installed: there is not enough memory.");
+        return ReturnCodeErrorReturn;
+    }
 }

@@ -1,8 +1,18 @@
-// The host program that all sample installers share: drives a component the way a deployment tool does.
+// The host program that all installers share: drives a component the way a deployment tool does.
 #pragma once
 
-class CComponent;
+#include <memory>
 
-// Parses the command line, initialises the component, shows its properties as a table, runs discovery when asked and
-// the install otherwise, and prints the result. Returns the eReturnCode as exit status.
-int RunComponent(CComponent& component, int argc, char** argv);
+#include "firmwarecomponent.h"
+
+// Runs the component that make makes; see below.
+int RunComponent(std::unique_ptr<CFirmwareComponent> (*make)(), int argc, char** argv);
+
+// An installer's main: makes a component of the class, parses the command line, shows the properties as a table, runs
+// discovery when asked and the installation otherwise, and prints the result. Returns the eReturnCode as exit status.
+template <class Component>
+int RunComponent(int argc, char** argv)
+{
+    const auto make = []() -> std::unique_ptr<CFirmwareComponent> { return std::make_unique<Component>(); };
+    return RunComponent(make, argc, argv);
+}

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "crc32.h"
+#include "packagefile.h"
 #include "util.h"
 
 namespace
@@ -31,9 +32,15 @@ void CPackageImage::SetFile(const CStr& fileName, const CStr& checksum)
     m_sChecksum = checksum;
 }
 
+void CPackageImage::SetMaxSize(long long maxSize, const char* limit)
+{
+    m_MaxSize = maxSize;
+    m_pszLimit = limit;
+}
+
 BOOL CPackageImage::Initialize()
 {
-    return CheckNames() && Load() && CheckWhole();
+    return CheckNames() && CheckFile() && Load() && CheckWhole();
 }
 
 bool CPackageImage::Fail(const CStr& message)
@@ -54,6 +61,12 @@ bool CPackageImage::CheckNames()
         !IsChecksum(m_sChecksum))
         return Fail(CStr("The settings name no ") + m_pszWhat + " with its checksum.");
     return true;
+}
+
+bool CPackageImage::CheckFile()
+{
+    const CStr problem = CheckPackageFile(FileInComponentDir(m_sFile), m_MaxSize, m_pszLimit);
+    return problem.IsEmpty() || Fail(Subject() + problem);
 }
 
 bool CPackageImage::Load()

@@ -4,30 +4,36 @@
 #include "fwversion.h"
 
 // Loads the file that settings.ini names ([Image] File), and checks it against the checksum there ([Image] CRC32, eight
-// hexadecimal digits). Derived classes look inside.
+// hexadecimal digits).
 class CPackageImage : public CFwImage
 {
   public:
-    // what names the image to the user: "ROM image".
-    explicit CPackageImage(const char* what) : m_pszWhat(what) {}
+    // what names the image to the user: "ROM image". A file of more than maxSize bytes is not read.
+    CPackageImage(const char* what, int maxSize) : m_pszWhat(what), m_MaxSize(maxSize) {}
     ~CPackageImage() override;
 
     void SetFile(const CStr& fileName, const CStr& checksum);
-    BOOL Initialize() override;
 
-  protected:
-    // Keeps the message for the user; FALSE.
-    bool Fail(const CStr& message);
+    // Another limit, and whose it is: "the firmware reserves for flashing".
+    void SetMaxSize(long long maxSize, const char* limit);
+
+    BOOL Initialize() override;
 
     // "The ROM image P70_2.40.rom".
     CStr Subject() const;
 
   private:
     bool CheckNames();
+    bool CheckFile();
     bool Load();
     bool CheckWhole();
 
+    // Keeps the message for the user; false.
+    bool Fail(const CStr& message);
+
     const char* m_pszWhat;
+    const char* m_pszLimit = "such an image may have";
+    long long m_MaxSize;  // bytes
     CStr m_sFile;
     CStr m_sChecksum;
 };

@@ -9,7 +9,7 @@
 namespace
 {
 
-const int BarWidth = 30;
+const int BarWidth = 18;  // the line fits into 80 columns up to eight digits
 
 std::int64_t Milliseconds()
 {

@@ -1,15 +1,31 @@
 #include "signals.h"
 
-CIgnoreSignals::CIgnoreSignals()
+#include <time.h>
+
+#include <cerrno>
+
+namespace
 {
-    struct sigaction ignore = {};
-    ignore.sa_handler = SIG_IGN;
-    struct sigaction* pBefore = m_Before;
-    for (int signal : Signals) sigaction(signal, &ignore, pBefore++);
+
+sigset_t AllSignals()
+{
+    sigset_t all;
+    sigfillset(&all);
+    return all;
 }
 
-CIgnoreSignals::~CIgnoreSignals()
+}  // namespace
+
+CHoldSignals::CHoldSignals()
 {
-    const struct sigaction* pBefore = m_Before;
-    for (int signal : Signals) sigaction(signal, pBefore++, nullptr);
+    const sigset_t all = AllSignals();
+    sigprocmask(SIG_BLOCK, &all, &m_Before);
+}
+
+CHoldSignals::~CHoldSignals()
+{
+    const sigset_t all = AllSignals();
+    const timespec now = {};
+    while (sigtimedwait(&all, nullptr, &now) > 0 || errno == EINTR) continue;
+    sigprocmask(SIG_SETMASK, &m_Before, nullptr);
 }

@@ -1,20 +1,18 @@
-// Keeps the signals that end a program from a part of it that must not be cut off.
+// Keeps signals from a part of the program that must not be cut off.
 #pragma once
 
 #include <signal.h>
 
-// While an object lives, a lost terminal, a closed pipe, and requests to end are ignored: hardware that is being
-// written is written to its end.
-class CIgnoreSignals
+// While an object lives, every signal that can be held is held: hardware that is being written is written to its end.
+// The object drops the signals that came meanwhile when it goes; what they wanted to end is over then.
+class CHoldSignals
 {
   public:
-    CIgnoreSignals();
-    ~CIgnoreSignals();
-    CIgnoreSignals(const CIgnoreSignals&) = delete;
-    CIgnoreSignals& operator=(const CIgnoreSignals&) = delete;
+    CHoldSignals();
+    ~CHoldSignals();
+    CHoldSignals(const CHoldSignals&) = delete;
+    CHoldSignals& operator=(const CHoldSignals&) = delete;
 
   private:
-    static constexpr int Signals[] = {SIGHUP, SIGINT, SIGPIPE, SIGQUIT, SIGTERM};
-
-    struct sigaction m_Before[sizeof Signals / sizeof Signals[0]];
+    sigset_t m_Before;
 };

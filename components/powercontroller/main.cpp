@@ -3,6 +3,5 @@
 
 int main(int argc, char** argv)
 {
-    CPowerController component;
-    return RunComponent(component, argc, argv);
+    return RunComponent<CPowerController>(argc, argv);
 }

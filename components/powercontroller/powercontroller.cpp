@@ -1,20 +1,18 @@
 #include "powercontroller.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
-#include <cstring>
-#include <initializer_list>
 #include <string>
 
 #include "host/progress.h"
-#include "host/signals.h"
 
 namespace
 {
 
-const std::size_t PieceSize = 1024;  // bytes of HEX text between two steps of the progress bar
-const char* const EndRecord = ":00000001FF\n";
+const int MaxImageSize = 1 << 20;  // of text
+const int MaxDigits = 64;          // of a record: one I2C transaction carries 32 bytes
+const int UploadSize = 1024;       // bytes of text between two steps of the progress bar
+const char* const EndRecord = "\n:00000001FF\n";
 
 const struct
 {
@@ -41,76 +39,30 @@ const char* FamilyName(PowerControllerType type)
     return "unknown";
 }
 
-const std::size_t MaxDataBytes = 27;  // of a record: one I2C transaction carries 32 bytes
-
-// The lines of a HEX text that ValidateHex has accepted.
-class CHexLines
-{
-  public:
-    CHexLines(const char* text, std::size_t length) : m_pText(text), m_Length(length), m_Position(0), m_bEnded(false) {}
-
-    // Goes on to the next line; false at the end, or behind the end record.
-    bool Next()
-    {
-        if (m_bEnded || m_Position == m_Length) return false;
-        m_pLine = m_pText + m_Position;
-        const void* pEnd = std::memchr(m_pLine, '\n', m_Length - m_Position);
-        const std::size_t size =
-            pEnd ? static_cast<std::size_t>(static_cast<const char*>(pEnd) - m_pLine) + 1 : m_Length - m_Position;
-        m_Position += size;
-        m_LineSize = size;
-        while (m_LineSize > 0 && std::strchr("\r\n \t", m_pLine[m_LineSize - 1])) m_LineSize--;
-        m_bEnded = IsRecord() && m_LineSize >= 9 && m_pLine[7] == '0' && m_pLine[8] == '1';
-        return true;
-    }
-
-    // A record that stands on a line of its own, from its start, and that one transaction takes.
-    bool IsUploadable() const
-    {
-        const std::size_t digits = 2 * (MaxDataBytes + 5);
-        const auto isDigit = [](unsigned char c) { return std::isxdigit(c) != 0; };
-        return IsRecord() && std::all_of(m_pLine + 1, m_pLine + m_LineSize, isDigit) && m_LineSize - 1 <= digits;
-    }
-
-    bool IsEmptyOrComment() const { return m_LineSize == 0 || m_pLine[0] == ';'; }
-
-    std::size_t Position() const { return m_Position; }
-
-  private:
-    bool IsRecord() const { return m_LineSize > 0 && m_pLine[0] == ':'; }
-
-    const char* m_pText;
-    std::size_t m_Length;
-    std::size_t m_Position;
-    bool m_bEnded;
-    const char* m_pLine = nullptr;
-    std::size_t m_LineSize = 0;  // without what ends it
-};
-
-// True when the controller takes every record, and the text can be cut at any line.
-bool IsUploadable(const char* text, std::size_t length)
-{
-    CHexLines lines(text, length);
-    while (lines.Next())
-        if (!lines.IsEmptyOrComment() && !lines.IsUploadable()) return false;
-    return true;
-}
-
 }  // namespace
 
-CPowerController::CPowerController() : CSampleComponent(Needs_Channel), m_Image("microcode image")
+CPowerController::CPowerController() : CFirmwareComponent(Needs_Channel, "microcode image", MaxImageSize)
 {
-    for (CFwVersion* pVersion : {&m_CurrentVersion, &m_OfferedVersion}) pVersion->MajorMinorFormat = "%d.%d";
+    m_sDevice = "power controller";
+    m_sFirmware = "Power controller microcode";
+    SetVersionFormat("%d.%d", FALSE);
+    m_Discovery.sFirmwareItemType = "power_controller";
 }
 
-void CPowerController::ReadDevice()
+CStr CPowerController::ReadSettings()
 {
     m_Wanted = FamilyType(Setting("Device", "Family"));
-    if (!Channel().IsOpen() || m_Wanted == ControllerType_Unknown) return;
+    return m_Wanted != ControllerType_Unknown ? "" : "The settings name no family of power controllers.";
+}
+
+BOOL CPowerController::FindDevice()
+{
     m_pMicro = std::make_unique<CPowerMicro>(&Channel());
     m_pMicro->SetBus(std::atoi(Setting("Device", "Bus")));
     m_pMicro->SetAddress(std::atoi(Setting("Device", "Address")));
-    m_bFound = ReadVersion() && Identify();
+    if (!ReadCurrentVersion() || !Identify()) return FALSE;
+    m_Discovery.sDeviceId = FamilyName(m_pMicro->GetControllerType());
+    return TRUE;
 }
 
 // A controller in its boot loader need not tell what it is, and one that has lost its registers not what it acts as:
@@ -124,84 +76,50 @@ BOOL CPowerController::Identify()
 
 BOOL CPowerController::ReadVersion()
 {
-    m_CurrentVersion.Clear();
-    if (!m_pMicro->GetVersion(&m_bBootLoader, &m_CurrentVersion.Major, &m_CurrentVersion.Minor)) return FALSE;
-    m_Properties.sCurrentVersion = m_bBootLoader ? CStr("Incomplete") : m_CurrentVersion.ToString();
-    return TRUE;
+    return m_pMicro->GetVersion(&m_bBootLoader, &m_CurrentVersion.Major, &m_CurrentVersion.Minor);
 }
 
-int CPowerController::DecideInstallState()
+int CPowerController::CheckDevice()
 {
-    if (m_Wanted == ControllerType_Unknown)
-        return Refuse(ZALSTATE_INSTALLNOTALLOWED, "The settings name no family of power controllers.");
-    if (!m_bFound) return RefuseWithoutTarget("This server has no power controller that this package knows.");
-    if (m_pMicro->GetControllerType() != m_Wanted)
-        return Refuse(ZALSTATE_NOTINSTALLEDNOTNEEDED, CStr("This package is for ") + FamilyName(m_Wanted) +
-                                                          " controllers; this server has a controller of family " +
-                                                          FamilyName(m_pMicro->GetControllerType()) + ".");
-    return CheckImage();
+    if (m_pMicro->GetControllerType() == m_Wanted) return StateOpen;
+    return Refuse(ZALSTATE_NOTINSTALLEDNOTNEEDED, CStr("This package is for ") + FamilyName(m_Wanted) +
+                                                      " controllers; this server has a controller of family " +
+                                                      FamilyName(m_pMicro->GetControllerType()) + ".");
 }
 
 int CPowerController::CheckImage()
 {
-    m_Image.SetFile(Setting("Image", "File"), Setting("Image", "CRC32"));
-    if (!m_Image.Initialize()) return Refuse(ZALSTATE_INSTALLNOTALLOWED, m_Image.GetErrorMessage());
-    const char* pText = static_cast<const char*>(m_Image.GetImageBuffer());
-    if (!m_pMicro->ValidateHex(pText, m_Image.GetImageSize()))
+    const char* const pText = static_cast<const char*>(m_Image.GetImageBuffer());
+    const int size = m_Image.GetImageSize();
+    if (!m_pMicro->ValidateHex(pText, size))
         return Refuse(ZALSTATE_INSTALLNOTALLOWED, "The microcode image is no valid Intel HEX text; see the debug log.");
-    if (!IsUploadable(pText, static_cast<std::size_t>(m_Image.GetImageSize())))
-        return Refuse(ZALSTATE_INSTALLNOTALLOWED,
-                      "The microcode image has records that the controller can't take: it wants one of up to 27 data "
-                      "bytes on each line.");
-    return m_bBootLoader ? ZALSTATE_INSTALLEDOLDER : CompareVersions(m_CurrentVersion, m_OfferedVersion);
+
+    // A text is whole up to its end record; what stands behind that is not read.
+    m_Records = CutHex(pText, size);
+    const auto isOpen = [&](const HexPiece& record) { return !m_pMicro->ValidateHex(pText, record.End); };
+    m_Records.erase(std::partition_point(m_Records.begin(), m_Records.end(), isOpen) + 1, m_Records.end());
+
+    const auto isRefused = [](const HexPiece& record) { return record.Digits > MaxDigits || record.Digits % 2 != 0; };
+    if (std::none_of(m_Records.begin(), m_Records.end(), isRefused)) return StateOpen;
+    return Refuse(ZALSTATE_INSTALLNOTALLOWED,
+                  "The microcode image has a record that the controller can't take: it wants an even number of digits, "
+                  "64 at most.");
 }
 
-BOOL CPowerController::PerformDiscovery()
+BOOL CPowerController::WriteDevice(PLOGFN logger)
 {
-    if (!m_bFound) return FALSE;
-    m_Discovery.sDeviceId = FamilyName(m_pMicro->GetControllerType());
-    m_Discovery.sFirmwareItemType = "power_controller";
-    return TRUE;
-}
-
-void CPowerController::InstallWorker(InstallParameters* params)
-{
-    const CStr microcode = CStr("Power controller microcode ") + m_OfferedVersion.ToString();
-    const CStr was = m_Properties.sCurrentVersion;
-    if (Update(params->bSilent ? nullptr : params->pfnLogger))
-        FinishFlashed(params, microcode, was,
-                      m_bStateSaved ? "" : " The update that was cut off before has cost the controller's settings.");
-    else
-        FinishFailed(params, microcode, was, m_bTouched, DescribeState());
-}
-
-CStr CPowerController::DescribeState()
-{
-    if (!m_bTouched) return "The controller was not touched and runs as before.";
-    if (!ReadVersion()) return "The controller does not answer: run this installer again.";
-    if (m_bBootLoader) return "The controller waits in its boot loader: running this installer again will finish.";
-    return CStr("The controller runs version ") + m_CurrentVersion.ToString() + ": run this installer again.";
-}
-
-// Registers are restored and the device resumed whatever became of the programming.
-BOOL CPowerController::Update(PLOGFN logger)
-{
-    const CIgnoreSignals ignore;
-    if (!m_bBootLoader) {
+    m_bStateSaved = m_bHalted = FALSE;
+    if (m_bBootLoader) {
+        m_sRemark = "The update that was cut off before has cost the controller's settings.";
+    } else {
         if (logger) logger("  Saving the controller's registers ...\n");
         m_bStateSaved = m_pMicro->SaveState();
-        if (!m_bStateSaved) return FailWith("its registers can't be saved");
+        if (!m_bStateSaved) return Fail("its registers can't be saved");
     }
     if (logger) logger("  Halting the traffic to the controller ...\n");
-    if (!m_pMicro->HaltDevice()) return FailWith("the management processor can't halt its traffic to the controller");
-
-    const BOOL programmed = Program(logger);
-    if (logger) logger("  Bringing the controller back ...\n");
-    const BOOL back = BringBack();
-    const BOOL resumed = m_pMicro->ResumeDevice();
-    if (!programmed || !back) return FALSE;
-    if (!resumed) return FailWith("the management processor can't resume its traffic to the controller");
-    return Verify();
+    m_bHalted = m_pMicro->HaltDevice();
+    if (!m_bHalted) return Fail("the management processor can't halt its traffic to the controller");
+    return Program(logger);
 }
 
 // An upload that fails is tried once more.
@@ -209,40 +127,40 @@ BOOL CPowerController::Program(PLOGFN logger)
 {
     if (logger) logger("  Unlocking the controller ...\n");
     m_bTouched = TRUE;
-    if (!m_pMicro->Unlock()) return FailWith("it does not enter its boot loader");
+    if (!m_pMicro->Unlock()) return Fail("it does not enter its boot loader");
     if (Upload(logger)) return TRUE;
     if (logger) logger("  The upload failed; once more ...\n");
-    return Upload(logger) || FailWith("it refused the microcode twice");
+    return Upload(logger) || Fail("it refused the microcode twice");
 }
 
+// Each piece is closed with an end record, which makes a whole text of it.
 BOOL CPowerController::Upload(PLOGFN logger)
 {
-    const char* pText = static_cast<const char*>(m_Image.GetImageBuffer());
-    CHexLines lines(pText, static_cast<std::size_t>(m_Image.GetImageSize()));
-    CProgressBar progress(logger, "Uploading", m_Image.GetImageSize());
-    std::size_t done = 0;
-    for (bool more = true; more;) {
-        while ((more = lines.Next()) && lines.Position() - done < PieceSize) continue;
-        const std::string piece = std::string(pText + done, lines.Position() - done) + "\n" + EndRecord;
+    const char* const pText = static_cast<const char*>(m_Image.GetImageBuffer());
+    const int size = m_Records.back().End;
+    CProgressBar progress(logger, "Uploading", size);
+    int done = 0;
+    for (const HexPiece& record : m_Records) {
+        if (record.End - done < UploadSize && record.End != size) continue;
+        const std::string piece = std::string(pText + done, pText + record.End) + EndRecord;
         if (!m_pMicro->FlashHex(piece.data(), static_cast<int>(piece.size()))) return FALSE;
-        done = lines.Position();
-        progress.Show(more ? static_cast<int>(done) : m_Image.GetImageSize());
+        done = record.End;
+        progress.Show(done);
     }
     return TRUE;
 }
 
-// Back into the application, as far as that is whole, and its registers restored.
-BOOL CPowerController::BringBack()
+// Back into the application, as far as that is whole, with its registers and the processor's traffic, whatever became
+// of the programming.
+BOOL CPowerController::LeaveDevice(PLOGFN logger, BOOL written)
 {
-    if (!m_pMicro->Reset()) return m_sFailure.IsEmpty() ? FailWith("it does not leave its boot loader") : FALSE;
-    if (m_bStateSaved && !m_pMicro->RestoreState()) return FailWith("its registers can't be restored");
-    return TRUE;
-}
-
-BOOL CPowerController::Verify()
-{
-    if (!ReadVersion()) return FailWith("it does not answer after the update");
-    if (m_bBootLoader || !(m_CurrentVersion == m_OfferedVersion))
-        return FailWith(CStr("it runs ") + m_Properties.sCurrentVersion + " after the update");
-    return TRUE;
+    if (!m_bHalted) return FALSE;
+    if (logger) logger("  Bringing the controller back ...\n");
+    const BOOL reset = m_pMicro->Reset();
+    const BOOL restored = reset && (!m_bStateSaved || m_pMicro->RestoreState());
+    const BOOL resumed = m_pMicro->ResumeDevice();
+    if (!reset) return Fail("it does not leave its boot loader");
+    if (!restored) return Fail("its registers can't be restored");
+    if (!resumed) return Fail("the management processor can't resume its traffic to the controller");
+    return written;
 }

@@ -2,9 +2,10 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
-#include "host/packageimage.h"
-#include "host/samplecomponent.h"
+#include "hexpieces.h"
+#include "host/firmwarecomponent.h"
 #include "pwrmicro.h"
 
 // Beyond what all components have, settings.ini says where the controller is and which one the image is for:
@@ -15,34 +16,28 @@
 //     Address = 48
 //
 // Families are Opal, Zephyra, Quillon and Brisk; numbers are decimal.
-class CPowerController : public CSampleComponent
+class CPowerController : public CFirmwareComponent
 {
   public:
     CPowerController();
 
   protected:
-    void ReadDevice() override;
-    int DecideInstallState() override;
-    BOOL PerformDiscovery() override;
-    void InstallWorker(InstallParameters* params) override;
+    CStr ReadSettings() override;
+    BOOL FindDevice() override;
+    BOOL ReadVersion() override;
+    int CheckDevice() override;
+    int CheckImage() override;
+    BOOL WriteDevice(PLOGFN logger) override;
+    BOOL LeaveDevice(PLOGFN logger, BOOL written) override;
 
   private:
     BOOL Identify();
-    int CheckImage();
-    BOOL ReadVersion();
-    BOOL Update(PLOGFN logger);
     BOOL Program(PLOGFN logger);
     BOOL Upload(PLOGFN logger);
-    BOOL BringBack();
-    BOOL Verify();
-    CStr DescribeState();
 
     PowerControllerType m_Wanted = ControllerType_Unknown;
     std::unique_ptr<CPowerMicro> m_pMicro;  // null without a channel
-    BOOL m_bFound = FALSE;
-    BOOL m_bBootLoader = FALSE;  // an update was cut off, or is under way
-    BOOL m_bTouched = FALSE;
+    std::vector<HexPiece> m_Records;        // of the image, up to its end record
     BOOL m_bStateSaved = FALSE;
-    CFwVersion m_CurrentVersion;
-    CPackageImage m_Image;
+    BOOL m_bHalted = FALSE;  // the management processor's traffic to the controller
 };

@@ -3,6 +3,5 @@
 
 int main(int argc, char** argv)
 {
-    CSystemRom component;
-    return RunComponent(component, argc, argv);
+    return RunComponent<CSystemRom>(argc, argv);
 }

@@ -4,12 +4,11 @@
 #include <cstring>
 #include <new>
 
-#include "host/signals.h"
 #include "zalph/smbios.h"
 
-BOOL CRomFlasher::FailWith(const CStr& message)
+BOOL CRomFlasher::Fail(const CStr& reason)
 {
-    SetErrorMessage(message);
+    SetErrorMessage(reason);
     return FALSE;
 }
 
@@ -21,92 +20,68 @@ void CRomFlasher::Show(const char* step) const
 BOOL CRomFlasher::LoadTable()
 {
     if (!Initialize() || !GetTableFromBootBlock(nullptr)) return FALSE;
-    if (m_HeaderSize == 0 || m_TableSize == 0 || std::memcmp(m_pHeader->Signature, "$ZALFLSH", 8) != 0)
-        return FailWith("the running ROM offers no flash table with a header");
-    return TRUE;
+    const bool usable = m_HeaderSize != 0 && m_TableSize != 0 && std::memcmp(m_pHeader->Signature, "$ZALFLSH", 8) == 0;
+    return usable || Fail("the running ROM offers no flash table with a header");
 }
 
 // Runs a table that needs no buffer, and looks at its status.
-BOOL CRomFlasher::Run(FlashTable table, const char* step, BOOL isSps)
+BOOL CRomFlasher::Run(FlashTable table, const char* step)
 {
     Show(step);
     TABLE_EXEC_REQUEST request = {};
     request.TableNumber = table;
-    request.IsSpsFlash = static_cast<BYTE>(isSps);
     return ExecuteTable(&request) && request.Status == 0;
 }
 
-// Reads the whole part into memory and returns its size; 0 when it can't be read. The part may be larger than expected,
-// up to what the firmware reserves for a ROM.
-int CRomFlasher::ReadPart(int expectedSize)
+// Reads the whole part into memory. It may be larger than the image, up to what the firmware reserves for a ROM.
+void CRomFlasher::ReadPart(const char* step, const CFwImage& image)
 {
+    Show(step);
+    m_PartSize = 0;
     DWORD reserved = 0;
     CSMBIOS().GetFlashBuffer(reserved);
-    const DWORD size = std::max(reserved, static_cast<DWORD>(expectedSize));
+    const DWORD size = std::max(reserved, static_cast<DWORD>(image.GetImageSize()));
     m_pPart.reset(new (std::nothrow) char[size]());
-    if (!m_pPart) return 0;
+    if (!m_pPart) return;
     TABLE_EXEC_REQUEST request = {};
     request.TableNumber = FlashTable_Backup;
     request.pBuffer = m_pPart.get();
     request.BufferSize = size;
     const bool read = ExecuteTable(&request) && request.Status == 0 && request.BytesReturned <= size;
-    return read ? static_cast<int>(request.BytesReturned) : 0;
+    if (read) m_PartSize = static_cast<int>(request.BytesReturned);
 }
 
-BOOL CRomFlasher::CheckSize(const CFwImage& image)
+BOOL CRomFlasher::Prepare(const CFwImage& image)
 {
-    Show("Reading the flash part");
-    const int size = ReadPart(image.GetImageSize());
-    if (size == 0 || size == image.GetImageSize()) return TRUE;
-    CStr message;
-    message.Format("the flash part has %d bytes and the image %d", size, image.GetImageSize());
-    return FailWith(message);
+    if (!LoadTable()) return FALSE;
+    if (!Run(FlashTable_Setup, "Preparing the flash part")) return Fail("the Setup table failed");
+    ReadPart("Reading the flash part", image);
+    if (!IsRead() || m_PartSize == image.GetImageSize()) return TRUE;
+    CleanUp();
+    CStr reason;
+    reason.Format("the flash part has %d bytes and the image %d", m_PartSize, image.GetImageSize());
+    return Fail(reason);
 }
 
-// TRUE unless the part is known to differ.
-BOOL CRomFlasher::Verify(const CFwImage& image)
+BOOL CRomFlasher::Holds(const CFwImage& image) const
 {
-    Show("Reading the ROM back");
-    const int size = ReadPart(image.GetImageSize());
-    m_bVerified = size != 0;
-    return size == 0 || (size == image.GetImageSize() &&
-                         std::memcmp(m_pPart.get(), image.GetImageBuffer(), static_cast<std::size_t>(size)) == 0);
+    return m_PartSize == image.GetImageSize() &&
+           std::memcmp(m_pPart.get(), image.GetImageBuffer(), static_cast<std::size_t>(m_PartSize)) == 0;
 }
 
-BOOL CRomFlasher::DoFlash(CFwImage* image, BOOL isSps)
+BOOL CRomFlasher::Program(CFwImage& image)
 {
-    const CIgnoreSignals ignore;
-    if (m_TableSize == 0) return FailWith("there is no flash table");
-    if (!Run(FlashTable_Setup, "Preparing the flash part", isSps)) return FailWith("the Setup table failed");
-    if (!CheckSize(*image)) {
-        RunCleanupTables();
-        return FALSE;
-    }
-
-    m_State = RomState_Broken;
-    if (!Run(FlashTable_Erase, "Erasing the flash part")) return FailWith("the Erase table failed");
+    if (!Run(FlashTable_Erase, "Erasing the flash part")) return Fail("the Erase table failed");
     Show("Programming the new ROM");
-    if (!ExecuteProgramTable(image)) return FailWith("the Program table failed");
-    if (!Verify(*image)) return FailWith("the flash part does not hold what was written");
-    m_State = RomState_Written;
-    return RunCleanupTables() || FailWith("a Cleanup table failed");
+    if (!ExecuteProgramTable(&image)) return Fail("the Program table failed");
+    ReadPart("Reading the ROM back", image);
+    return !IsRead() || Holds(image) || Fail("the flash part does not hold what was written");
 }
 
-BOOL CRomFlasher::RunCleanupTables()
+BOOL CRomFlasher::CleanUp()
 {
     const ULONG features = GetFeatureBits1();
-    return (!(features & FlashFeature_Cleanup) || Run(FlashTable_Cleanup, "Cleaning up")) &&
-           (!(features & FlashFeature_OsCleanup) || Run(FlashTable_OsCleanup, "Cleaning up for the system"));
-}
-
-CStr CRomFlasher::GetRomState() const
-{
-    switch (m_State) {
-        case RomState_Untouched:
-            return "The ROM was not touched and runs as before.";
-        case RomState_Broken:
-            return "The flash part may hold no whole ROM: do not restart the server, run this installer again.";
-        default:
-            return "Run this installer with /f once more before the server is restarted.";
-    }
+    const bool done = (!(features & FlashFeature_Cleanup) || Run(FlashTable_Cleanup, "Cleaning up")) &&
+                      (!(features & FlashFeature_OsCleanup) || Run(FlashTable_OsCleanup, "Cleaning up for the system"));
+    return done || Fail("a Cleanup table failed");
 }

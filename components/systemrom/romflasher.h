@@ -6,47 +6,38 @@
 #include "component.h"
 #include "flashtable.h"
 
-// Runs the flash tables with a line for the user before each, and with the flash part read before and after: a part of
-// another size is not touched, and what was written is compared. Knows what state it leaves the ROM in.
+// The steps of a flash, with a line for the user before each table. A step that fails returns FALSE and leaves its
+// reason in GetErrorMessage.
 class CRomFlasher : public CFlashTable
 {
   public:
     // Lines for the user go to logger; null: none.
     explicit CRomFlasher(PLOGFN logger) : m_pfnLogger(logger) {}
 
-    // Loads the flash table of the running ROM; FALSE when there is none to be used.
-    BOOL LoadTable();
+    // Loads the flash table of the running ROM, makes the part ready, and reads it. A part of another size than the
+    // image is left as it was found.
+    BOOL Prepare(const CFwImage& image);
 
-    // The base's tables in its order, and the backup table before the erase and after the programming.
-    BOOL DoFlash(CFwImage* image, BOOL isSps) override;
+    // TRUE when the part, as it was read last, holds the image.
+    BOOL Holds(const CFwImage& image) const;
 
-    // After a failure: what state the ROM is in and what to do.
-    CStr GetRomState() const;
+    // Erases the part, programs the image and reads the part back. A part that can't be read back is none that fails.
+    BOOL Program(CFwImage& image);
 
-    BOOL IsTouched() const { return m_State != RomState_Untouched; }
-    BOOL IsWritten() const { return m_State == RomState_Written; }
+    // FALSE when the part could not be read last time.
+    BOOL IsRead() const { return m_PartSize != 0; }
 
-    // FALSE when the part could not be read back.
-    BOOL IsVerified() const { return m_bVerified; }
+    // Runs the cleanup tables that the firmware asks for.
+    BOOL CleanUp();
 
   private:
-    enum RomState
-    {
-        RomState_Untouched,
-        RomState_Broken,   // erased, or written in part
-        RomState_Written,  // written whole; only cleanup is missing
-    };
-
-    BOOL Run(FlashTable table, const char* step, BOOL isSps = FALSE);
-    BOOL RunCleanupTables();
-    int ReadPart(int expectedSize);
-    BOOL CheckSize(const CFwImage& image);
-    BOOL Verify(const CFwImage& image);
-    BOOL FailWith(const CStr& message);
+    BOOL LoadTable();
+    BOOL Run(FlashTable table, const char* step);
+    void ReadPart(const char* step, const CFwImage& image);
+    BOOL Fail(const CStr& reason);
     void Show(const char* step) const;
 
     PLOGFN m_pfnLogger;
-    RomState m_State = RomState_Untouched;
-    BOOL m_bVerified = FALSE;
     std::unique_ptr<char[]> m_pPart;  // what was read last
+    int m_PartSize = 0;               // bytes; 0: the part could not be read
 };

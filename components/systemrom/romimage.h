@@ -1,18 +1,14 @@
-// The system ROM image of a package.
+// What a system ROM image tells of itself.
 #pragma once
 
-#include "host/packageimage.h"
+#include "fwversion.h"
 
-// An image with a flash image header, which tells its ROM family (the identifier) and its version.
-class CRomImage : public CPackageImage
-{
-  public:
-    CRomImage() : CPackageImage("ROM image") {}
-    BOOL Initialize() override;
+// Longer ROM families are none.
+const int MaxRomFamilyLength = 16;
 
-    // Longer families are none.
-    static const int MaxFamilyLength = 16;
+// Images are whole blocks; the last one is mapped into the BIOS area.
+const int RomBlockSize = 65536;
 
-  private:
-    bool ReadHeader();
-};
+// Reads the family (the identifier) and the version from the flash image header in the last block of a loaded image of
+// whole blocks. FALSE when it has no usable one.
+BOOL ReadRomHeader(const CFwImage& image, CStr& family, CFwVersion& version);

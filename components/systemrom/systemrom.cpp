@@ -1,98 +1,124 @@
 #include "systemrom.h"
 
 #include "componentxml.h"
-#include "flashtable.h"
-#include "romflasher.h"
+#include "romimage.h"
 
-void CSystemRom::ReadDevice()
+namespace
+{
+
+const int MaxImageSize = 64 << 20;
+
+}  // namespace
+
+CSystemRom::CSystemRom() : CFirmwareComponent(Needs_RomDriver, "ROM image", MaxImageSize)
+{
+    m_sDevice = "system ROM";
+}
+
+BOOL CSystemRom::FindDevice()
 {
     CSystem system;
     m_sFamily = system.GetROMFamily();
-    if (m_sFamily.GetLength() > CRomImage::MaxFamilyLength) m_sFamily.Empty();
-    m_bVersionKnown = m_CurrentVersion.Parse(system.GetROMVersion());
-    if (m_bVersionKnown) {
+    if (m_sFamily.GetLength() > MaxRomFamilyLength) m_sFamily.Empty();
+    m_sFirmware = CStr("System ROM ") + m_sFamily;
+    m_Discovery.sDeviceId = m_sFamily;
+    m_Discovery.sProductId = system.GetPlatformID();
+    m_Discovery.sFirmwareItemType = "system_rom";
+    m_Discovery.sFirmwareItemId = m_sFamily;
+    return ReadCurrentVersion() && !m_sFamily.IsEmpty();
+}
+
+// What runs: a ROM that was flashed since the server was started is not seen.
+BOOL CSystemRom::ReadVersion()
+{
+    CSystem system;
+    if (m_CurrentVersion.Parse(system.GetROMVersion())) {
         m_CurrentVersion.SetDate(system.GetROMDate());
-        m_Properties.sCurrentVersion = m_CurrentVersion.ToString();
-        return;
+        return TRUE;
     }
     // The header of a boot block that runs alone names the family and no revision.
     CFlashTableHeader header;
     header.FindHeader();
     header.GetStrings();
-    m_bIncomplete = !header.GetROMFamily().IsEmpty() && header.GetROMRevision().IsEmpty();
-    if (m_bIncomplete) m_Properties.sCurrentVersion = "Incomplete";
+    m_bBootLoader = !header.GetROMFamily().IsEmpty() && header.GetROMRevision().IsEmpty();
+    return m_bBootLoader;
 }
 
-int CSystemRom::DecideInstallState()
+int CSystemRom::RefuseMissing()
 {
-    const int notAllowed = ZALSTATE_INSTALLNOTALLOWED;
+    return Refuse(ZALSTATE_INSTALLNOTALLOWED, "The family and version of the running system ROM can't be read.");
+}
+
+int CSystemRom::CheckDevice()
+{
     const CStr family = m_pXML->GetFirmwareKey();
-    if (family.IsEmpty() || family.GetLength() > CRomImage::MaxFamilyLength)
-        return Refuse(notAllowed, "The package description states no ROM family.");
-    if (m_sFamily.IsEmpty() || !(m_bVersionKnown || m_bIncomplete))
-        return Refuse(notAllowed, "The family and version of the running system ROM can't be read.");
+    if (family.IsEmpty() || family.GetLength() > MaxRomFamilyLength)
+        return Refuse(ZALSTATE_INSTALLNOTALLOWED, "The package description states no ROM family.");
     if (family != m_sFamily)
         return Refuse(ZALSTATE_NOTINSTALLEDNOTNEEDED, CStr("This package is for ROM family ") + family +
                                                           "; this server has a ROM of family " + m_sFamily + ".");
-    return CheckImage();
+    DWORD reserved = 0;
+    if (CSMBIOS().GetFlashBuffer(reserved) == 0)
+        return Refuse(ZALSTATE_INSTALLNOTALLOWED, "The firmware reserves no memory for flashing.");
+    if (reserved < static_cast<DWORD>(MaxImageSize)) m_Image.SetMaxSize(reserved, "the firmware reserves for flashing");
+    return StateOpen;
 }
 
 int CSystemRom::CheckImage()
 {
     const int notAllowed = ZALSTATE_INSTALLNOTALLOWED;
-    m_Image.SetFile(Setting("Image", "File"), Setting("Image", "CRC32"));
-    if (!m_Image.Initialize()) return Refuse(notAllowed, m_Image.GetErrorMessage());
-    if (m_Image.GetId() != m_sFamily || !(m_Image.GetVersion() == m_OfferedVersion))
-        return Refuse(notAllowed, CStr("The ROM image is ") + m_Image.GetId() + " " + m_Image.GetVersion().ToString() +
-                                      ", not what the package description states.");
-    return CheckReservedMemory();
+    if (m_Image.GetImageSize() % RomBlockSize != 0)
+        return Refuse(notAllowed, m_Image.Subject() + " is damaged: it is not made of whole blocks.");
+    CStr family;
+    CFwVersion version;
+    if (!ReadRomHeader(m_Image, family, version))
+        return Refuse(notAllowed, m_Image.Subject() + " is damaged: it has no usable flash image header.");
+    if (family == m_sFamily && version == m_OfferedVersion) return StateOpen;
+    return Refuse(notAllowed, CStr("The ROM image is ") + family + " " + version.ToString() +
+                                  ", not what the package description states.");
 }
 
-int CSystemRom::CheckReservedMemory()
+BOOL CSystemRom::WriteDevice(PLOGFN logger)
 {
-    DWORD size = 0;
-    if (CSMBIOS().GetFlashBuffer(size) == 0)
-        return Refuse(ZALSTATE_INSTALLNOTALLOWED, "The firmware reserves no memory for flashing.");
-    if (size < static_cast<DWORD>(m_Image.GetImageSize())) {
-        CStr message;
-        message.Format("The firmware reserves %u bytes for flashing; the ROM image has %d.", size,
-                       m_Image.GetImageSize());
-        return Refuse(ZALSTATE_INSTALLNOTALLOWED, message);
+    m_sWritten.Empty();
+    m_pFlasher = std::make_unique<CRomFlasher>(logger);
+    if (!m_pFlasher->Prepare(m_Image)) return Fail(m_pFlasher->GetErrorMessage());
+    if (m_pFlasher->Holds(m_Image)) {
+        m_sWritten = "is in the flash part already.";
+        return TRUE;
     }
-    return m_bIncomplete ? ZALSTATE_INSTALLEDOLDER : CompareVersions(m_CurrentVersion, m_OfferedVersion);
+    m_bTouched = TRUE;
+    if (!m_pFlasher->Program(m_Image)) return Fail(m_pFlasher->GetErrorMessage());
+    m_sWritten = m_pFlasher->IsRead() ? "was flashed and read back." : "was flashed, but can't be read back.";
+    return TRUE;
 }
 
-BOOL CSystemRom::PerformDiscovery()
+BOOL CSystemRom::LeaveDevice(PLOGFN, BOOL written)
 {
-    if (m_sFamily.IsEmpty()) return FALSE;
-    m_Discovery.sDeviceId = m_sFamily;
-    m_Discovery.sProductId = CSystem().GetPlatformID();
-    m_Discovery.sFirmwareItemType = "system_rom";
-    m_Discovery.sFirmwareItemId = m_sFamily;
+    return written && (m_pFlasher->CleanUp() || Fail(m_pFlasher->GetErrorMessage()));
+}
+
+// The part was read back; the server runs the old ROM until it is restarted.
+BOOL CSystemRom::Verify()
+{
     return TRUE;
+}
+
+CStr CSystemRom::DescribeState()
+{
+    if (!m_bTouched) return CFirmwareComponent::DescribeState();
+    return "The flash part may hold no whole ROM: do not restart the server, run this installer again.";
 }
 
 void CSystemRom::InstallWorker(InstallParameters* params)
 {
-    CSystem system;
-    const CStr rom = CStr("System ROM ") + m_sFamily + " " + m_Image.GetVersion().ToString();
-    const CStr was = CStr("; was ") + m_Properties.sCurrentVersion;
-    CRomFlasher flasher(params->bSilent ? nullptr : params->pfnLogger);
-    const BOOL done = flasher.LoadTable() && flasher.DoFlash(&m_Image, FALSE);
-    const CStr failure = flasher.GetErrorMessage();
-
-    if (!flasher.IsWritten()) {
-        if (flasher.IsTouched()) system.LogMaintenanceNoteToVRL(rom + " not flashed: " + failure + was);
-        Finish(params, ReturnCodeErrorReturn, rom + " was not installed: " + failure + ". " + flasher.GetRomState());
-        return;
-    }
-
-    const BOOL logged = system.LogFlashEventToVRL(rom + " flashed" + was);
-    const CStr written =
-        rom + (flasher.IsVerified() ? " was flashed and read back" : " was flashed, but can't be read back") +
-        (logged ? ". " : "; the event could not be logged. ");
-    if (done)
-        Finish(params, ReturnCodeReboot, written + "It takes effect when the server is restarted.");
+    const BOOL done = Update(params->bSilent ? nullptr : params->pfnLogger);
+    if (m_sWritten.IsEmpty())
+        FinishFailed(params);
+    else if (done)
+        FinishFlashed(params, ReturnCodeReboot, m_sWritten, "It takes effect when the server is restarted.");
     else
-        Finish(params, ReturnCodeErrorReturn, written + "Afterwards " + failure + ". " + flasher.GetRomState());
+        FinishFlashed(params, ReturnCodeErrorReturn, m_sWritten,
+                      CStr("Afterwards ") + m_sFailure +
+                          ". Run this installer with /f once more before the server is restarted.");
 }

@@ -1,27 +1,30 @@
 // The system ROM component: offers the ROM image of its package to servers of the same ROM family.
 #pragma once
 
-#include "host/samplecomponent.h"
-#include "romimage.h"
+#include <memory>
 
-class CSystemRom : public CSampleComponent
+#include "host/firmwarecomponent.h"
+#include "romflasher.h"
+
+class CSystemRom : public CFirmwareComponent
 {
   public:
-    CSystemRom() : CSampleComponent(Needs_RomDriver) {}
+    CSystemRom();
 
   protected:
-    void ReadDevice() override;
-    int DecideInstallState() override;
-    BOOL PerformDiscovery() override;
+    BOOL FindDevice() override;
+    BOOL ReadVersion() override;
+    int RefuseMissing() override;
+    int CheckDevice() override;
+    int CheckImage() override;
+    BOOL WriteDevice(PLOGFN logger) override;
+    BOOL LeaveDevice(PLOGFN logger, BOOL written) override;
+    BOOL Verify() override;
+    CStr DescribeState() override;
     void InstallWorker(InstallParameters* params) override;
 
   private:
-    int CheckImage();
-    int CheckReservedMemory();
-
-    CStr m_sFamily;               // of the running ROM; empty when it can't be read
-    CFwVersion m_CurrentVersion;  // of the running ROM
-    BOOL m_bVersionKnown = FALSE;
-    BOOL m_bIncomplete = FALSE;  // an update was cut off: the server runs on its boot block
-    CRomImage m_Image;
+    CStr m_sFamily;   // of the running ROM; empty when it can't be read
+    CStr m_sWritten;  // how the image got into the flash part; empty: it is not there
+    std::unique_ptr<CRomFlasher> m_pFlasher;
 };

@@ -13,9 +13,9 @@ class DeviceFirmware : public CInstallerTest
     std::string Journal() const { return ReadFile(m_Server.Path() / "journal.log"); }
 };
 
-const char* const Untouched = "The device was not touched and runs as before.";
-const char* const InLoader = "The device waits in its boot loader: run this installer again.";
-const char* const Unknown = "What the device runs can't be told: restart the management processor, then run";
+const char* const Untouched = "The Tamberline controller was not touched and runs as before.";
+const char* const InLoader = "The Tamberline controller waits in its boot loader: run this installer again.";
+const char* const Unknown = "does not answer: restart the management processor, then run this installer again.";
 
 }  // namespace
 
@@ -62,7 +62,7 @@ TEST_F(DeviceFirmware, FlashesTheFirstBackplaneOfItsType)
     Edit("settings.ini", "Type = 7", "Type = 2");
     Edit("settings.ini", "Handler = TMBR", "Handler = NVMeBackplane1");
     Edit("qxdevicefw.xml", "1.3.2", "1.21");
-    EXPECT_TRUE(Ends(7, "the device refused the image at byte 0. The device runs version 1.20"));
+    EXPECT_TRUE(Ends(7, "the device refused the image at byte 0. The NVMe backplane runs version 1.20"));
 }
 
 TEST_F(DeviceFirmware, RefusesAPackageThatIsNotWhole)
@@ -78,7 +78,7 @@ TEST_F(DeviceFirmware, RefusesAPackageThatIsNotWhole)
         Restore("settings.ini");
     }
     Edit("settings.ini", "Handler = TMBR", "Handler = Nobody");
-    EXPECT_TRUE(Ends(7, "the management processor can't flash this device. The device was not touched"));
+    EXPECT_TRUE(Ends(7, "the management processor can't flash this device. The Tamberline controller was not touched"));
 }
 
 TEST_F(DeviceFirmware, SaysWhatStateAFailureLeavesAndRecovers)

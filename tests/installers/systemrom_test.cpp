@@ -71,7 +71,7 @@ TEST_F(SystemRom, RecoversFromAPowerCutAtAnyBlock)
 
 TEST_F(SystemRom, SaysWhatStateAFailureLeaves)
 {
-    const char* const untouched = "The ROM was not touched and runs as before.";
+    const char* const untouched = "The system ROM was not touched and runs as before.";
     const char* const broken = "may hold no whole ROM: do not restart the server, run this installer again.";
     const char* const whole = "was flashed and read back. Afterwards a Cleanup table failed.";
     const std::pair<const char*, const char*> cases[] = {
@@ -85,19 +85,19 @@ TEST_F(SystemRom, SaysWhatStateAFailureLeaves)
         EXPECT_EQ(1, Run(RackServer(), "/f")) << c.first << "\n" << m_Output;
     }
     fs::remove(m_Server.Path() / "rom.bin");
-    EXPECT_TRUE(Ends(1, "was flashed, but can't be read back; the event could not be logged. It takes", RackServer(),
+    EXPECT_TRUE(Ends(1, "was flashed, but can't be read back. The event could not be logged. It takes", RackServer(),
                      "", "--fault flash.fails_at_table=1 --fault ipmi.status=1"));
 }
 
 TEST_F(SystemRom, RefusesBeforeAnythingIsErased)
 {
     for (const char* buffer : {"null", R"({"address": "0x6A000000", "size": 1048575})"}) {
-        EXPECT_TRUE(Ends(7, "The firmware reserves", RackServer(std::string("{\"flash_buffer\": ") + buffer + "}")));
+        EXPECT_TRUE(Ends(7, "irmware reserves", RackServer(std::string("{\"flash_buffer\": ") + buffer + "}")));
         EXPECT_FALSE(WasTouched());
     }
     // Whole images, but for another part and of another family.
     UseImage("P70_2.40.rom", Image("P70", 524288));
-    EXPECT_TRUE(Ends(7, "the flash part has 1048576 bytes and the image 524288. The ROM was not touched"));
+    EXPECT_TRUE(Ends(7, "the flash part has 1048576 bytes and the image 524288. The system ROM was not touched"));
     EXPECT_EQ(std::string::npos, ReadFile(m_Server.Path() / "journal.log").find("erase"));
     UseImage("P70_2.40.rom", Image("P71", 1048576));
     EXPECT_TRUE(Ends(7, "The ROM image is P71 2.40 (03/15/2021), not what"));

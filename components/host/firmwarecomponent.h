@@ -1,0 +1,145 @@
+// The base of components: what all of them do alike, and the few steps in which their devices differ.
+#pragma once
+
+#include <memory>
+
+#include "chif.h"
+#include "component.h"
+#include "fwversion.h"
+#include "packageimage.h"
+#include "zalph.h"
+
+// Offers the firmware image of a package to a device. Reads settings.ini of the package:
+//
+//     [Component]
+//     Applies = CPLD(3, 4:7) == 2 && $RomMajor >= 2
+//     EstimatedDuration = 300
+//     TakesEffect = reboot
+//     [Image]
+//     File = P70_2.40.rom
+//     CRC32 = 89ABCDEF
+//
+// A package whose rule (see rule.h) is 0 is not needed; the duration is in seconds. Decides the install state, runs the
+// installation, and tells the user and the event log how it ended. A derived class finds, reads and writes its device.
+class CFirmwareComponent : public CComponent
+{
+  public:
+    // Refuses a package description and settings that no package has, before anything reads them.
+    void Initialize() override;
+
+    // As the base's, but on a server without the device: ReturnCodeNoTarget. Holds signals while it writes. When memory
+    // runs out the text says so, and what state the device is in.
+    ULONG Install(BOOL silent, PLOGFN logger, LPTSTR resultStr, ULONG resultLength, LPCTSTR language) override;
+
+  protected:
+    // What the component can't work without.
+    enum Needs
+    {
+        Needs_RomDriver,  // the ROM utility driver
+        Needs_Channel,    // the channel to the management processor
+    };
+
+    // image names the image to the user: "microcode image". No image has more than maxImageSize bytes. The derived
+    // constructor sets m_sDevice and m_sFirmware.
+    CFirmwareComponent(Needs needs, const char* image, int maxImageSize);
+
+    // The steps of a component, in the order in which they are called.
+
+    // Reads the component's own settings. Returns what is wrong with them, a sentence for the user; empty: nothing.
+    virtual CStr ReadSettings() { return ""; }
+
+    // Finds the device and calls ReadCurrentVersion; FALSE when the server has none. May set m_Discovery.
+    virtual BOOL FindDevice() = 0;
+
+    // Reads what the device runs into m_CurrentVersion and m_bBootLoader, which are clear; FALSE when it does not tell.
+    virtual BOOL ReadVersion() = 0;
+
+    // The install state of a server without the device.
+    virtual int RefuseMissing();
+
+    // Refuse a device that this package is not for, an image that is not for this device; else return StateOpen. The
+    // image is loaded in between.
+    virtual int CheckDevice() { return StateOpen; }
+    virtual int CheckImage() { return StateOpen; }
+
+    // Writes the image to the device. Sets m_bTouched before it changes anything. FALSE after Fail when the device does
+    // not have it. Progress goes to logger; null: none.
+    virtual BOOL WriteDevice(PLOGFN logger) = 0;
+
+    // Brings the device back to work behind WriteDevice, whatever became of that. written is what it returned; TRUE
+    // when that was TRUE and the device is back.
+    virtual BOOL LeaveDevice(PLOGFN, BOOL written) { return written; }
+
+    // TRUE when the device runs what was written; else FALSE after Fail.
+    virtual BOOL Verify();
+
+    // After a failure: what state the device is in and what to do now.
+    virtual CStr DescribeState();
+
+    BOOL PerformDiscovery() override { return m_bFound; }
+    void InstallWorker(InstallParameters* params) override;
+
+    // What the steps use.
+
+    // Keeps why the package is not installed, a sentence for the user, and returns the state.
+    int Refuse(int state, const CStr& message);
+
+    // Keeps why the work failed, for the sentence that FinishFailed makes of it; the first reason counts. FALSE.
+    BOOL Fail(const CStr& reason);
+
+    // Calls ReadVersion and shows what it told; FALSE when it did not tell.
+    BOOL ReadCurrentVersion();
+
+    // How versions are scanned and printed; see CFwVersion.
+    void SetVersionFormat(const char* format, BOOL usesRevision);
+
+    // Value of a setting; empty where there is none.
+    CStr Setting(const char* section, const char* key) const;
+
+    // The channel to the management processor, opened on first use.
+    CChannelInterface& Channel();
+
+    // WriteDevice, LeaveDevice and Verify.
+    BOOL Update(PLOGFN logger);
+
+    // End InstallWorker with a sentence for the user and an entry in the event log. how: "was flashed and runs."; more
+    // follows it.
+    void FinishFlashed(InstallParameters* params, ULONG result, const CStr& how, const CStr& more);
+    void FinishFailed(InstallParameters* params);
+
+    static const int StateOpen = 0;  // nothing speaks against the installation so far
+
+    // Texts from outside are used up to this length, so that they fit the lines of the discovery XML.
+    static const int MaxTextLength = 100;
+
+    CStr m_sDevice;    // for the user: "power controller"
+    CStr m_sFirmware;  // for the user: "Power controller microcode"
+    CStr m_sRemark;    // what the user is told besides when the device was flashed
+    CStr m_sFailure;   // empty: nothing has failed
+
+    CFwVersion m_CurrentVersion;
+    CFwVersion m_OfferedVersion;  // as the package description states it
+    CPackageImage m_Image;
+
+    BOOL m_bBootLoader = FALSE;  // the firmware of the device is not whole: an update was cut off, or is under way
+    BOOL m_bTouched = FALSE;     // the device may no longer be what it was before the installation
+
+  private:
+    CStr CheckFiles() const;
+    int CheckPackage();
+    int CheckChannel();
+    int CheckRule();
+    int CheckSettings();
+    int LoadImage();
+    int DecideInstallState();
+    void LimitTexts();
+    CStr Firmware() const;
+
+    Needs m_Needs;
+    BOOL m_bFound = FALSE;
+    BOOL m_bNoTarget = FALSE;
+    CStr m_sSettingsProblem;  // empty: none
+    CStr m_sVersionBefore;    // the installation
+    std::unique_ptr<CINIFile> m_pSettings;
+    std::unique_ptr<CChannelInterface> m_pChannel;
+};
