@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "debug.h"
+#include "sim/base/clock.h"
 #include "sim/server.h"
 #include "util.h"
 #include "zalftbl.h"
@@ -58,6 +59,43 @@ std::string CLogCapture::Text() const
     std::ifstream log(std::getenv("QVFLASHLOG"), std::ios::binary);
     log.seekg(static_cast<std::streamoff>(m_Before));
     return std::string(std::istreambuf_iterator<char>(log), std::istreambuf_iterator<char>());
+}
+
+CTranscript::CTranscript(const char* pszName)
+    : m_File(fs::path(TRACES) / "library" / (std::string(pszName) + ".txt")), m_Time(sim::CClock::Instance().Now())
+{
+}
+
+CTranscript::~CTranscript()
+{
+    for (const auto& [text, name] : m_Renamed)
+        for (std::size_t at; (at = m_Text.find(text)) != std::string::npos;) m_Text.replace(at, text.size(), name);
+    if (std::getenv("FLASHTEST_RECORD"))
+        std::ofstream(m_File) << m_Text;
+    else
+        EXPECT_EQ(ReadFile(m_File), m_Text) << "in " << m_File;
+}
+
+void CTranscript::Add(const std::string& line)
+{
+    m_Text += line + "\n";
+    const std::int64_t now = sim::CClock::Instance().Now();
+    if (const std::int64_t milliseconds = (now - m_Time) / sim::Millisecond)
+        m_Text += "    after " + std::to_string(milliseconds) + " ms\n";
+    m_Time = now;
+    const std::string log = m_Log.Text();
+    std::istringstream added(log.substr(m_Logged));
+    for (std::string logged; m_ShowLog && std::getline(added, logged);)
+        m_Text += "    " + logged + (added.eof() ? " (the line goes on)\n" : "\n");
+    m_Logged = log.size();
+}
+
+std::string HexDigits(const std::string& bytes)
+{
+    std::string digits;
+    for (const char byte : bytes.substr(0, bytes.find_last_not_of('\0') + 1))
+        digits += {"0123456789ABCDEF"[byte >> 4 & 15], "0123456789ABCDEF"[byte & 15]};
+    return digits;
 }
 
 void UseServer(const std::string& json)

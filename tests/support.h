@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,47 @@ class CLogCapture
   private:
     std::uintmax_t m_Before;  // bytes
 };
+
+// What a test does, line by line; below each line, how far it moved the virtual clock and what it wrote into the debug
+// log. In the end it is held against tests/traces/library/NAME.txt, which FLASHTEST_RECORD in the environment has
+// written anew.
+class CTranscript
+{
+  public:
+    explicit CTranscript(const char* pszName);
+    ~CTranscript();
+    CTranscript(const CTranscript&) = delete;
+    CTranscript& operator=(const CTranscript&) = delete;
+
+    // Adds a line made of these parts.
+    template <typename... Part>
+    void operator()(const Part&... part)
+    {
+        std::ostringstream line;
+        (line << ... << part);
+        Add(line.str());
+    }
+
+    // Leaves the debug log out from here on, or shows it again.
+    void ShowLog(bool show) { m_ShowLog = show; }
+
+    // Has a text that differs from run to run written as that name.
+    void Rename(const std::string& text, const std::string& name) { m_Renamed.emplace_back(text, name); }
+
+  private:
+    void Add(const std::string& line);
+
+    std::filesystem::path m_File;
+    std::vector<std::pair<std::string, std::string>> m_Renamed;
+    std::string m_Text;
+    CLogCapture m_Log;
+    bool m_ShowLog = true;
+    std::size_t m_Logged = 0;  // bytes of the log that are in the text
+    std::int64_t m_Time;       // ns
+};
+
+// Bytes as digits, without the zeros at the end.
+std::string HexDigits(const std::string& bytes);
 
 // Puts the process on a new server with that server.json, and closes the ROM utility driver.
 void UseServer(const std::string& json);

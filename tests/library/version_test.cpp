@@ -1,150 +1,161 @@
-#include <tuple>
-
 #include "fwversion.h"
 #include "tests/support.h"
 
 namespace
 {
 
-// The eight numbers in one text: byte word major.minor.revision year-month-day.
-std::string Numbers(const CFwVersion& v)
+const struct
 {
-    CStr text;
-    text.Format("%X %X %d.%d.%d %d-%d-%d", static_cast<unsigned>(v.VersionByte), static_cast<unsigned>(v.VersionWord),
-                v.Major, v.Minor, v.Revision, v.Year, v.Month, v.Day);
-    return text.GetAnsiString();
-}
+    const char* Name;
+    int CFwVersion::*Member;
+} Fields[] = {
+    {"VersionByte", &CFwVersion::VersionByte},
+    {"VersionWord", &CFwVersion::VersionWord},
+    {"Major", &CFwVersion::Major},
+    {"Minor", &CFwVersion::Minor},
+    {"Revision", &CFwVersion::Revision},
+    {"Year", &CFwVersion::Year},
+    {"Month", &CFwVersion::Month},
+    {"Day", &CFwVersion::Day},
+    {"UseRevision", &CFwVersion::UseRevision},
+    {"CompareDateFirst", &CFwVersion::CompareDateFirst},
+};
 
-CFwVersion Version(const char* text)
+CFwVersion Record(const std::string& fields)
 {
     CFwVersion version;
-    version.Parse(text);
+    std::istringstream text(fields);
+    for (std::string name; std::getline(text >> std::ws, name, '=');)
+        for (const auto& field : Fields)
+            if (name == field.Name) text >> version.*field.Member;
     return version;
 }
 
-const char* const Nothing = "0 0 0.0.0 0-0-0";
+// What is not 0, and the text.
+std::string Describe(const CFwVersion& version)
+{
+    std::string text;
+    for (const auto& field : Fields)
+        if (version.*field.Member != 0)
+            text += std::string(" ") + field.Name + "=" + std::to_string(version.*field.Member);
+    return text + " \"" + version.ToString().GetAnsiString() + "\"";
+}
+
+// Calls a setter on a record whose every field is set.
+std::string Set(BOOL (CFwVersion::*setter)(const char*), const std::string& text,
+                const char* pszFormat = CFwVersion::DefaultMajorMinorFormat)
+{
+    CFwVersion version;
+    for (const auto& field : Fields) version.*field.Member = 77;
+    version.MajorMinorFormat = pszFormat;
+    const BOOL accepted = (version.*setter)(text.c_str());
+    return "\"" + text + (accepted ? "\":" : "\" refused:") + Describe(version);
+}
 
 }  // namespace
 
-TEST(FwVersion, ParsesEveryForm)
+TEST(FwVersion, ReadsAndPrintsEveryForm)
 {
-    const std::tuple<const char*, BOOL, const char*, const char*> cases[] = {
-        {"1.23", 1, "0 0 1.23.0 0-0-0", "1.23"},
-        {"1.5", 1, "0 0 1.5.0 0-0-0", "1.05"},
-        {"1.234", 1, "0 0 1.23.0 0-0-0", "1.23"},
-        {"2.10 (09/12/2014)", 1, "0 0 2.10.0 2014-9-12", "2.10 (09/12/2014)"},
-        {"v2.10 (09/12/2014)", 1, "0 0 2.10.0 2014-9-12", "2.10 (09/12/2014)"},
-        {"P70 v2.10 (09/12/2014)", 1, "0 0 2.10.0 2014-9-12", "2.10 (09/12/2014)"},
-        {"P7- v2.10 (09/12/2014)", 0, Nothing, "Unknown"},
-        {"770 v2.10 (09/12/2014)", 0, Nothing, "Unknown"},
-        {"1.23 (2014.09.12)", 1, "0 0 1.23.0 2014-9-12", "1.23 (09/12/2014)"},
-        {"1.23 (13-45-2014)", 1, "0 0 1.23.0 2014-13-45", "1.23 (13/45/2014)"},
-        {"1.23 (09.12.2014)", 0, Nothing, "Unknown"},
-        {"1.23 (Sep 12 2014)", 1, "0 0 1.23.0 0-0-0", "1.23"},
-        {"1.23_2014-09-12", 1, "0 0 1.23.0 2014-9-12", "1.23 (09/12/2014)"},
-        {"1.23_2014-09/12", 0, Nothing, "Unknown"},
-        {"2014/09/12", 1, "0 0 0.0.0 2014-9-12", "09/12/2014"},
-        {"Sep 12 2014", 1, "0 0 0.0.0 2014-9-12", "09/12/2014"},
-        {"dec  1 2014", 0, Nothing, "Unknown"},
-        {"Spt 12 2014", 0, Nothing, "Unknown"},
-        {"Sep 12 x014", 0, Nothing, "Unknown"},
-        {"1A", 1, "1A 0 0.0.0 0-0-0", "1A"},
-        {"0X1a", 1, "1A 0 0.0.0 0-0-0", "1A"},
-        {"12", 1, "12 0 0.0.0 0-0-0", "12"},
-        {"0215", 1, "0 215 0.0.0 0-0-0", "0215"},
-        {"0x0215", 1, "0 215 0.0.0 0-0-0", "0215"},
-        {"0x", 0, Nothing, "Unknown"},
-        {"123", 0, Nothing, "Unknown"},
-        {"", 0, Nothing, "Unknown"},
-    };
-    for (const auto& [text, accepted, numbers, printed] : cases) {
-        CFwVersion version = Version("7.77 (01/02/2003)");
-        version.UseRevision = TRUE;
-        EXPECT_EQ(accepted, version.Parse(text)) << text;
-        EXPECT_EQ(numbers, Numbers(version)) << text;
-        EXPECT_STREQ(printed, version.ToString()) << text;
-        EXPECT_TRUE(version.UseRevision);
+    CTranscript trace("version-forms");
+    for (const char* pszText : {"1.23",
+                                "1.5",
+                                "1.234",
+                                "-1.-2",
+                                "1.23 (Sep 12 2024)",
+                                "1A",
+                                "0X1a",
+                                "12",
+                                "00",
+                                "0215",
+                                "0x0215",
+                                "0xFFFF",
+                                "0x12345",
+                                "0x",
+                                "0x1",
+                                "123",
+                                "1g",
+                                "x1",
+                                "",
+                                "dec  1 2024",
+                                "Sep 12 x024",
+                                "1.23 (09.12.2024)"})
+        trace(Set(&CFwVersion::Parse, pszText));
+    // Every form, and each of its characters replaced.
+    for (const std::string form : {"P7a v2.14 (09/12/2024)", "v2.14 (12-09-2031)", "2.14 (2031.12.09)",
+                                   "2.14_2031/12/09", "2031-12-09", "12/09/2031", "oCt 12 2031", "0x1B", "1B2C"}) {
+        trace(Set(&CFwVersion::Parse, form), " ", Set(&CFwVersion::Parse, form + " "));
+        for (std::size_t i = 0; i < form.size(); i++) {
+            std::string changed = form;
+            changed[i] = form[i] == '-' ? '/' : '-';
+            trace(Set(&CFwVersion::Parse, changed));
+        }
     }
+    for (const char* pszMonth : {"Jan", "fEB", "maR", "Apr", "May", "JUN", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"})
+        trace("SetDate ", Set(&CFwVersion::SetDate, pszMonth + std::string(" 31 2045")));
+    for (const char* pszText : {"2x45-0x-1x", "0x/1x/2x1x", "2045-09/12"})
+        trace("SetDate ", Set(&CFwVersion::SetDate, pszText));
+    for (const char* pszText : {"1A2B", "g"})
+        trace("SetVersionByte ", Set(&CFwVersion::SetVersionByte, pszText), " SetVersionWord ",
+              Set(&CFwVersion::SetVersionWord, pszText));
+    for (const char* pszText : {"3.14.15", "3.14", "3"})
+        trace("SetVersion ", Set(&CFwVersion::SetVersion, pszText, "%d.%d.%d"));
     EXPECT_FALSE(CFwVersion().Parse(std::string(1000000, '9').c_str()));
 }
 
-TEST(FwVersion, TestsDatesAtTheirFixedPositionsOnly)
+TEST(FwVersion, PrintsAndPacksWhatIsThere)
 {
-    CFwVersion version;
-    EXPECT_TRUE(version.SetDate("2x14-0x-1x"));
-    EXPECT_EQ("0 0 0.0.0 2-0-1", Numbers(version));
-    EXPECT_TRUE(version.SetDate("0x/1x/2x1x"));
-    EXPECT_EQ("0 0 0.0.0 2-0-1", Numbers(version));
-    EXPECT_FALSE(version.SetDate("2014-09/12"));
-    EXPECT_EQ(Nothing, Numbers(version));
-}
-
-TEST(FwVersion, ScansAndPrintsByItsFormat)
-{
-    CFwVersion version;
-    version.MajorMinorFormat = "%d.%d.%d";
-    EXPECT_TRUE(version.SetVersion("3.4.5"));
-    EXPECT_EQ("0 0 3.4.5 0-0-0", Numbers(version));
-    EXPECT_STREQ("3.4.5", version.ToString());
-    EXPECT_TRUE(version.SetVersion("3.4"));
-    EXPECT_EQ("0 0 3.4.0 0-0-0", Numbers(version));
-    EXPECT_FALSE(version.SetVersion("3"));
-    EXPECT_EQ(Nothing, Numbers(version));
-}
-
-TEST(FwVersion, PacksTheDateForTheSystemRom)
-{
-    CFwVersion version = Version("09/12/2014");
-    EXPECT_EQ(11564, version.GetSysRomIndex());
-    version.SetDateFromSysRomIndex(11564);
-    EXPECT_EQ("0 0 0.0.0 11264-288-12", Numbers(version));
-}
-
-TEST(FwVersion, ComparesVersionThenDate)
-{
-    const std::tuple<const char*, const char*, int> cases[] = {
-        {"1.23", "1.5", 18},
-        {"2.00", "1.99", 1},
-        {"1.23 (09/12/2014)", "1.23 (01/01/2015)", -1},
-        {"1.23 (09/12/2014)", "1.23 (11/01/2014)", -2},
-        {"1.23 (09/12/2014)", "1.23 (09/02/2014)", 10},
-        {"1.23", "1.23 (09/12/2014)", 0},
-        {"10", "0200", 0x10},
-        {"0200", "0100", 0x100},
-        {"09/12/2014", "1.23", -1},
-        {"09/12/2014", "09/13/2014", -1},
-        {"", "", 0},
-    };
-    for (const auto& [left, right, result] : cases) {
-        const CFwVersion a = Version(left);
-        const CFwVersion b = Version(right);
-        EXPECT_EQ(result, CFwVersion::Compare(&a, &b)) << left << " / " << right;
-        EXPECT_EQ(result < 0, a < b);
-        EXPECT_EQ(result > 0, a > b);
-        EXPECT_EQ(result == 0, a == b);
+    CTranscript trace("version-fields");
+    for (const char* pszFields :
+         {"", "Minor=7", "Major=7", "VersionByte=26 VersionWord=533", "VersionWord=533 Year=2045 Month=1 Day=31",
+          "Revision=5", "Month=9 Day=12", "Year=2055 Month=15 Day=31", "Major=12 Minor=5 Year=7 Month=9 Day=12"}) {
+        CFwVersion version = Record(pszFields);
+        const int index = version.GetSysRomIndex();
+        trace(pszFields, ":", Describe(version), " GetSysRomIndex ", index);
+        trace("SetDateFromSysRomIndex ", version.SetDateFromSysRomIndex(index), ":", Describe(version));
     }
+    trace("NullVersion:", Describe(CFwVersion::NullVersion), " ", CFwVersion::NullVersion.MajorMinorFormat);
 }
 
-TEST(FwVersion, ComparesAsBothRecordsAsk)
+TEST(FwVersion, Compares)
 {
-    CFwVersion a = Version("2.00 (01/01/2014)");
-    CFwVersion b = Version("1.00 (01/01/2015)");
-    a.CompareDateFirst = TRUE;
-    EXPECT_EQ(1, CFwVersion::Compare(&a, &b));
-    b.CompareDateFirst = TRUE;
-    EXPECT_EQ(-1, CFwVersion::Compare(&a, &b));
-
-    a = b = Version("1.23");
-    a.Revision = 5;
-    a.UseRevision = TRUE;
-    EXPECT_EQ(0, CFwVersion::CompareVersion(&a, &b));
-    b.UseRevision = TRUE;
-    CLogCapture log;
-    EXPECT_EQ(5, CFwVersion::CompareVersion(&a, &b));
-    EXPECT_EQ(0, CFwVersion::Compare(&a, &a));
-    EXPECT_EQ(
-        "fwversion::CompareVersion::Compare Major/Minorfwversion::CompareVersion::compare revision"
-        "fwversion::CompareVersion::Revision difference 5fwversoin::Compare: pver1:  1:23:dfwversoin::Compare: pver2:  "
-        "1:23:d",
-        log.Text());
+    const char* const pairs[][2] = {
+        {"", ""},
+        {"Major=1 Minor=23", "Major=1 Minor=5"},
+        {"Major=2", "Major=1 Minor=99"},
+        {"Minor=3", "VersionByte=4"},
+        {"VersionByte=16", "VersionWord=512"},
+        {"VersionByte=16 VersionWord=1", "VersionByte=17 VersionWord=3"},
+        {"VersionWord=512", "VersionWord=255"},
+        {"Major=2147483647", "Major=-2147483648"},
+        {"Year=2045", "Major=1 Minor=23"},
+        {"Major=1 Year=2024 Month=12 Day=31", "Major=1 Year=2025 Month=1 Day=1"},
+        {"Major=1 Year=2024 Month=9 Day=12", "Major=1 Year=2024 Month=11 Day=1"},
+        {"Major=1 Year=2024 Month=9 Day=12", "Major=1 Year=2024 Month=9 Day=2"},
+        {"Major=1", "Major=1 Year=2024 Month=9 Day=12"},
+        {"Major=1 Revision=300", "Major=1 Revision=5"},
+        {"Major=1 Revision=300 UseRevision=1", "Major=1 Revision=5"},
+        {"Major=1 Revision=300 UseRevision=1", "Major=1 Revision=5 UseRevision=1"},
+        {"Major=1 Revision=5 UseRevision=1", "Major=1 Revision=5 UseRevision=1"},
+        {"Major=2 Year=2024", "Major=1 Year=2025 CompareDateFirst=1"},
+        {"Major=2 Year=2024 CompareDateFirst=1", "Major=1 Year=2025 CompareDateFirst=1"},
+        {"Major=2 Year=2024 CompareDateFirst=1", "Major=1 Year=2024 CompareDateFirst=1"},
+    };
+    for (const auto& [left, right] : pairs) {
+        const CFwVersion a = Record(left);
+        const CFwVersion b = Record(right);
+        const int order = CFwVersion::Compare(&a, &b);
+        EXPECT_TRUE((a < b) == (order < 0) && (a > b) == (order > 0) && (a == b) == (order == 0)) << left;
+    }
+    CTranscript trace("version-comparison");
+    for (const auto& [left, right] : pairs) {
+        for (const auto& [first, second] : {std::pair(left, right), std::pair(right, left)}) {
+            const CFwVersion a = Record(first);
+            const CFwVersion b = Record(second);
+            trace("a: ", first, "; b: ", second);
+            trace("Compare ", CFwVersion::Compare(&a, &b), ", CompareDate ", CFwVersion::CompareDate(&a, &b));
+            trace("CompareVersion ", CFwVersion::CompareVersion(&a, &b));
+        }
+    }
+    const CFwVersion same = Record("Major=3 Minor=14 Revision=15");
+    trace("with itself: Compare ", CFwVersion::Compare(&same, &same));
 }
