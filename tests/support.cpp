@@ -85,8 +85,16 @@ void CTranscript::Add(const std::string& line)
     m_Time = now;
     const std::string log = m_Log.Text();
     std::istringstream added(log.substr(m_Logged));
-    for (std::string logged; m_ShowLog && std::getline(added, logged);)
-        m_Text += "    " + logged + (added.eof() ? " (the line goes on)\n" : "\n");
+    std::string before;
+    int repeats = 0;
+    for (std::string logged; m_ShowLog && std::getline(added, logged); before = logged) {
+        if (added.eof()) logged += " (the line goes on)";
+        const bool isRepeated = logged == before;
+        if (!isRepeated && repeats > 0) m_Text += "    (" + std::to_string(repeats) + " times more)\n";
+        repeats = isRepeated ? repeats + 1 : 0;
+        if (!isRepeated) m_Text += "    " + logged + "\n";
+    }
+    if (repeats > 0) m_Text += "    (" + std::to_string(repeats) + " times more)\n";
     m_Logged = log.size();
 }
 
