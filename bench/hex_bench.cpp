@@ -1,10 +1,10 @@
 // The Intel HEX text of a 4 MiB image: validated, and made binary by objcopy and srec_cat as whole processes.
-#include <fstream>
 #include <random>
 
 #include "bench/compare.h"
 #include "bench/measurements.h"
 #include "pwrmicro.h"
+#include "support/files.h"
 
 namespace
 {
@@ -51,7 +51,7 @@ void BenchHex(const std::string& folder)
 {
     const std::string text = MakeHex();
     const std::string file = folder + "/image.hex";
-    std::ofstream(file, std::ios::binary) << text;
+    WriteWholeFile(file, text);
     CPowerMicro controller(nullptr);
     Compare(
         "HEX text of 11.5 MB", static_cast<double>(text.size()) / 1e6, "MB", 10,

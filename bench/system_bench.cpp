@@ -8,6 +8,7 @@
 #include "chif.h"
 #include "sim/images/deviceimage.h"
 #include "sim/server.h"
+#include "support/files.h"
 #include "zalph.h"
 
 namespace
@@ -18,12 +19,11 @@ namespace fs = std::filesystem;
 // A copy of the rack server, with members that take the place of its own; its folder.
 std::string MakeServer(const std::string& folder, const std::string& members)
 {
-    std::ifstream file(SERVERS "/rack/server.json");
-    nlohmann::json server = nlohmann::json::parse(file);
+    nlohmann::json server = nlohmann::json::parse(ReadWholeFile(SERVERS "/rack/server.json"));
     server.merge_patch(nlohmann::json::parse(members));
     const fs::path path = fs::path(folder) / ("server" + std::to_string(std::hash<std::string>()(members)));
     fs::create_directory(path);
-    std::ofstream(path / "server.json") << server.dump();
+    WriteWholeFile(path / "server.json", server.dump());
     return path.string();
 }
 

@@ -1,18 +1,20 @@
 #include "sim/description.h"
 
-#include <cstdlib>
-#include <fstream>
 #include <map>
+#include <optional>
 #include <stdexcept>
 
 #include "sim/base/fields.h"
 #include "sim/images/romimage.h"
+#include "support/files.h"
 
 namespace sim
 {
 
 namespace
 {
+
+const std::size_t MaxDescription = std::size_t{1} << 20;
 
 FirmwareDescription Firmware(CFields& fields)
 {
@@ -114,18 +116,17 @@ ServerDescription Describe(CFields& fields)
 
 }  // namespace
 
-ServerDescription ReadDescription(const std::filesystem::path& folder)
+ServerDescription ReadDescription(const std::filesystem::path& folder, const std::string& faults)
 {
-    std::ifstream file(folder / "server.json");
-    if (!file) throw std::runtime_error("There is no server in " + folder.string() + ": no server.json");
-    const char* pszFaults = std::getenv("ZALSIM_FAULTS");
+    const std::optional<std::string> text = ReadFileIfThere(folder / "server.json", MaxDescription);
+    if (!text) throw std::runtime_error("There is no server in " + folder.string() + ": no server.json");
     std::string source = "The description of the server in " + folder.string();
     try {
-        Json json = Json::parse(file);
+        Json json = ParseJson(*text);
         ServerDescription server = CFields::Read(json, "server.json", Describe);
-        if (pszFaults) {
+        if (!faults.empty()) {
             source = "A fault of this run";
-            json["faults"].merge_patch(Json::parse(pszFaults));
+            json["faults"].merge_patch(ParseJson(faults));
             server = CFields::Read(json, "server.json", Describe);
         }
         server.Folder = folder;

@@ -8,18 +8,11 @@
 #include <vector>
 
 #include "sim/bmc/ipmifaults.h"
+#include "sim/images/romimage.h"
 #include "sim/processor/processordescription.h"
 
 namespace sim
 {
-
-struct RomDescription
-{
-    std::string Family;   // "P70"; empty: the server has no flash image header
-    std::string Version;  // "2.30"
-    std::string Date;     // "09/12/2019"
-    std::string Name;     // image name in the header
-};
 
 // A firmware that the tables tell of in a version record.
 struct FirmwareDescription
@@ -97,8 +90,8 @@ struct ServerDescription
     std::optional<ProcessorDescription> Processor;
 };
 
-// Reads server.json in the server's folder, and over its faults those in the environment variable ZALSIM_FAULTS. Throws
+// Reads server.json in the server's folder, and over its faults those of a run: a JSON object, or nothing. Throws
 // std::runtime_error with a sentence for the user.
-ServerDescription ReadDescription(const std::filesystem::path& folder);
+ServerDescription ReadDescription(const std::filesystem::path& folder, const std::string& faults);
 
 }  // namespace sim

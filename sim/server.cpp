@@ -52,9 +52,10 @@ std::unique_ptr<CServer>& CurrentServerSlot()
 
 }  // namespace
 
-CServer::CServer(const std::filesystem::path& folder)
-    : m_Description(ReadDescription(folder)),
-      m_Journal(folder / "journal.log"),
+CServer::CServer(const std::filesystem::path& folder, const RunOptions& options)
+    : m_Folder(folder),
+      m_Description(ReadDescription(folder, options.Faults)),
+      m_Journal(folder, options),
       m_FlashPart(m_Description, folder, m_Journal),
       m_Bmc(m_Description.Ipmi, folder, m_Journal)
 {
@@ -111,11 +112,12 @@ void EndProcess(const std::exception& error)
 
 CServer* CurrentServer()
 {
-    static const char* pszFolder = std::getenv("ZALSIM_SERVER");
+    static const auto& options = *new RunOptions(OrEndProcess(ReadRunOptions));
     static std::mutex mutex;
     const std::lock_guard<std::mutex> lock(mutex);  // threads may meet at the first call
     std::unique_ptr<CServer>& slot = CurrentServerSlot();
-    if (!slot && pszFolder) OrEndProcess([&] { slot = std::make_unique<CServer>(std::filesystem::path(pszFolder)); });
+    if (!slot && !options.Server.empty())
+        OrEndProcess([&] { slot = std::make_unique<CServer>(options.Server, options); });
     return slot.get();
 }
 

@@ -10,6 +10,8 @@
 
 #include "sim/base/device.h"
 #include "sim/base/journal.h"
+#include "sim/base/runoptions.h"
+#include "sim/base/state.h"
 #include "sim/bmc/bmc.h"
 #include "sim/description.h"
 #include "sim/processor/channel.h"
@@ -20,14 +22,12 @@
 namespace sim
 {
 
-// Exit status when the simulation can't go on: none that an installer has.
-const int CouldNotRun = 126;
-
 class CServer
 {
   public:
-    // The server in a folder. Throws std::runtime_error with a sentence for the user.
-    explicit CServer(const std::filesystem::path& folder);
+    // The server in a folder; of the options, the faults and the journal are its own. Throws std::runtime_error with a
+    // sentence for the user.
+    explicit CServer(const std::filesystem::path& folder, const RunOptions& options = ReadRunOptions());
     CServer(const CServer&) = delete;
     CServer& operator=(const CServer&) = delete;
 
@@ -59,6 +59,7 @@ class CServer
         std::vector<std::uint8_t> Bytes;
     };
 
+    CServerFolder m_Folder;
     const ServerDescription m_Description;
     CJournal m_Journal;
     CFlashPart m_FlashPart;
@@ -83,8 +84,8 @@ auto OrEndProcess(Action action) noexcept
     }
 }
 
-// The server that this process runs on: the one set last, else the one in the folder that the environment variable
-// ZALSIM_SERVER names, else null: the process then sees the real host. A server that can't be read ends the process.
+// The server that this process runs on: the one set last, else the one that the run options name, else null: the
+// process then sees the real host. A server that can't be read ends the process.
 CServer* CurrentServer();
 void SetCurrentServer(std::unique_ptr<CServer> server);
 

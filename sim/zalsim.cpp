@@ -19,7 +19,8 @@
 #include <string>
 #include <vector>
 
-#include "sim/processor/inventory.h"
+#include "sim/base/runoptions.h"
+#include "sim/images/firmwareversion.h"
 #include "sim/server.h"
 
 namespace
@@ -100,8 +101,8 @@ nlohmann::json FaultPatch(const std::vector<std::string>& faults)
         std::string path = "/" + fault.substr(0, equals);
         std::replace(path.begin(), path.end(), '.', '/');
         const std::string text = fault.substr(equals + 1);
-        const nlohmann::json value = nlohmann::json::parse(text, nullptr, false);
-        patch[nlohmann::json::json_pointer(path)] = value.is_discarded() ? nlohmann::json(text) : value;
+        const sim::Json value = sim::ParseJson(text, sim::Json(text));
+        patch[nlohmann::json::json_pointer(path)] = value;
     }
     return patch;
 }
@@ -137,15 +138,13 @@ std::string PreloadList()
     return list;
 }
 
-int Run(const std::string& folder, bool realTime, const std::vector<std::string>& command)
+int Run(const std::vector<std::string>& command)
 {
     if (IsOtherWordSize(command[0])) {
         std::fprintf(stderr, "zalsim: %s is not a %zu-bit program, and this simulation is for such programs only.\n",
                      command[0].c_str(), 8 * sizeof(void*));
         return sim::CouldNotRun;
     }
-    setenv("ZALSIM_SERVER", fs::absolute(folder).c_str(), 1);
-    if (realTime) setenv("ZALSIM_REAL_TIME", "1", 1);
     setenv("LD_PRELOAD", PreloadList().c_str(), 1);
 
     std::vector<char*> arguments;
@@ -170,6 +169,7 @@ int main(int argc, char** argv)
     bool describe = false;
     bool showLog = false;
     bool realTime = false;
+    std::optional<std::int64_t> clockStart;
     std::vector<std::string> command;
     app.add_option("--server", folder, "Folder of the server: its server.json and its state")->required();
     app.add_flag("--describe", describe, "Print what the server is");
@@ -178,17 +178,25 @@ int main(int argc, char** argv)
     app.add_option("--fault", faults, "A fault for this run, on top of the description's: NAME=VALUE")
         ->allow_extra_args(false);
     app.add_option("--journal", journal, "Write what is done to the server there, not to journal.log in its folder");
-    app.add_flag("--real-time", realTime, "Let sleeps take their time");
+    auto* pRealTime = app.add_flag("--real-time", realTime, "Let sleeps take their time");
+    app.add_option("--clock-start", clockStart, "Let the virtual clock start there, in seconds since the epoch")
+        ->check(CLI::Range(std::int64_t{0}, sim::MaxClockStart))
+        ->excludes(pRealTime);
     app.add_option("command", command, "The path of the installer and its arguments, behind --");
     try {
         app.parse(argc, argv);
-        if (!faults.empty()) setenv("ZALSIM_FAULTS", FaultPatch(faults).dump().c_str(), 1);
-        if (!journal.empty()) setenv("ZALSIM_JOURNAL", fs::absolute(journal).c_str(), 1);
-        sim::CServer server{fs::path(folder)};
+        sim::RunOptions options = sim::ReadRunOptions();  // those of a run that this one is a part of
+        options.Server = fs::absolute(folder);
+        if (!faults.empty()) options.Faults = FaultPatch(faults).dump();
+        if (!journal.empty()) options.Journal = fs::absolute(journal);
+        if (realTime) options.RealTime = true;
+        if (clockStart) options.ClockStart = clockStart;
+        sim::WriteRunOptions(options);
+        sim::CServer server(folder, options);
         if (describe) Describe(server);
         if (showLog) ShowLog(server.GetBmc());
         if (!dumpFile.empty()) sim::WriteSmbiosDump(server.GetSmbios(), dumpFile);
-        if (!command.empty()) return Run(folder, realTime, command);
+        if (!command.empty()) return Run(command);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : sim::CouldNotRun;
     } catch (const std::exception& error) {

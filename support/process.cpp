@@ -13,6 +13,8 @@
 #include <cmath>
 #include <cstdint>
 
+#include "support/descriptor.h"
+
 namespace
 {
 
@@ -21,26 +23,6 @@ using ShowLine = std::function<void(const std::string&)>;
 const std::size_t MaxLineLength = 1000;
 const std::size_t MaxLines = 2000;
 const int LeftoverReads = 64;  // of the pipe of a process that has ended: more than a pipe holds
-
-// A descriptor that is closed with the object; -1: none.
-class CDescriptor
-{
-  public:
-    explicit CDescriptor(int descriptor = -1) : m_Descriptor(descriptor) {}
-    ~CDescriptor() { Reset(-1); }
-    CDescriptor(const CDescriptor&) = delete;
-    CDescriptor& operator=(const CDescriptor&) = delete;
-
-    int Get() const { return m_Descriptor; }
-    void Reset(int descriptor)
-    {
-        if (m_Descriptor >= 0) close(m_Descriptor);
-        m_Descriptor = descriptor;
-    }
-
-  private:
-    int m_Descriptor;
-};
 
 // What a process prints on one of its descriptors, in lines.
 class COutput

@@ -4,14 +4,13 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <optional>
 
 #include "debug.h"
 #include "sim/base/clock.h"
 #include "sim/server.h"
+#include "support/files.h"
 #include "util.h"
 #include "zalftbl.h"
 
@@ -21,7 +20,7 @@ CStr g_InstallLocalDir;
 
 std::string CTestFolder::Write(const std::string& name, const std::string& contents) const
 {
-    std::ofstream(Path() / name, std::ios::binary) << contents;
+    WriteWholeFile(Path() / name, contents);
     return (Path() / name).string();
 }
 
@@ -37,8 +36,7 @@ fs::path ServerFolder()
 
 std::string ReadFile(const fs::path& file)
 {
-    std::ifstream stream(file, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+    return ReadFileIfThere(file).value_or("");
 }
 
 std::string Repeat(int count, const std::string& text)
@@ -51,14 +49,12 @@ std::string Repeat(int count, const std::string& text)
 CLogCapture::CLogCapture()
 {
     _DebugPrintf("%s", "");  // the log's header is out after this
-    m_Before = fs::file_size(std::getenv("QVFLASHLOG"));
+    m_Before = static_cast<std::size_t>(fs::file_size(std::getenv("QVFLASHLOG")));
 }
 
 std::string CLogCapture::Text() const
 {
-    std::ifstream log(std::getenv("QVFLASHLOG"), std::ios::binary);
-    log.seekg(static_cast<std::streamoff>(m_Before));
-    return std::string(std::istreambuf_iterator<char>(log), std::istreambuf_iterator<char>());
+    return ReadWholeFile(std::getenv("QVFLASHLOG")).substr(m_Before);
 }
 
 CTranscript::CTranscript(const char* pszName)
@@ -111,7 +107,7 @@ void UseServer(const std::string& json)
     sim::SetCurrentServer(nullptr);
     fs::remove_all(ServerFolder());
     fs::create_directory(ServerFolder());
-    std::ofstream(ServerFolder() / "server.json") << json;
+    WriteWholeFile(ServerFolder() / "server.json", json);
     RestartServer();
 }
 

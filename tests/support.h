@@ -28,7 +28,7 @@ class CLogCapture
     bool Has(const std::string& text) const { return Text().find(text) != std::string::npos; }
 
   private:
-    std::uintmax_t m_Before;  // bytes
+    std::size_t m_Before;  // bytes
 };
 
 // What a test does, line by line; below each line, how far it moved the virtual clock and what it wrote into the debug
@@ -87,6 +87,7 @@ std::string RackServer(const std::string& members = "{}");
 // A folder for this run of the test program and the children its death tests start, which run the test's body anew.
 std::filesystem::path RunFolder();
 
+// What a file holds; empty where there is none.
 std::string ReadFile(const std::filesystem::path& file);
 
 std::string Repeat(int count, const std::string& text);

@@ -4,10 +4,10 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 
+#include "sim/base/runoptions.h"
 #include "support/process.h"
 
 namespace fs = std::filesystem;
@@ -27,8 +27,7 @@ std::vector<std::string> OnServer(const std::string& folder, const std::vector<s
 
 bool RunOnServer(const std::string& folder, char** argv)
 {
-    const char* pszCurrent = std::getenv("ZALSIM_SERVER");
-    if (pszCurrent && fs::absolute(folder) == pszCurrent) return true;
+    if (fs::absolute(folder) == sim::ReadRunOptions().Server) return true;
     std::vector<std::string> own;
     own.push_back(fs::read_symlink("/proc/self/exe").string());  // the shell may have found it by its name
     for (argv++; *argv; argv++) own.emplace_back(*argv);

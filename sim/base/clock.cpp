@@ -4,7 +4,7 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <cstdlib>
+#include "sim/base/runoptions.h"
 
 namespace sim
 {
@@ -22,7 +22,7 @@ std::int64_t HostTime()
 
 }  // namespace
 
-CClock::CClock() : m_bReal(std::getenv("ZALSIM_REAL_TIME") != nullptr), m_Now(HostTime()) {}
+CClock::CClock(bool real, std::int64_t start) : m_bReal(real), m_Now(start) {}
 
 std::int64_t CClock::Now() const
 {
@@ -45,7 +45,10 @@ std::int64_t CClock::Ask()
 
 CClock& CClock::Instance()
 {
-    static CClock clock;
+    static CClock clock = [] {
+        const RunOptions options = ReadRunOptions();
+        return CClock(options.RealTime, options.ClockStart ? *options.ClockStart * Second : HostTime());
+    }();
     return clock;
 }
 

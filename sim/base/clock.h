@@ -14,21 +14,21 @@ const std::int64_t Second = 1000000000;
 class CClock
 {
   public:
-    // Nanoseconds since the epoch. Starts at the host's time; asking moves it by a microsecond, so that a loop that
-    // waits for a time by asking for it comes to an end.
+    // Nanoseconds since the epoch. Starts at the host's time, or where the run options say; asking moves it by a
+    // microsecond, so that a loop that waits for a time by asking for it comes to an end.
     std::int64_t Ask();
     std::int64_t Now() const;
 
     // Lets so many nanoseconds pass.
     void Wait(std::int64_t nanoseconds);
 
-    // True when the process asked for the host's own time instead (environment variable ZALSIM_REAL_TIME).
+    // True when the run options ask for the host's own time instead.
     bool IsReal() const { return m_bReal; }
 
     static CClock& Instance();
 
   private:
-    CClock();
+    CClock(bool real, std::int64_t start);
 
     bool m_bReal;
     std::int64_t m_Now;

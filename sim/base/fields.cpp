@@ -6,6 +6,39 @@
 namespace sim
 {
 
+namespace
+{
+
+const int MaxDepth = 32;
+const std::size_t MaxShown = 200;
+
+// A value as a sentence shows it.
+std::string Shown(const Json& value)
+{
+    const std::string text = value.dump();
+    return text.size() <= MaxShown ? text : text.substr(0, MaxShown) + "...";
+}
+
+}  // namespace
+
+Json ParseJson(const std::string& text)
+{
+    const auto refuseDepth = [](int depth, Json::parse_event_t, Json&) {
+        if (depth > MaxDepth) throw std::runtime_error("it is nested more than 32 deep");
+        return true;
+    };
+    return Json::parse(text, refuseDepth);
+}
+
+Json ParseJson(const std::string& text, const Json& otherwise)
+{
+    try {
+        return ParseJson(text);
+    } catch (const Json::parse_error&) {
+        return otherwise;
+    }
+}
+
 std::optional<std::uint64_t> ParseNumber(const std::string& text)
 {
     const bool hexadecimal = text.compare(0, 2, "0x") == 0 || text.compare(0, 2, "0X") == 0;
@@ -18,7 +51,7 @@ std::optional<std::uint64_t> ParseNumber(const std::string& text)
 
 CFields::CFields(const Json& object, const std::string& name) : m_Object(object), m_Name(name)
 {
-    if (!object.is_object()) throw std::runtime_error("\"" + name + "\" is " + object.dump() + ", not an object");
+    if (!object.is_object()) throw std::runtime_error("\"" + name + "\" is " + Shown(object) + ", not an object");
 }
 
 const Json* CFields::Find(const char* key)
@@ -74,7 +107,7 @@ void CFields::RefuseValue(const char* key, const std::string& expected)
 {
     const Json* pValue = Find(key);
     throw std::runtime_error("\"" + std::string(key) + "\" in \"" + m_Name + "\" is " +
-                             (pValue ? pValue->dump() : "missing") + ", not " + expected);
+                             (pValue ? Shown(*pValue) : "missing") + ", not " + expected);
 }
 
 void CFields::RefuseOthers() const

@@ -17,6 +17,13 @@ namespace sim
 
 using Json = nlohmann::json;
 
+// Parses a text from a file or an option: one JSON value, nested up to 32 deep. Throws std::runtime_error with a
+// sentence for the user.
+Json ParseJson(const std::string& text);
+
+// The same; "otherwise" for a text that is no JSON.
+Json ParseJson(const std::string& text, const Json& otherwise);
+
 // A number as decimal digits, or hexadecimal ones behind "0x"; nothing for any other text.
 std::optional<std::uint64_t> ParseNumber(const std::string& text);
 

@@ -1,8 +1,14 @@
 #include "sim/base/journal.h"
 
+#include <fcntl.h>
+
+#include <cerrno>
 #include <cstdarg>
-#include <cstdlib>
+#include <cstdio>
+#include <cstring>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "sim/base/clock.h"
 
@@ -12,43 +18,51 @@ namespace sim
 namespace
 {
 
-std::filesystem::path ChosenFile(const std::filesystem::path& file)
+std::string Format(const char* format, va_list arguments)
 {
-    const char* pszOther = std::getenv("ZALSIM_JOURNAL");
-    return pszOther ? std::filesystem::path(pszOther) : file;
+    va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, again);
+    va_end(again);
+    std::vector<char> text(static_cast<std::size_t>(length) + 1);
+    std::vsnprintf(text.data(), text.size(), format, arguments);
+    return std::string(text.data(), text.size() - 1);
 }
 
 }  // namespace
 
-CJournal::CJournal(const std::filesystem::path& file)
-    : m_bNamed(std::getenv("ZALSIM_JOURNAL") != nullptr), m_File(ChosenFile(file)), m_pFile(nullptr, std::fclose)
+CJournal::CJournal(const std::filesystem::path& folder, const RunOptions& options)
+    : m_bNamed(!options.Journal.empty()), m_File(m_bNamed ? options.Journal : folder / "journal.log")
 {
-    if (m_File != file) Open();  // one that can't be written is refused before anything is done
+    if (m_bNamed) Open();  // one that can't be written is refused before anything is done
 }
 
 void CJournal::Open()
 {
-    m_pFile.reset(std::fopen(m_File.c_str(), "ae"));
-    if (!m_pFile) Refuse();
+    m_Descriptor.Reset(open(m_File.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0666));
+    if (m_Descriptor.Get() < 0) Refuse();
 }
 
 void CJournal::Refuse() const
 {
-    throw std::runtime_error("Can't write the journal " + m_File.string());
+    throw std::runtime_error("Can't write the journal " + m_File.string() + ": " + std::strerror(errno));
 }
 
 void CJournal::Write(const char* format, ...)
 {
-    if (!m_pFile) Open();
+    if (m_Descriptor.Get() < 0) Open();
     const std::int64_t now = CClock::Instance().Now();
-    std::fprintf(m_pFile.get(), "%lld.%06lld ", static_cast<long long>(now / Second),
-                 static_cast<long long>(now % Second / Microsecond));
+    char szTime[40];
+    std::snprintf(szTime, sizeof szTime, "%lld.%06lld ", static_cast<long long>(now / Second),
+                  static_cast<long long>(now % Second / Microsecond));
     va_list arguments;
     va_start(arguments, format);
-    std::vfprintf(m_pFile.get(), format, arguments);
+    const std::string line = szTime + Format(format, arguments) + "\n";
     va_end(arguments);
-    std::fputc('\n', m_pFile.get());
-    if (std::fflush(m_pFile.get()) != 0 || std::ferror(m_pFile.get())) Refuse();
+    // One write, so that lines of two processes do not mix.
+    const ssize_t written = write(m_Descriptor.Get(), line.data(), line.size());
+    if (written >= 0 && static_cast<std::size_t>(written) != line.size()) errno = ENOSPC;
+    if (written < 0 || static_cast<std::size_t>(written) != line.size()) Refuse();
 }
 
 }  // namespace sim

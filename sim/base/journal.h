@@ -1,9 +1,10 @@
 // The journal of a server: what was done to it, one line each.
 #pragma once
 
-#include <cstdio>
 #include <filesystem>
-#include <memory>
+
+#include "sim/base/runoptions.h"
+#include "support/descriptor.h"
 
 namespace sim
 {
@@ -11,11 +12,12 @@ namespace sim
 class CJournal
 {
   public:
-    // Appends to the file, which the first line creates; the environment variable ZALSIM_JOURNAL names another one.
-    explicit CJournal(const std::filesystem::path& file);
+    // Appends to journal.log in the server's folder, which the first line creates, or to the one that the run options
+    // name.
+    CJournal(const std::filesystem::path& folder, const RunOptions& options);
 
-    // Adds a line: the virtual time in seconds since the epoch, then the printf-style text. It is in the file when the
-    // call returns. Throws std::runtime_error with a sentence for the user.
+    // Adds a line: the virtual time in seconds since the epoch, then the printf-style text. It is in the file, whole,
+    // when the call returns. Throws std::runtime_error with a sentence for the user.
     void Write(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
     // Packets to and from the management processor are for a journal that was asked for.
@@ -25,9 +27,9 @@ class CJournal
     void Open();
     [[noreturn]] void Refuse() const;
 
-    bool m_bNamed;  // by the environment variable
+    bool m_bNamed;  // by the run options
     std::filesystem::path m_File;
-    std::unique_ptr<FILE, int (*)(FILE*)> m_pFile;
+    CDescriptor m_Descriptor;
 };
 
 }  // namespace sim

@@ -4,9 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
-
-#include "sim/description.h"
 
 namespace sim
 {
@@ -17,6 +16,14 @@ const std::size_t BiosAreaSize = 65536;
 
 // An image is some of them.
 bool IsRomSize(std::size_t size);
+
+struct RomDescription
+{
+    std::string Family;   // "P70"; empty: the server has no flash image header
+    std::string Version;  // "2.30"
+    std::string Date;     // "09/12/2019"
+    std::string Name;     // image name in the header
+};
 
 // Builds an image of size bytes that carries a flash image header in its last BiosAreaSize
 // bytes and ends with the CRC-32 of what is before. The same description gives the same bytes.

@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
 #include <string>
+
+#include "support/files.h"
 
 namespace sim
 {
@@ -15,6 +17,7 @@ namespace
 {
 
 const std::uint32_t DumpTableOffset = 32;
+const std::size_t MaxDump = std::size_t{1} << 20;
 
 std::uint8_t ChecksumOf(const void* bytes, std::size_t length)
 {
@@ -232,9 +235,9 @@ SMBIOS_RESERVED_BUFFER FindFlashBuffer(const SmbiosTables& tables)
 
 SmbiosTables ReadSmbiosDump(const std::filesystem::path& file, std::uint32_t address)
 {
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream) throw std::runtime_error("There is no SMBIOS dump " + file.string());
-    const std::vector<char> bytes((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
+    const std::optional<std::string> dump = ReadFileIfThere(file, MaxDump);
+    if (!dump) throw std::runtime_error("There is no SMBIOS dump " + file.string());
+    const std::string& bytes = *dump;
     SmbiosTables tables = {};
     if (bytes.size() >= sizeof tables.Entry) std::memcpy(&tables.Entry, bytes.data(), sizeof tables.Entry);
     const SMBIOSEntryPoint& entry = tables.Entry;
@@ -251,11 +254,10 @@ SmbiosTables ReadSmbiosDump(const std::filesystem::path& file, std::uint32_t add
 void WriteSmbiosDump(SmbiosTables tables, const std::filesystem::path& file)
 {
     SetAddress(tables.Entry, DumpTableOffset);
-    std::ofstream stream(file, std::ios::binary);
-    stream.write(reinterpret_cast<const char*>(&tables.Entry), sizeof tables.Entry);
-    stream.put('\0');
-    stream.write(reinterpret_cast<const char*>(tables.Table.data()), static_cast<std::streamsize>(tables.Table.size()));
-    if (!stream.flush()) throw std::runtime_error("Can't write " + file.string());
+    std::string bytes(reinterpret_cast<const char*>(&tables.Entry), sizeof tables.Entry);
+    bytes.resize(DumpTableOffset);
+    bytes.append(tables.Table.begin(), tables.Table.end());
+    WriteWholeFile(file, bytes);
 }
 
 }  // namespace sim

@@ -2,12 +2,11 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
-#include <fstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "sim/images/deviceimage.h"
+#include "support/files.h"
 
 int main(int argc, char** argv)
 {
@@ -27,10 +26,7 @@ int main(int argc, char** argv)
     try {
         const std::vector<std::uint8_t> bytes =
             sim::BuildDeviceImage(handler, sim::ParseFirmwareVersion(version, date), size);
-        std::ofstream stream(image, std::ios::binary);
-        if (!stream.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()))
-                 .flush())
-            throw std::runtime_error("can't write " + image);
+        WriteWholeFile(image, AsText(bytes));
     } catch (const std::exception& error) {
         std::fprintf(stderr, "mkdevice: %s\n", error.what());
         return 1;

@@ -3,24 +3,15 @@
 #include <cstdint>
 #include <cstdio>
 #include <exception>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "sim/images/crc.h"
+#include "support/files.h"
 
 namespace
 {
-
-std::string Read(const std::string& file)
-{
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream) throw std::runtime_error("can't read " + file);
-    return std::string((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
-}
 
 void Replace(std::string& text, const std::string& find, const std::string& replacement)
 {
@@ -30,7 +21,7 @@ void Replace(std::string& text, const std::string& find, const std::string& repl
 
 std::string Checksum(const std::string& file)
 {
-    const std::string bytes = Read(file);
+    const std::string bytes = ReadWholeFile(file);
     char szCrc[9];
     std::snprintf(szCrc, sizeof szCrc, "%08X", static_cast<unsigned>(sim::Crc32(bytes.data(), bytes.size())));
     return szCrc;
@@ -52,10 +43,9 @@ int main(int argc, char** argv)
     try {
         values.emplace_back("CRC32", Checksum(image));
         for (const auto& file : files) {
-            std::string text = Read(file.first);
+            std::string text = ReadWholeFile(file.first);
             for (const auto& value : values) Replace(text, "@" + value.first + "@", value.second);
-            std::ofstream stream(file.second, std::ios::binary);
-            if (!(stream << text).flush()) throw std::runtime_error("can't write " + file.second);
+            WriteWholeFile(file.second, text);
         }
     } catch (const std::exception& error) {
         std::fprintf(stderr, "mkpackage: %s\n", error.what());

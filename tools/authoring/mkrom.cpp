@@ -2,12 +2,12 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "sim/images/romimage.h"
+#include "support/files.h"
 
 int main(int argc, char** argv)
 {
@@ -25,10 +25,7 @@ int main(int argc, char** argv)
     try {
         if (!sim::IsRomSize(size)) throw std::runtime_error("a ROM image has a multiple of 65536 bytes");
         const std::vector<std::uint8_t> bytes = sim::BuildRomImage(rom, size);
-        std::ofstream stream(image, std::ios::binary);
-        const auto* pBytes = reinterpret_cast<const char*>(bytes.data());
-        if (!stream.write(pBytes, static_cast<std::streamsize>(bytes.size())).flush())
-            throw std::runtime_error("can't write " + image);
+        WriteWholeFile(image, AsText(bytes));
     } catch (const std::exception& error) {
         std::fprintf(stderr, "mkrom: %s\n", error.what());
         return 1;

@@ -1,0 +1,62 @@
+#include "sim/base/runoptions.h"
+
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+namespace sim
+{
+
+namespace
+{
+
+const char szServer[] = "ZALSIM_SERVER";
+const char szFaults[] = "ZALSIM_FAULTS";
+const char szJournal[] = "ZALSIM_JOURNAL";
+const char szRealTime[] = "ZALSIM_REAL_TIME";
+const char szClockStart[] = "ZALSIM_CLOCK_START";
+
+std::string Get(const char* name)
+{
+    const char* pszValue = std::getenv(name);
+    return pszValue ? pszValue : "";
+}
+
+void Set(const char* name, const std::string& value)
+{
+    if (value.empty())
+        unsetenv(name);
+    else
+        setenv(name, value.c_str(), 1);
+}
+
+}  // namespace
+
+RunOptions ReadRunOptions()
+{
+    RunOptions options;
+    options.Server = Get(szServer);
+    options.Faults = Get(szFaults);
+    options.Journal = Get(szJournal);
+    options.RealTime = !Get(szRealTime).empty();
+    const std::string start = Get(szClockStart);
+    if (start.empty()) return options;
+    std::int64_t seconds = 0;
+    const auto parsed = std::from_chars(start.data(), start.data() + start.size(), seconds);
+    if (parsed.ec != std::errc() || parsed.ptr != start.data() + start.size() || seconds < 0 || seconds > MaxClockStart)
+        throw std::runtime_error(std::string(szClockStart) + " is no number of seconds: " + start);
+    options.ClockStart = seconds;
+    return options;
+}
+
+void WriteRunOptions(const RunOptions& options)
+{
+    Set(szServer, options.Server.string());
+    Set(szFaults, options.Faults);
+    Set(szJournal, options.Journal.string());
+    Set(szRealTime, options.RealTime ? "1" : "");
+    Set(szClockStart, options.ClockStart ? std::to_string(*options.ClockStart) : "");
+}
+
+}  // namespace sim
