@@ -57,15 +57,19 @@ std::string CLogCapture::Text() const
     return ReadWholeFile(std::getenv("QVFLASHLOG")).substr(m_Before);
 }
 
-CTranscript::CTranscript(const char* pszName)
-    : m_File(fs::path(TRACES) / "library" / (std::string(pszName) + ".txt")), m_Time(sim::CClock::Instance().Now())
+CTranscript::CTranscript(const char* pszName) : m_File(fs::path(TRACES) / "library" / (std::string(pszName) + ".txt"))
 {
+    sim::CClock& clock = sim::CClock::Instance();
+    clock.Wait(1500 * sim::Millisecond - clock.Now() % sim::Second);
+    m_Time = clock.Now();
 }
 
 CTranscript::~CTranscript()
 {
     for (const auto& [text, name] : m_Renamed)
-        for (std::size_t at; (at = m_Text.find(text)) != std::string::npos;) m_Text.replace(at, text.size(), name);
+        for (std::size_t at = 0; (at = m_Text.find(text, at)) != std::string::npos; at += name.size())
+            m_Text.replace(at, text.size(), name);
+    if (m_Text.empty()) return;
     if (std::getenv("FLASHTEST_RECORD"))
         std::ofstream(m_File) << m_Text;
     else
@@ -94,10 +98,17 @@ void CTranscript::Add(const std::string& line)
     m_Logged = log.size();
 }
 
+void CTranscript::Skip()
+{
+    m_Logged = m_Log.Text().size();
+    m_Time = sim::CClock::Instance().Now();
+}
+
 std::string HexDigits(const std::string& bytes)
 {
     std::string digits;
-    for (const char byte : bytes.substr(0, bytes.find_last_not_of('\0') + 1))
+    const std::size_t last = bytes.find_last_not_of('\0');
+    for (const char byte : bytes.substr(0, last == std::string::npos ? 1 : last + 1))
         digits += {"0123456789ABCDEF"[byte >> 4 & 15], "0123456789ABCDEF"[byte & 15]};
     return digits;
 }

@@ -32,8 +32,8 @@ class CLogCapture
 };
 
 // What a test does, line by line; below each line, how far it moved the virtual clock and what it wrote into the debug
-// log. In the end it is held against tests/traces/library/NAME.txt, which FLASHTEST_RECORD in the environment has
-// written anew.
+// log. It starts half a second from where the seconds change. In the end it is held against
+// tests/traces/library/NAME.txt, which FLASHTEST_RECORD in the environment has written anew.
 class CTranscript
 {
   public:
@@ -54,6 +54,9 @@ class CTranscript
     // Leaves the debug log out from here on, or shows it again.
     void ShowLog(bool show) { m_ShowLog = show; }
 
+    // Leaves out what happened since the last line.
+    void Skip();
+
     // Has a text that differs from run to run written as that name.
     void Rename(const std::string& text, const std::string& name) { m_Renamed.emplace_back(text, name); }
 
@@ -69,7 +72,7 @@ class CTranscript
     std::int64_t m_Time;       // ns
 };
 
-// Bytes as digits, without the zeros at the end.
+// Bytes as digits, without the zeros behind the first byte that end them.
 std::string HexDigits(const std::string& bytes);
 
 // Puts the process on a new server with that server.json, and closes the ROM utility driver.

@@ -1,10 +1,13 @@
+#include "component.h"
+
 #include <cstdarg>
 #include <cstring>
 #include <tuple>
 
-#include "component.h"
+#include "componentxml.h"
 #include "tests/support.h"
 #include "util.h"
+#include "zalftbl.h"
 
 namespace
 {
@@ -13,6 +16,7 @@ namespace
 class CTestComponent : public CComponent
 {
   public:
+    using CComponent::GetInstallState;
     using CComponent::m_bInitError;
     using CComponent::m_Discovery;
     using CComponent::m_InstallState;
@@ -23,38 +27,9 @@ class CTestComponent : public CComponent
 
     const char* m_pszResult = "";
     BOOL m_bDiscoverySucceeds = TRUE;
-    int m_Discoveries = 0;
-
-    void Parse(std::vector<std::string> arguments)
-    {
-        std::vector<char*> argv;
-        for (std::string& argument : arguments) argv.push_back(argument.data());
-        ParseCmdLine(static_cast<int>(argv.size()), argv.data());
-        m_Arguments = arguments;
-    }
-    std::vector<std::string> m_Arguments;
-
-    std::string Text(ULONG id)
-    {
-        char szText[1024] = "";
-        EXPECT_TRUE(GetProperty(id, szText, 0, nullptr));
-        return szText;
-    }
-
-    std::string State()
-    {
-        ZALINSTALLSTATE state;
-        EXPECT_TRUE(GetProperty(ZALPROP_INSTALLSTATE, &state, 0, nullptr));
-        return std::to_string(state.nState) + state.szMessage;
-    }
 
   protected:
-    BOOL PerformDiscovery() override
-    {
-        m_Discoveries++;
-        return m_bDiscoverySucceeds;
-    }
-
+    BOOL PerformDiscovery() override { return CComponent::PerformDiscovery() && m_bDiscoverySucceeds; }
     void InstallWorker(InstallParameters* params) override
     {
         CComponent::InstallWorker(params);
@@ -74,20 +49,63 @@ void Logger(const char* format, ...)
     g_Logged += szLine;
 }
 
-// The result, and what is logged.
-std::string Install(CComponent& component)
-{
-    char szResult[64] = "untouched";
-    g_Logged.clear();
-    const ULONG result = component.Install(TRUE, Logger, szResult, sizeof szResult, "en");
-    return std::to_string(result) + " " + g_Logged;
-}
-
 class Component : public testing::Test
 {
   protected:
+    Component()
+        : trace(("component-" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name())).c_str())
+    {
+        trace.Rename(folder.Path().string(), "FOLDER");
+        g_InstallLocalDir = folder.Path().c_str();
+        UseServer(RackServer());
+    }
+
+    // The driver's descriptor is in the log.
+    ~Component() override
+    {
+        for (int fd = 0; fd < 64; fd++) {
+            std::ostringstream number;
+            number << "cruFd [0x" << std::hex << std::uppercase << fd << "]";
+            trace.Rename(number.str(), "cruFd [FD]");
+        }
+    }
+
+    // Writes what a host asks a component for.
+    void Ask(CTestComponent& asked)
+    {
+        for (ULONG id = 0; id <= 10; id++) {
+            union
+            {
+                BOOL Flag;
+                char Text[1024];
+                ZALINSTALLSTATE State;
+            } buffer = {};
+            const BOOL known = asked.GetProperty(id, &buffer, sizeof buffer, nullptr);
+            std::ostringstream stored;
+            if (id <= ZALPROP_VERSIONNEW) stored << buffer.Text;
+            if (id == ZALPROP_INSTALLSTATE) stored << buffer.State.nState << " " << buffer.State.szMessage;
+            if (id > ZALPROP_INSTALLSTATE) stored << buffer.Flag;
+            trace("GetProperty ", id, ": ", known, ", stored \"", stored.str(), "\"");
+        }
+    }
+
+    void Install(const char* pszWhat, CTestComponent& installed)
+    {
+        char szResult[64] = "untouched";
+        g_Logged.clear();
+        const ULONG result = installed.Install(TRUE, Logger, szResult, sizeof szResult, "en");
+        trace(pszWhat, ": Install ", result, ", result text \"", szResult, "\", logger: ", g_Logged);
+    }
+
+    // Puts that inside the package description.
+    void Describe(const std::string& inside) const
+    {
+        folder.Write("qx.xml", "<zal_package>" + inside + "</zal_package>");
+    }
+
     CTestComponent component;
     CTestFolder folder;
+    CTranscript trace;
 };
 
 using CommandLine = Component;
@@ -95,195 +113,124 @@ using ComponentDeathTest = Component;
 
 }  // namespace
 
-TEST_F(Component, StartsWithItsDefaults)
+TEST_F(Component, AnswersItsHost)
 {
-    const std::pair<ULONG, const char*> texts[] = {{ZALPROP_NAME, "(Name)"},
-                                                   {ZALPROP_DESCRIPTION, "(Description)"},
-                                                   {ZALPROP_VERSIONCURRENT, "Unknown"},
-                                                   {ZALPROP_VERSIONNEW, "Unknown"}};
-    for (const auto& text : texts) EXPECT_EQ(text.second, component.Text(text.first));
-    for (ULONG id : {ZALPROP_SUPPORTSILENTINSTALL, ZALPROP_SUPPORTSILENTUPDATE, ZALPROP_SUPPORTDOWNGRADE}) {
-        BOOL flag = FALSE;
-        EXPECT_TRUE(component.GetProperty(id, &flag, 0, nullptr) && flag == TRUE) << id;
-    }
-    CLogCapture log;
-    for (ULONG id : {0u, 9u, 10u}) EXPECT_FALSE(component.GetProperty(id, nullptr, 0, nullptr)) << id;
-    EXPECT_EQ(
-        "CComponent::GetProperty: Unknown property 0\nCComponent::GetProperty: ZALPROP_SETLOGSTRUCT (ignored)\n"
-        "CComponent::GetProperty: Unknown property 10\n",
-        log.Text());
-}
-
-TEST_F(Component, TellsTheInstallStateAndWhy)
-{
-    std::string states;
+    Ask(component);
     for (const char* pszMessage : {"", "why"}) {
         component.SetErrorMessage(pszMessage);
-        for (int state = 0; state <= 9; state++) {
+        for (const int state : {-1, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 0x7FFFFFFF}) {
+            ZALINSTALLSTATE told = {};
             component.m_InstallState = state;
-            states += component.State() + " ";
+            component.m_pszResult = pszMessage;
+            trace("state ", state, ": GetInstallState ", component.GetInstallState(&told), " ", told.nState, " \"",
+                  told.szMessage, "\"");
+            Install("", component);
         }
     }
-    const std::string unknown = "8Internal component error! ";
-    EXPECT_EQ(unknown + "1 2 3 4 5 6 7The component is incomplete or damaged. " + unknown + unknown + unknown +
-                  "1 2 3 4 5 6why 7why " + unknown + unknown,
-              states);
-    component.m_InstallState = 3;
-    CLogCapture log;
-    component.State();
-    const std::string property = "CComponent::GetProperty: ZALPROP_INSTALLSTATE: ";
-    EXPECT_EQ("CComponent::GetInstallState: ZALSTATE_INSTALLEDNEWER\n" + property + "State = 3\n" + property +
-                  "Message = \"\"\n",
-              log.Text());
+    component.m_Properties.bSupportsSilentInstall = FALSE;
+    component.m_Properties.bSupportsSilentUpdate = FALSE;
+    component.m_Properties.bSupportsDowngrade = FALSE;
+    component.m_Properties.sDescription = "a description";
+    component.m_Properties.sCurrentVersion = "1.02";
+    Ask(component);
 }
 
 TEST_F(Component, ChecksTheDriversVersion)
 {
-    const auto state = [](const std::string& server) {
-        UseServer(RackServer(server));
-        CTestComponent fresh;
-        fresh.m_InstallState = ZALSTATE_INSTALLNOTALLOWED;
-        return fresh.Valid_CRUDriver() ? "valid" : fresh.State();
-    };
-    const auto stateOf = [&](const std::string& version) {
-        return state(R"({"driver": {"version": ")" + version + "\"}}");
-    };
-    const std::string required = " is out-of-date. The driver version must be at least 5.5.4.1\n";
-    for (const char* pszVersion : {"5.5.4.1", "5.6.0.0", "6.0.0.0", "5.5.4.65535"})
-        EXPECT_EQ("valid", stateOf(pszVersion)) << pszVersion;
-    for (const std::string version : {"5.5.4.0", "5.5.3.9", "4.9.9.9"})
-        EXPECT_EQ("7CRU Driver version " + version + required, stateOf(version));
-    EXPECT_EQ("7The CRU Driver" + required, state(R"({"faults": {"driver": "refuses"}})"));
-    EXPECT_EQ("7The CRU Driver" + required, state(R"({"faults": {"driver": "fails"}})"));
-    EXPECT_EQ("7CRU driver is not loaded or is not responding\n", state(R"({"driver": null})"));
+    for (const std::string driver :
+         {R"("5.5.4.1")", R"("5.5.4.0")", R"("5.5.3.65535")", R"("5.4.65535.2")", R"("4.65535.9.9")", R"("5.5.5.0")",
+          R"("5.6.0.0")", R"("6.0.0.0")", R"("65535.65534.65533.65532")"}) {
+        UseServer(RackServer(R"({"driver": {"version": )" + driver + "}}"));
+        trace(driver, ": Valid_CRUDriver ", component.Valid_CRUDriver());
+    }
+    for (const char* pszServer :
+         {R"({"faults": {"driver": "refuses"}})", R"({"faults": {"driver": "fails"}})", R"({"driver": null})"}) {
+        UseServer(RackServer(pszServer));
+        trace(pszServer, ": Valid_CRUDriver ", component.Valid_CRUDriver());
+    }
 }
 
 TEST_F(Component, InitializesFromThePackage)
 {
-    folder.Write("qx.xml",
-                 "<zal_package><version value='1.2'/><name><name_xlate lang='en'>Thing</name_xlate></name>"
-                 "<alt_name><alt_name_xlate lang='en'>Other</alt_name_xlate></alt_name></zal_package>");
-    g_InstallLocalDir = folder.Path().c_str();
-    UseServer(RackServer());
-    CLogCapture log;
+    Describe(
+        "<version value='1.2'/><name><name_xlate lang='en'>Thing</name_xlate></name>"
+        "<alt_name><alt_name_xlate lang='en'>Other</alt_name_xlate></alt_name>");
     component.Initialize();
-    EXPECT_FALSE(component.m_bInitError);
-    EXPECT_EQ("Thing Thing 1.2", component.Text(ZALPROP_NAME) + " " + component.Text(ZALPROP_DESCRIPTION) + " " +
-                                     component.Text(ZALPROP_VERSIONNEW));
-    EXPECT_TRUE(log.Has("CComponent::Initialize: Running on Quorvant RK740\n"));
-
+    trace("Initialize: error ", component.m_bInitError);
+    Ask(component);
     g_InstallLocalDir = "/no/such/folder";
     CTestComponent second;
     second.Initialize();
-    EXPECT_TRUE(second.m_bInitError);
-    EXPECT_EQ("(Name)", second.Text(ZALPROP_NAME));
-    EXPECT_TRUE(
-        log.Has("CComponent::Initialize: CComponentXML::Initialize failed\n"
-                "CComponent::Valid_CRUDriver - VALUE OF cruFd [0x"));
+    trace("without a package: error ", second.m_bInitError);
+    g_InstallLocalDir = folder.Path().c_str();
+    second.Initialize();
+    trace("once more, with one: error ", second.m_bInitError);
+    UseServer(RackServer(R"({"driver": null})"));
+    CTestComponent third;
+    third.Initialize();
+    trace("without a driver: error ", third.m_bInitError);
 }
 
-TEST_F(Component, InstallsOnlyWhereItMay)
-{
-    for (int state = 0; state <= 9; state++) {
-        component.m_InstallState = state;
-        component.m_pszResult = "Done.";
-        const bool ok = state == 1 || state == 2 || state == 3 || state == 5;
-        EXPECT_EQ(ok ? "7 Done.\n" : "7 ", Install(component)) << state;
-    }
-    component.m_InstallState = 2;
-    component.m_pszResult = "";
-    CLogCapture log;
-    EXPECT_EQ("7 ", Install(component));
-    EXPECT_EQ("CComponent::Install: Entry\nCComponent::Install: Exit (Result = 7)\n", log.Text());
-}
-
-TEST_F(Component, ReportsHowDiscoveryWent)
+TEST_F(Component, TellsHowDiscoveryWent)
 {
     component.m_InstallState = 2;
-    component.SelfDiscovery();
+    const auto discover = [&](const char* pszWhat) {
+        component.SelfDiscovery();
+        Install(pszWhat, component);
+    };
+    discover("not asked for");
     component.m_Discovery.bEnabled = TRUE;
-    component.SelfDiscovery();
-    EXPECT_EQ(0, component.m_Discoveries);
-    EXPECT_EQ("7 This component does not support discovery!\n", Install(component));
-
+    discover("not supported");
     component.m_Discovery.bSupported = TRUE;
     component.m_bDiscoverySucceeds = FALSE;
-    component.SelfDiscovery();
-    EXPECT_EQ("7 Discovery failed!\n", Install(component));
+    discover("fails");
+    EXPECT_FALSE(std::filesystem::exists(folder.Path() / "d.xml"));
     component.m_bDiscoverySucceeds = TRUE;
     const std::string file = (folder.Path() / "d.xml").string();
-    for (const char* path : {"/no/such/folder/d.xml", "/dev/full", file.c_str()}) {
-        component.m_Discovery.sXmlFileName = path;
-        component.SelfDiscovery();
-        EXPECT_EQ(path == file ? "0 Discovery complete.\n" : "7 Discovery failed!\n", Install(component)) << path;
+    for (const char* pszFile : {"/no/such/folder/d.xml", "/dev/full", file.c_str()}) {
+        component.m_Discovery.sXmlFileName = pszFile;
+        discover(pszFile);
     }
-    EXPECT_EQ(4, component.m_Discoveries);
+    component.m_Discovery.bEnabled = FALSE;
+    discover("no longer asked for");
 }
 
 TEST_F(Component, WritesTheDiscoveryXml)
 {
-    component.m_Discovery.sXmlFileName = (folder.Path() / "d.xml").c_str();
+    const auto write = [&](CTestComponent& written) {
+        written.m_Discovery.sXmlFileName = (folder.Path() / "d.xml").c_str();
+        trace("WriteDiscoveryXml ", written.WriteDiscoveryXml());
+        return ReadFile(folder.Path() / "d.xml");
+    };
+    trace(write(component));
     component.m_Properties.sName = "A & \"B\" %NewVersion%";
+    component.m_Properties.sDescription = "not used";
     component.m_Properties.sCurrentVersion = "1.0";
     component.m_Properties.sNewVersion = "2.0";
     component.m_Discovery.sComponentType = "nic";
     component.m_Discovery.sDeviceId = "dev";
     component.m_Discovery.sProductId = "prod";
-    component.m_Discovery.EstimatedDuration = 17;
+    component.m_Discovery.EstimatedDuration = 0x7FFFFFFF;
     component.m_InstallState = ZALSTATE_INSTALLEDNEWER;
-    ASSERT_TRUE(component.WriteDiscoveryXml());
-    EXPECT_EQ(R"(<?xml version="1.0" encoding="UTF-8" standalone="no" ?>
-<qv_rom_discovery version="2.0.1.0">
-  <type value="nic"/>
-  <alt_name value="A & "B" 2.0"/>
-  <version value="2.0"/>
-  <takes_effect value="deferred"/>
-  <devices>
-    <device>
-      <device_id value="dev"/>
-      <product_id value="prod"/>
-      <busnumber value=""/>
-      <devicenumber value=""/>
-      <funcnumber value=""/>
-      <fw_item>
-        <!-- InstallState = 3 -->
-        <type value="dev"/>
-        <firmware_id value="dev"/>
-        <version value="2.0"/>
-        <active_version value="1.0"/>
-        <action value="downgrade"/>
-        <duration value="17"/>
-        <message value=""/>
-        <shared value="no"/>
-      </fw_item>
-    </device>
-  </devices>
-</qv_rom_discovery>
-)",
-              ReadFile(folder.Path() / "d.xml"));
-    EXPECT_STREQ("dev", component.m_Discovery.sFirmwareItemId);
-}
-
-TEST_F(Component, TakesTheTypeFromThePackageAndTheActionFromTheState)
-{
-    const char* const types[][2] = {
-        {"firmware:sd:abc", "abc"}, {"FIRMWARE:nic", "nic"}, {"firmware:sd:", ""}, {"bios", "QLOGIC"}, {"", "QLOGIC"}};
-    const char* const actions[] = {"skip", "rewrite", "upgrade", "downgrade", "skip", "skip", "skip", "skip", "skip"};
-    g_InstallLocalDir = folder.Path().c_str();
-    UseServer(RackServer());
-    for (const auto& [path, type] : types) {
-        folder.Write("qx.xml", std::string("<zal_package><sw_keys><sw_keys_and><sw_key><sw_key_expectedpath>") + path +
-                                   "</sw_key_expectedpath></sw_key></sw_keys_and></sw_keys></zal_package>");
+    trace(write(component));
+    component.m_Discovery.sFirmwareItemType = "item";
+    component.m_Discovery.sFirmwareItemId = "id";
+    component.m_Discovery.sTakesEffect = "immediate";
+    component.m_Discovery.sDeviceId = "other";
+    trace(write(component));
+    for (const char* pszPath : {"firmware:sd:abc", "FIRMWARE:nic", "firmware:sd:", "firmware:", "bios", ""}) {
+        Describe(std::string("<sw_keys><sw_keys_and><sw_key><sw_key_expectedpath>") + pszPath +
+                 "</sw_key_expectedpath></sw_key></sw_keys_and></sw_keys>");
         CTestComponent fresh;
         fresh.Initialize();
-        fresh.m_Discovery.sXmlFileName = (folder.Path() / "d.xml").c_str();
-        for (int state = 0; state <= 8; state++) {
-            fresh.m_InstallState = state;
-            ASSERT_TRUE(fresh.WriteDiscoveryXml());
-            const std::string xml = ReadFile(folder.Path() / "d.xml");
-            EXPECT_NE(std::string::npos, xml.find(std::string("  <type value=\"") + type + "\"/>\n  <alt"));
-            EXPECT_NE(std::string::npos, xml.find(std::string("<action value=\"") + actions[state] + "\"/>"));
-        }
+        fresh.m_InstallState = 9;
+        const std::string xml = write(fresh);
+        trace("\"", pszPath, "\": ", xml.substr(0, xml.find("alt_name")));
+    }
+    trace.ShowLog(false);
+    for (component.m_InstallState = -1; component.m_InstallState <= 9; component.m_InstallState++) {
+        const std::string xml = write(component);
+        trace("state ", component.m_InstallState, ": ", xml.substr(xml.find("<action"), 28));
     }
 }
 
@@ -297,56 +244,75 @@ TEST_F(ComponentDeathTest, EndsTheProcessOverAnOverlongDiscoveryLine)
     EXPECT_DEATH(component.WriteDiscoveryXml(), "256-byte buffer of ReplaceStr");
 }
 
-TEST_F(CommandLine, FindsItsSwitches)
+TEST_F(CommandLine, IsSearchedForItsSwitches)
 {
-    const std::tuple<std::vector<std::string>, BOOL, const char*, const char*> cases[] = {
-        {{"/opt/x/setup"}, 0, "", nullptr},
-        {{"/opt/x/setup", "/d"}, 1, "/var/zal/setup_disc.xml", nullptr},
-        {{"setup", "/d"}, 1, "/var/zal/_disc.xml", nullptr},
-        {{"/setup", "/d"}, 1, "/var/zal/_disc.xml", nullptr},
-        {{"setup", "-D", "out.xml"}, 1, "out.xml", nullptr},
-        {{"setup", "-d", "a.xml", "/d", "b.xml"}, 1, "b.xml", nullptr},
-        {{"setup", "/d", "my file.xml"}, 1, "my file.xml", nullptr},
-        {{"setup", "/d", "my\tfile.xml"}, 1, "my file.xml", nullptr},
-        {{"/a/setup", "/d", "-y", "dir"}, 1, "/var/zal/setup_disc.xml", "dir"},
-        {{"setup", "/d", "/y", "dir"}, 1, "/y", "dir"},
-        {{"setup", "/y"}, 0, "", "."},
-        {{"x/setup", "/Y", "-d"}, 1, "/var/zal/setup_disc.xml", "."},
-        {{"setup", "/y", "a dir", "/y", "b"}, 0, "", "a dir"},
-        {{"setup", "/dx", "x/d", "/yy"}, 0, "", nullptr},
+    std::vector<std::string> lines[] = {
+        {},
+        {"/opt/x/setup"},
+        {"/opt/x/setup", "/d"},
+        {"setup", "/d"},
+        {"/setup", "/d"},
+        {"x/setup", "-D", "out.xml"},
+        {"setup", "-d", "a.xml", "/d", "b.xml"},
+        {"setup", "/d", "my file.xml"},
+        {"setup", "/d", "my\tfile\t.xml"},
+        {"/a/setup", "/d", "-y", "dir"},
+        {"setup", "/d", "/y", "dir"},
+        {"setup", "/y"},
+        {"x/setup", "/Y", "-d"},
+        {"setup", "/y", "a dir", "/y", "b"},
+        {"setup", "/dx", "x/d", "/yy"},
     };
-    for (const auto& [arguments, enabled, file, location] : cases) {
+    for (std::vector<std::string>& arguments : lines) {
         g_InstallLocalDir = "untouched";
         CTestComponent fresh;
-        fresh.Parse(arguments);
-        std::string line;
-        for (const std::string& argument : arguments) line += argument + "|";
-        EXPECT_EQ(enabled, fresh.m_Discovery.bEnabled) << line;
-        EXPECT_STREQ(file, fresh.m_Discovery.sXmlFileName) << line;
-        EXPECT_STREQ(location ? location : "untouched", g_InstallLocalDir) << line;
-        EXPECT_STREQ(location ? location : ".", fresh.m_Properties.sInstallLocation) << line;
+        std::vector<char*> argv;
+        for (std::string& argument : arguments) argv.push_back(argument.data());
+        fresh.ParseCmdLine(static_cast<int>(argv.size()), argv.data());
+        trace("discovery ", fresh.m_Discovery.bEnabled, " into \"", fresh.m_Discovery.sXmlFileName, "\", by default \"",
+              fresh.m_Discovery.sDefaultXmlFileName, "\"; location \"", fresh.m_Properties.sInstallLocation,
+              "\", folder \"", g_InstallLocalDir, "\"");
     }
+    for (const char* pszText : {"  a b", " \"a b\" c", "\"a b", "\"\" c", "   ", "\ta", ""})
+        trace(pszText, ": GetCmdLineToken \"", GetCmdLineToken(pszText), "\"");
 }
 
-TEST_F(CommandLine, LogsWhatItRead)
+TEST_F(Component, ReadsThePackageDescription)
 {
-    CLogCapture log;
-    component.Parse({"/a/setup", "b\tc\td", "/d", "o", "-y", "dir"});
-    EXPECT_EQ("b c d", component.m_Arguments[1]);
-    EXPECT_EQ(
-        "Command line: /a/setup \"b c d\" /d o -y dir \n"
-        "CComponent::ParseCmdLine - looking for d switch. Offset = [16] \n"
-        "CComponent::ParseCmdLine: Found /d switch\n"
-        "CComponent::ParseCmdLine: DiscoveryXmlFile = o\n"
-        "CComponent::ParseCmdLine: Found /y switch\n"
-        "CComponent::ParseCmdLine:  stub_location = dir\n"
-        "CComponent::GetProperty: ZALPROP_Install_LOCATION = \"dir\"\n",
-        log.Text());
-}
-
-TEST_F(CommandLine, TakesOneToken)
-{
-    const char* const cases[][2] = {{"  a b", "a"}, {" \"a b\" c", "a b"}, {"\"a b", "a b"},
-                                    {"\"\" c", ""}, {"   ", ""},           {"\ta", "\ta"}};
-    for (const auto& c : cases) EXPECT_STREQ(c[1], GetCmdLineToken(c[0]));
+    const std::string name =
+        "<name><name_xlate lang='fr'>Nom</name_xlate><name_xlate lang='en'>Name</name_xlate></name>";
+    const std::string files[][2] = {
+        {"qx.xml", "<a>"},
+        {"qx.xml", "<a/>"},
+        {"qx.xml", "<zal_package/>"},
+        {"qx.xml", "<zal_package><version/><alt_name/><sw_keys/></zal_package>"},
+        {"qx.xml", "<zal_package><version revision='B'/><sw_keys><sw_keys_and/></sw_keys></zal_package>"},
+        {"QXa.XML",
+         "<zal_package><version value='1.2' revision='B'/><version value='9'/>" + name +
+             "<alt_name><alt_name_xlate lang='fr'>Autre</alt_name_xlate></alt_name><sw_keys><sw_keys_and><sw_key "
+             "name='K'/></sw_keys_and></sw_keys></zal_package>"},
+        {"other.xml",
+         "<a><zal_package><version "
+         "value='1.2'/><sw_keys><sw_keys_and><sw_key><sw_key_expectedpath>firmware:x</sw_key_expectedpath></sw_key></"
+         "sw_keys_and></sw_keys>" +
+             name + "</zal_package></a>"},
+        {"none", ""},
+    };
+    for (const auto& [file, text] : files) {
+        const std::string path = folder.Write(file, text);
+        CComponentXML xml;
+        const auto tell = [&](const char* pszMember, LPCTSTR value) { trace(pszMember, " ", value ? value : "null"); };
+        tell("GetName before", xml.GetName("en"));
+        trace(file, " ", text, ": Initialize ", xml.Initialize());
+        for (const char* pszLanguage : {"en", "fr", "de"}) {
+            tell("GetName", xml.GetName(pszLanguage));
+            tell("GetAltName", xml.GetAltName(pszLanguage));
+        }
+        tell("GetVersion", xml.GetVersion());
+        tell("GetRevision", xml.GetRevision());
+        tell("GetCombinedVersion", xml.GetCombinedVersion());
+        tell("GetFirmwareKey", xml.GetFirmwareKey());
+        tell("GetFirmwareType", xml.GetFirmwareType());
+        std::filesystem::remove(path);
+    }
 }

@@ -3,7 +3,6 @@
 #include <tuple>
 
 #include "chif.h"
-#include "sim/base/clock.h"
 #include "tests/library/fakechannel.h"
 #include "tests/support.h"
 
@@ -48,9 +47,6 @@ class Power : public testing::Test
   protected:
     Power()
     {
-        // Half a second from where the seconds change.
-        sim::CClock& clock = sim::CClock::Instance();
-        clock.Wait(1500000000 - clock.Now() % 1000000000);
         g_FakeChannel = CFakeChannel();
         g_FakeChannel.answer[SMIFCMD_I2C_TRANSACTION] = [this](const std::string& packet) { return Answer(packet); };
         m_pChannel = std::make_unique<CChannelInterface>();

@@ -1,8 +1,6 @@
 #include <unistd.h>
 
-#include "componentxml.h"
 #include "tests/support.h"
-#include "util.h"
 #include "zalxml.h"
 
 namespace
@@ -13,14 +11,6 @@ class Xml : public testing::Test
   protected:
     ULONG Parse(const std::string& text) { return m_Reader.ParseFile(m_Folder.Write("doc.xml", text).c_str()); }
     CZalXMLNode* Find(const char* element) { return m_Reader.FindFirstChildOf(nullptr, element, nullptr, nullptr); }
-
-    // The package description's answers, with text as what stands inside zal_package.
-    bool Load(CComponentXML& xml, const std::string& text)
-    {
-        m_Folder.Write("qx1.xml", "<zal_package>" + text + "</zal_package>");
-        g_InstallLocalDir = m_Folder.Path().c_str();
-        return xml.Initialize();
-    }
 
     CTestFolder m_Folder;
     CZalXMLReader m_Reader;
@@ -93,64 +83,4 @@ TEST_F(Xml, CantOpenWhatIsNotForReading)
     const ULONG error = m_Reader.ParseFile(file.c_str());
     ASSERT_TRUE(!isRoot || seteuid(0) == 0);
     EXPECT_EQ(XMLErrFileOpen, error);
-}
-
-TEST_F(Xml, PackageDescriptionAnswers)
-{
-    CComponentXML xml;
-    EXPECT_STREQ("", xml.GetName("en"));
-    ASSERT_TRUE(
-        Load(xml,
-             "<version value='1.2' revision='B'/><version value='9'/><name><name_xlate lang='fr'>Nom</name_xlate>"
-             "<name_xlate lang='en'>Name</name_xlate></name><alt_name><alt_name_xlate lang='fr'>Autre"
-             "</alt_name_xlate></alt_name><sw_keys><sw_keys_and><sw_key name='K'><sw_key_expectedpath>firmware:x"
-             "</sw_key_expectedpath></sw_key></sw_keys_and></sw_keys>"));
-    EXPECT_STREQ("Name", xml.GetName("en"));
-    EXPECT_STREQ("Nom", xml.GetName("fr"));
-    EXPECT_STREQ("Name", xml.GetName("de"));
-    CLogCapture log;
-    EXPECT_FALSE(xml.GetAltName("de"));
-    EXPECT_EQ("CComponentXML::GetTranslatedValue: Can't find alt_name_xlate\n", log.Text());
-    EXPECT_STREQ("1.2(B)", xml.GetCombinedVersion());
-    EXPECT_STREQ("K", xml.GetFirmwareKey());
-    EXPECT_STREQ("firmware:x", xml.GetFirmwareType());
-}
-
-TEST_F(Xml, PackageDescriptionDegradesToEmptyTexts)
-{
-    const std::tuple<const char*, const char*, const char*> cases[] = {
-        {"", "", "CComponentXML::GetFirmwareKey: Can't find sw_keys\n"},
-        {"<version/><sw_keys/>", "", "CComponentXML::GetFirmwareKey: Can't find sw_keys_and\n"},
-        {"<version revision='B'/><sw_keys><sw_keys_and/></sw_keys>", "(B)",
-         "CComponentXML::GetFirmwareKey: Can't find sw_key\n"},
-        {"<version value='1.2'/><sw_keys><sw_keys_and><sw_key name=''/></sw_keys_and></sw_keys>", "1.2",
-         "CComponentXML::GetFirmwareType: Can't find sw_key_expectedpath\n"},
-    };
-    for (const auto& [inside, combined, logged] : cases) {
-        CComponentXML xml;
-        ASSERT_TRUE(Load(xml, inside));
-        EXPECT_STREQ(combined, xml.GetCombinedVersion());
-        EXPECT_STREQ("", xml.GetFirmwareKey());
-        CLogCapture log;
-        EXPECT_STREQ("", xml.GetFirmwareType());
-        EXPECT_EQ(logged, log.Text());
-        EXPECT_STREQ("", xml.GetName("en"));
-    }
-}
-
-TEST_F(Xml, PackageDescriptionIsFoundByName)
-{
-    g_InstallLocalDir = m_Folder.Path().c_str();
-    const auto initialize = [] { return CComponentXML().Initialize(); };
-    CLogCapture log;
-    EXPECT_FALSE(initialize());
-    m_Folder.Write("other.xml", "<a><zal_package/></a>");
-    EXPECT_TRUE(initialize());
-    m_Folder.Write("qxb.xml", "<a/>");
-    EXPECT_FALSE(initialize());
-    m_Folder.Write("qxb.xml", "<a>");
-    EXPECT_FALSE(initialize());
-    for (const char* line : {"Can't find component XML file\n", "other.xml\n", "Can't find zal_package\n",
-                             "CZalXMLReader::ParseFile failed\n"})
-        EXPECT_TRUE(log.Has(line)) << line;
 }
