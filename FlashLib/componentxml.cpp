@@ -59,7 +59,7 @@ LPCTSTR CComponentXML::GetTranslatedValue(LPCTSTR element, LPCTSTR lang)
     if (pTranslation) return pTranslation->GetValue();
 
     _DebugPrintf("CComponentXML::GetTranslatedValue: Can't find %s\n", szName);
-    return nullptr;  // unlike a missing element: intended
+    return nullptr;  // kept: missing-translation (a missing element gives the empty text)
 }
 
 LPCTSTR CComponentXML::GetName(LPCTSTR lang)
@@ -108,7 +108,7 @@ CZalXMLNode* CComponentXML::GetFirstSwKey()
     for (LPCTSTR element : {"sw_keys", "sw_keys_and", "sw_key"}) {
         if (!pNode) return nullptr;
         pNode = pNode->GetFirstChild(element);
-        // The prefix is GetFirmwareKey's for both callers: intended.
+        // kept: software-key-log-prefix
         if (!pNode) _DebugPrintf("CComponentXML::GetFirmwareKey: Can't find %s\n", element);
     }
     return pNode;

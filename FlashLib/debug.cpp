@@ -34,7 +34,7 @@ void _DebugPrintf(const char* format, ...)
         BoundedCopy("the debug log's path", szLogFileName, sizeof szLogFileName,
                     pszVariable ? pszVariable : "/var/zal/flash.debug.log");
     }
-    if (bDebugLoggingEnabled == 0) return;  // nothing sets 0; the test is kept on purpose
+    if (bDebugLoggingEnabled == 0) return;  // kept: log-never-disabled
 
     if (!format) {
         if (pLogFile) {

@@ -136,7 +136,7 @@ BOOL CFwVersion::SetDate(const char* text)
         Day = Decimal(s, 8, 2);
         return TRUE;
     }
-    // No '.' here: intended.
+    // kept: dots-year-first (no '.' here)
     if (length == 10 && (s[2] == '/' || s[2] == '-') && s[5] == s[2] && DigitsAt(s, {0, 3, 6, 8})) {
         Month = Decimal(s, 0, 2);
         Day = Decimal(s, 3, 2);
@@ -188,6 +188,7 @@ int CFwVersion::GetSysRomIndex() const
 
 BOOL CFwVersion::SetDateFromSysRomIndex(int index)
 {
+    // kept: rom-index-asymmetry
     Day = index & 0x1F;
     Month = index & 0x1E0;
     Year = index & 0xFE00;
@@ -216,7 +217,7 @@ CStr CFwVersion::ToString() const
 int CFwVersion::CompareVersion(const CFwVersion* a, const CFwVersion* b)
 {
     if (a->Major == 0 && a->Minor == 0 && b->Major == 0 && b->Minor == 0) {
-        // A byte code on either side hides the word codes: intended.
+        // kept: byte-code-first (it hides the word codes of both sides)
         if (a->VersionByte != 0 || b->VersionByte != 0) return Difference(a->VersionByte, b->VersionByte);
         return Difference(a->VersionWord, b->VersionWord);
     }
@@ -252,7 +253,7 @@ int CFwVersion::CompareDate(const CFwVersion* a, const CFwVersion* b)
 int CFwVersion::Compare(const CFwVersion* a, const CFwVersion* b)
 {
     if (a == b) {
-// The format prints two numbers and a literal "d": intended.
+// kept: version-log-text (the format prints two numbers and a literal "d")
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-extra-args"
         _DebugPrintf("fwversoin::Compare: pver1:  %d:%d:d", a->Major, a->Minor, a->Revision);

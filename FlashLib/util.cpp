@@ -44,7 +44,7 @@ BOOL ReadFileIntoMemory(const char* path, void*& buffer, int& size)
 
         const std::size_t length = static_cast<std::size_t>(position);
         data.reset(new (std::nothrow) char[length]);
-        buffer = data.get();  // kept: short-file-buffer
+        buffer = data.get();  // kept: short-file-buffer (after FALSE it points to released memory)
         if (!data || std::fread(data.get(), 1, length, file.get()) != length) return FALSE;
     }
     buffer = data.release();

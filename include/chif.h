@@ -52,7 +52,8 @@ class FLASHLIB_API CChannelInterface
     void InitChannelDriver();
     void TerminateChannelDriver();
 
-    // Opens the channel anew. A status of 0 without a channel is logged, and returned as 0; this is intended.
+    // Opens the channel anew. When the channel library reports success and hands out no channel, Open logs that
+    // and returns 0.
     int Open();
     void Close();
     BOOL IsOpen() const { return m_hChannel != nullptr; }

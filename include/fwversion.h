@@ -50,7 +50,7 @@ class FLASHLIB_API CFwVersion
 
     // The system ROM's packed date: day in bits 0 to 4, month in 5 to 8, years since 1992 in 9 to 15.
     int GetSysRomIndex() const;
-    // Stores the masked fields as they stand, neither shifted nor with 1992 added: not the inverse, and meant so. TRUE.
+    // Stores the masked fields as they stand, neither shifted nor with 1992 added, so it is not the inverse. TRUE.
     BOOL SetDateFromSysRomIndex(int index);
 
     // "1.23 (09/12/2014)", "1.23", "1A", "09/12/2014" or "Unknown".

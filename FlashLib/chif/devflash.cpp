@@ -52,7 +52,7 @@ BOOL IsLengthValid(const char* pszMethod, int length, int limit = MaxDataLength)
     return (length >= 0 && length <= limit) || LogFailure(pszMethod, "Invalid length");
 }
 
-// Without data a negative length is none; one above the limit is a mistake all the same.
+// Without data a negative length counts as 0. A length above the limit is refused with and without data.
 BOOL IsInputValid(const char* pszMethod, const UCHAR* pData, int length)
 {
     return (!pData && length < 0) || IsLengthValid(pszMethod, length);
@@ -163,7 +163,7 @@ int CChannelInterface::QueryDeviceFlashHandler(const char* pszHandler, ULONG Inp
     if (!flash.RunNoErrWithOverallTimeout(OverallTimeoutInSeconds)) return DeviceFlashStatus_Failed;
 
     HandOut(pOutputValue, flash.response.Out);
-    // All of it, whatever length the reply states: intended.
+    // kept: sub-query-output (all 1024 bytes, whatever length the reply states)
     if (pOutputData) std::memcpy(pOutputData, flash.response.Data, sizeof flash.response.Data);
     HandOut(pOutputDataLength, flash.response.DataLength);
     return flash.Status();

@@ -9,7 +9,7 @@
 namespace
 {
 
-const int PciFunctions = 3;  // of the processor: exactly, not at least
+const int PciFunctions = 3;  // kept: three-functions (exactly, not at least)
 
 const char* const CountPciFunctions =
     "grep -i -e " PLATFORM_MOX_PCI_ID_0 " -e " PLATFORM_MOX_PCI_ID_1 " -e " PLATFORM_MOX_PCI_ID_2

@@ -8,7 +8,7 @@ namespace
 const int BackplaneLimit = SMIFRSP_GET_NVME_BACKPLANE_INFO::MaxBackplanes;
 const int PowerSupplyLimit = sizeof(SMIFRSP_PS_INFO::ps_data) / sizeof(PS_GUID);
 
-const int PowerSupplyTimeout = -1;  // passed on: what it means is the channel library's
+const int PowerSupplyTimeout = -1;  // the channel library knows what it means
 
 const int PowerPICBootLoader = 1 << 3;
 const int BackplaneBootLoader = 1 << 0;
@@ -77,7 +77,7 @@ BOOL CChannelInterface::GetTamberlineVersion(int* pMajor, int* pMinor, int* pPas
 
     HandOut(pMajor, Bits(info.response.StatusAndVersion, 12, 4));
     HandOut(pMinor, Bits(info.response.StatusAndVersion, 8, 4));
-    HandOut(pPass, Bits(info.response.StatusAndFamily, 0, 7));  // of the family word: intended
+    HandOut(pPass, Bits(info.response.StatusAndFamily, 0, 7));  // kept: tamberline-pass
     return TRUE;
 }
 
@@ -152,7 +152,7 @@ BOOL CChannelInterface::ReadPSInfo(UINT32* Data1, UINT16* Data2, UINT16* Data3, 
         HandOut(At(Data4, copied), guid.Data4);
     }
     HandOut(count, copied);
-    // Whatever the arrays hold when nothing was copied: intended.
+    // kept: power-supply-log (what the arrays hold, also when nothing was copied)
     _DebugPrintf("CChannelInterface::ReadPSInfo: PSGUID[0] %d,%d\n", Data1 ? Data1[0] : 0, Data2 ? Data2[0] : 0);
     return TRUE;
 }

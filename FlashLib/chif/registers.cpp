@@ -15,7 +15,7 @@ class CIoAccess : public CExchange<SMIFCMD_IO_ACCESS>
     {
         request.Operation = static_cast<DWORD>(operation);
         request.Index = static_cast<DWORD>(index);
-        response.Status = ~0U;  // in case that the reply is too short for one
+        response.Status = ~0U;  // stays where the reply is too short for a status: not done
     }
 
     BOOL Access()
@@ -72,7 +72,7 @@ BOOL CChannelInterface::ReadIoByte(int Operation, int Index, UCHAR* pValue)
     if (!ChannelAvailable(*this, __func__)) return FALSE;
 
     CIoAccess io(*this, __func__, Operation, Index);
-    // The processor expects the index there too for this operation.
+    // kept: gpo-index (the processor expects it there, too)
     if (Operation == IoAccessOp_GetGPO) io.request.Value = static_cast<BYTE>(Index);
     if (!io.Access()) return FALSE;
 
@@ -135,7 +135,7 @@ BOOL CChannelInterface::I2CTransaction(int Bus, int Address, const UCHAR* pReque
     if (!ChannelAvailable(*this, __func__)) return FALSE;
 
     CExchange<SMIFCMD_I2C_TRANSACTION> i2c(*this, __func__);
-    // A mistake of the caller: nothing is sent.
+    // The caller is mistaken, and nothing is sent.
     if (RequestDataLength < 0 || RequestDataLength > static_cast<int>(sizeof i2c.request.Data) ||
         (RequestDataLength > 0 && !pRequestData))
         return LogFailure(__func__, "SMIFCMD_I2C_TRANSACTION failed");
@@ -175,7 +175,7 @@ BOOL CChannelInterface::GetDeviceStatus(int DeviceID, ULONG* pFlagBits, UCHAR* p
 
 BOOL CChannelInterface::HaltDevice(int DeviceID, int Timeout)
 {
-    return ControlDevice(*this, __func__, DeviceID, DevCtlOp_Halt, static_cast<WORD>(Timeout));  // cut: intended
+    return ControlDevice(*this, __func__, DeviceID, DevCtlOp_Halt, static_cast<WORD>(Timeout));  // kept: halt-timeout
 }
 
 BOOL CChannelInterface::ResumeDevice(int DeviceID)
@@ -189,7 +189,7 @@ BOOL CChannelInterface::SetHostResetMode(int Mode)
 
     CExchange<SMIFCMD_HOST_RESET> reset(*this, __func__);
     reset.request.Mode = static_cast<WORD>(Mode);
-    // Intended: the processor's answer to a reset counts whatever it is in reply to.
+    // kept: host-reset-in-place (any reply counts as the one to this request)
     return reset.RunInPlace();
 }
 

@@ -56,7 +56,7 @@ int CChannelInterface::Open()
     Close();
     const ZALCISTATUS status = ZalCiCreate(nullptr, &m_hChannel, FifoEntries, FifoEntrySize, FifoEntries, FifoEntrySize,
                                            ZalCiNormalPriority, nullptr);
-    // Success without a channel is logged, but is success: intended.
+    // kept: open-without-channel (it is logged, and a success)
     if (status != ZalCiSuccess || !m_hChannel)
         _DebugPrintf("CChannelInterface::Open: %s\n", ZalCiStatusMessage(status));
     return status;

@@ -9,7 +9,7 @@ namespace
 
 const int SwitchLength = 4;  // " /d "
 
-// The name after the last '/', which is not looked for at the first character; empty when there is none.
+// The name after the last '/'; empty when there is none. kept: program-name ('/' as the first character does not count)
 CStr ProgramName(const CStr& path)
 {
     for (int i = path.GetLength() - 1; i >= 1; i--)
@@ -79,7 +79,7 @@ void CComponent::ParseCmdLine(const CStr& commandLine)
     m_Properties.sInstallLocation = location;
     g_InstallLocalDir = m_Properties.sInstallLocation;
     _DebugPrintf("CComponent::ParseCmdLine:  stub_location = %s\n", location.GetAnsiString());
-    // Another function's prefix: intended.
+    // kept: location-log-prefix
     _DebugPrintf("CComponent::GetProperty: ZALPROP_Install_LOCATION = \"%s\"\n",
                  m_Properties.sInstallLocation.GetAnsiString());
 }

@@ -124,12 +124,18 @@ BOOL CComponent::WriteDiscoveryXml()
     _DebugPrintf("CComponent::WriteDiscoveryXml(\"%s\")\n", m_Discovery.sXmlFileName.GetAnsiString());
     FillDiscoveryDefaults();
     const Placeholder placeholders[] = {
-        {"%ComponentType%", m_Discovery.sComponentType},   {"%Description%", m_Properties.sName},  // the name: intended
-        {"%NewVersion%", m_Properties.sNewVersion},        {"%CurrentVersion%", m_Properties.sCurrentVersion},
-        {"%TakesEffect%", m_Discovery.sTakesEffect},       {"%DeviceID%", m_Discovery.sDeviceId},
-        {"%ProductID%", m_Discovery.sProductId},           {"%FirmwareItemType%", m_Discovery.sFirmwareItemType},
-        {"%FirmwareItemID%", m_Discovery.sFirmwareItemId}, {"%InstallState%", Number(m_InstallState)},
-        {"%Action%", ActionName(m_InstallState)},          {"%Duration%", Number(m_Discovery.EstimatedDuration)},
+        {"%ComponentType%", m_Discovery.sComponentType},
+        {"%Description%", m_Properties.sName},  // kept: xml-description
+        {"%NewVersion%", m_Properties.sNewVersion},
+        {"%CurrentVersion%", m_Properties.sCurrentVersion},
+        {"%TakesEffect%", m_Discovery.sTakesEffect},
+        {"%DeviceID%", m_Discovery.sDeviceId},
+        {"%ProductID%", m_Discovery.sProductId},
+        {"%FirmwareItemType%", m_Discovery.sFirmwareItemType},
+        {"%FirmwareItemID%", m_Discovery.sFirmwareItemId},
+        {"%InstallState%", Number(m_InstallState)},
+        {"%Action%", ActionName(m_InstallState)},
+        {"%Duration%", Number(m_Discovery.EstimatedDuration)},
     };
 
     CFile file(std::fopen(m_Discovery.sXmlFileName.GetAnsiString(), "wt"));

@@ -75,7 +75,7 @@ void CComponent::Initialize()
 {
     _DebugPrintf("CComponent::Initialize()\n");
     m_bInitError = FALSE;
-    m_pXML = new (std::nothrow) CComponentXML;  // a second call leaks the first reader: intended
+    m_pXML = new (std::nothrow) CComponentXML;  // kept: second-initialize (leaks the first reader)
     if (!m_pXML) {
         _DebugPrintf("CComponent::Initialize: Can't allocate CComponentXML object\n");
         m_bInitError = TRUE;
@@ -84,7 +84,7 @@ void CComponent::Initialize()
         m_bInitError = TRUE;
     } else {
         m_Properties.sName = m_pXML->GetName("en");
-        m_Properties.sDescription = m_pXML->GetName("en");  // not the alternative name: intended
+        m_Properties.sDescription = m_pXML->GetName("en");  // kept: description-is-name
         m_Properties.sNewVersion = m_pXML->GetVersion();
         CSystem system;
         _DebugPrintf("CComponent::Initialize: Running on %s\n", system.GetProductName().GetAnsiString());
@@ -125,7 +125,7 @@ BOOL CComponent::Valid_CRUDriver()
 BOOL CComponent::GetProperty(ULONG id, PVOID buffer, ULONG, LPCTSTR)
 {
     const auto text = [buffer](const char* name, const CStr& value) {
-        std::strcpy(static_cast<char*>(buffer), value.GetAnsiString());
+        std::strcpy(static_cast<char*>(buffer), value.GetAnsiString());  // kept: property-length
         _DebugPrintf("CComponent::GetProperty: %s = \"%s\"\n", name, value.GetAnsiString());
         return TRUE;
     };

@@ -120,7 +120,7 @@ BOOL CFlashTable::GetTableFromBootBlock(const char* name)
     m_TableSize = static_cast<int>(info.TableSize);
     if (m_HeaderSize == 0) {
         _DebugPrintf("CFlashTable::GetTableFromBootBlock: Header not found\n");
-        return TRUE;  // intended: DoFlash tells of the missing table
+        return TRUE;  // kept: missing-table-told-late (by DoFlash)
     }
 
     m_pHeader = reinterpret_cast<ZALFLSH_HEADER*>(AllocateCopy(m_HeaderSize));
@@ -196,7 +196,7 @@ BOOL CFlashTable::ExecuteSetupTable(BOOL isSps)
     _DebugPrintf("CFlashTable::ExecuteSetupTable()\n");
     TABLE_EXEC_REQUEST request = Request(FlashTable_Setup);
     request.IsSpsFlash = static_cast<BYTE>(isSps);
-    return ExecuteTable(&request);  // the status is not looked at: intended
+    return ExecuteTable(&request);  // kept: setup-status
 }
 
 BOOL CFlashTable::ExecuteBackupTable(const void* buffer, int size)

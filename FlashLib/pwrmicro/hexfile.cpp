@@ -37,7 +37,7 @@ struct CHexDigits
     UINT8 Nibble[256];
 };
 
-// A character that is no upper-case digit has a nibble too. That of a lower-case digit is too large by 0x20: intended.
+// Every character has a nibble. kept: hex-lower-case (that of a lower-case digit is too large by 0x20)
 constexpr CHexDigits MakeHexDigits()
 {
     CHexDigits digits{};
@@ -51,7 +51,7 @@ constexpr CHexDigits MakeHexDigits()
 
 constexpr CHexDigits HexDigits = MakeHexDigits();
 
-// The second character may be anything: intended.
+// kept: hex-second-digit (it may be any character)
 UINT8 DecodePair(const UINT8* pPair)
 {
     return static_cast<UINT8>(HexDigits.Nibble[pPair[0]] << 4 | HexDigits.Nibble[pPair[1]]);
@@ -91,7 +91,7 @@ class CHexReader
         if (sum != 0) return Refuse("Invalid checksum", record.Offset);
         if (record.Count() != record.Size - CHexRecord::Overhead) return Refuse("Invalid record size", record.Offset);
 
-        m_Position++;  // whatever follows a record, it is not looked at: intended
+        m_Position++;  // kept: hex-after-record (nobody looks at that character)
         return TRUE;
     }
 
@@ -135,7 +135,7 @@ class CHexReader
     std::size_t m_Position;  // may stand one past the end
 };
 
-// Where the data goes that is extracted; nowhere without a buffer.
+// The binary image that takes the extracted data. Without a buffer it takes none.
 class CHexImage
 {
   public:
@@ -150,7 +150,7 @@ class CHexImage
     BOOL Store(const CHexRecord& record)
     {
         if (!m_pBuffer || record.Count() == 0 || m_ExtendedAddress != 0) return TRUE;
-        if (record.Address() + record.Count() >= m_Size) return FALSE;  // the last byte stays free: intended
+        if (record.Address() + record.Count() >= m_Size) return FALSE;  // kept: hex-last-byte
         std::memcpy(m_pBuffer + record.Address(), record.Data(), static_cast<std::size_t>(record.Count()));
         return TRUE;
     }

@@ -31,7 +31,7 @@ const UINT16 WriteData_Failed = 0xFFFF;
 // An end-of-file record in binary.
 const UINT8 ResetPacket[] = {0x00, 0x00, 0x00, 0x01, 0xFF};
 
-// The order within each list is intended. Not const: SaveRegisters and RestoreRegisters take them so.
+// kept: register-order. The lists are not const because SaveRegisters and RestoreRegisters take them so.
 
 CRegisterList OpalSavedRegisterList[] = {
     {0x16, 0x0001},
@@ -115,7 +115,7 @@ BOOL CPowerMicro::Unlock()
 
 void CPowerMicro::OpenKeyhole()
 {
-    // Whatever fails here, the rest is done: the controller's status decides.
+    // A step that fails does not stop the next: the controller's status tells whether the keyhole opened.
     UINT16 control = 0;
     if (!ReadRegister(m_ControlRegister, &control)) {
         _DebugPrintf("CPowerMicro::Unlock: Can't read PWRMICRO_REG_CONTROL_REGISTER\n");
@@ -231,7 +231,7 @@ BOOL CPowerMicro::SaveState()
     } else if (m_ControllerType == ControllerType_Brisk) {
         _DebugPrintf("CPowerMicro::SaveState: Adding Brisk register set\n");
         m_RegisterList[1] = m_RegisterList[0];
-        m_RegisterList[0] = BriskSavedRegisterList;  // first, unlike Quillon's: intended
+        m_RegisterList[0] = BriskSavedRegisterList;  // kept: brisk-list-first
     }
 
     static_assert(sizeof BriskSavedRegisterList + sizeof OpalSavedRegisterList <=

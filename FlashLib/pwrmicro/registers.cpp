@@ -9,7 +9,7 @@ namespace
 
 const int DefaultMaxRetries = 15;  // where the register set asks for no other number
 
-// What makes the sum of the bytes, and of itself, 0.
+// The byte that brings the sum of the bytes to 0.
 UINT8 Checksum(const UINT8* pBytes, int length)
 {
     int sum = 0;
@@ -42,7 +42,7 @@ PowerControllerRegisterSet RegisterSetOfType(PowerControllerType type)
     return type == ControllerType_Zephyra ? RegisterSet_Zephyra : RegisterSet_Unknown;
 }
 
-// The one that the others present on a system of that type.
+// The register set that Quillon and Brisk controllers present on a system of that type.
 PowerControllerRegisterSet RegisterSetOfSystem(int systemType)
 {
     switch (systemType) {
@@ -58,7 +58,7 @@ PowerControllerRegisterSet RegisterSetOfSystem(int systemType)
     }
 }
 
-// The one that the others say they present, by the mode in their flags register.
+// The register set that Quillon and Brisk controllers tell in their flags register.
 PowerControllerRegisterSet RegisterSetOfMode(int mode)
 {
     if (mode == 1) return RegisterSet_Opal;
@@ -239,7 +239,7 @@ BOOL CPowerMicro::ReadRegisterSet()
     m_MaxRetries = DefaultMaxRetries;
     if (m_ControllerType == ControllerType_Brisk) {
         UINT16 status = 0;
-        if (!ReadStatus("GetVersion", &status)) return FALSE;  // logged under that name: intended
+        if (!ReadStatus("GetVersion", &status)) return FALSE;  // kept: brisk-log-name
         if (status & PowerStatus_BootLoader) {
             m_RegisterSet = RegisterSet_Unavailable;
             return TRUE;

@@ -34,7 +34,7 @@ void CBaseArray::RemoveAll()
     while (m_pFirstElement) {
         CBaseArrayElement* pElement = m_pFirstElement;
         m_pFirstElement = pElement->m_pNextElement;
-        delete pElement;
+        delete pElement;  // kept: array-data (m_pData stays)
     }
     m_nSize = 0;
 }

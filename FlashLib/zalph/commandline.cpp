@@ -71,7 +71,7 @@ BOOL CCommandLine::VerifySyntax(CStr syntax) const
 {
     for (int i = 0; i < GetNumArgs(); i++) {
         const CStr option = GetArgOption(i);
-        if (syntax.Find(option) < 0) return FALSE;
+        if (syntax.Find(option) < 0) return FALSE;  // kept: loose-syntax
         if (HasArgParam(i) && (syntax.Find(option + ":") < 0 || GetArgParam(i).IsEmpty())) return FALSE;
     }
     return TRUE;

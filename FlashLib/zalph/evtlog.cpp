@@ -75,7 +75,7 @@ bool SendRequest(int fd, int netFunction, int command, void* request, int reques
     return ioctl(fd, SendCommand, &message) >= 0;
 }
 
-// A time-out counts as an answer: the receive that follows then fails.
+// Waits for an answer; false when that fails. After a time-out it returns true, and the receive that follows fails.
 bool WaitForAnswer(int fd)
 {
     for (;;) {

@@ -120,7 +120,7 @@ WORD CSystemCommon::GetPlatformIDValue()
 BOOL CSystemCommon::IsBlade()
 {
     CStr name = GetProductName();
-    // In this order only: "Quorvant QV JT.." is no blade.
+    // kept: blade-prefixes (in this order only: "Quorvant QV JT.." is no blade)
     for (LPCTSTR prefix : {"QV ", "Quorvant "}) {
         const int length = CStr(prefix).GetLength();
         if (name.Left(length) == prefix) name = name.Mid(length);

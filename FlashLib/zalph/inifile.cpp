@@ -19,8 +19,7 @@ bool ReadLine(const CFile& file, CStr& line)
 {
     char szLine[1024];
     if (!std::fgets(szLine, sizeof szLine, file.get())) return false;
-    line = Trimmed(szLine +
-                   std::strspn(szLine, " "));  // before the line end goes, so spaces in front of it stay: intended
+    line = Trimmed(szLine + std::strspn(szLine, " "));  // kept: spaces-before-line-end
     line.TrimRight('\n');
     line.TrimRight('\r');
     return true;
@@ -138,7 +137,7 @@ CStr CINIKey::GetTerm(int index, const CStr& separator) const
     int n = 0;
     for (int position = rest.Find(separator); position >= 0; position = rest.Find(separator), n++) {
         if (n == index) return Trimmed(rest.Left(position));
-        rest = Trimmed(rest.Mid(position + 1));
+        rest = Trimmed(rest.Mid(position + 1));  // kept: long-separator
     }
     return n == index ? rest : CStr();
 }
@@ -209,7 +208,7 @@ void CINIFile::ReadFile()
             endsInKey = true;
         }
     }
-    if (endsInKey) m_sectionArray.Add(section);
+    if (endsInKey) m_sectionArray.Add(section);  // kept: last-section
 }
 
 BOOL CINIFile::IsValid() const

@@ -27,7 +27,7 @@ const int Type_ReservedMemory = 229;
 const DWORD FlashBufferSignature = 0x42525324;  // "$SRB"
 const DWORD FlashBufferSignatureReversed = 0x24535242;
 
-const int MaxPalIndex = 6;  // one more than the record declares; the bound is intended
+const int MaxPalIndex = 6;  // kept: pal-index-six (the record declares six, 0 to 5)
 
 // Zeros behind the copy of a table, so that a walk over a table shorter than its structure count says, and a string
 // number beyond the string set, stay inside: two bytes a structure, and room for the last record and its strings.
@@ -45,7 +45,7 @@ unsigned char* getMemoryFromDeviceREAD(const char* path, unsigned int& size, int
     std::unique_ptr<unsigned char[]> buffer(new unsigned char[RegionSize + sizeof(SMBIOSEntryPoint)]());
     const ssize_t result = read(node.Get(), buffer.get(), nbytes ? static_cast<std::size_t>(nbytes) : RegionSize);
     if (result == 0) return nullptr;
-    size = static_cast<unsigned int>(result);  // kept: smbios-node-error
+    size = static_cast<unsigned int>(result);  // kept: smbios-node-error (a failed read counts as data)
     return buffer.release();
 }
 
@@ -109,7 +109,7 @@ void CSMBIOS::FindTable()
         if (std::memcmp(pEntry->sAnchorString, "_SM_", 4) != 0) continue;
 
         _DebugPrintf("Found SMBIOS_ANCHOR\n");
-        // A false anchor ends the search, and checksums are not verified; both are intended.
+        // kept: false-anchor (it ends the search, and nobody verifies the checksums)
         if (std::memcmp(pEntry->sIntermediateAS, "_DMI_", 5) == 0) {
             m_dwPhysicalAddress = pEntry->dwSTAddr;
             m_dwNumStructures = pEntry->wNumStructures;
@@ -124,7 +124,7 @@ void CSMBIOS::FindTable()
 
 BOOL CSMBIOS::Initialize()
 {
-    if (m_pRecordBase) return TRUE;
+    if (m_pRecordBase) return TRUE;  // kept: smbios-one-try (also after a failed read of the table)
 
     FindTable();
     if (m_dwPhysicalAddress == 0 || m_dwTableLength == 0) {

@@ -19,7 +19,7 @@ class FLASHLIB_API CBaseArray
     PVOID operator[](int index) const;
     // Number of elements.
     int GetSize() const;
-    // Empties the array. What the pointers point to is never released, here and in every array below: intended.
+    // Empties the array. No array here releases what its pointers point to.
     void RemoveAll();
 
   protected:

@@ -26,8 +26,7 @@ class FLASHLIB_API CCommandLine
     int FindArgOption(CStr option) const;
 
     // TRUE when every option occurs somewhere in the syntax text, and every option with a parameter occurs there with a
-    // ':' behind it and has one that is not empty. Part of a longer option will do, and a parameter may be left out:
-    // both are intended.
+    // ':' behind it and has one that is not empty. Part of a longer option passes, and a parameter may be left out.
     BOOL VerifySyntax(CStr syntax) const;
 
   private:

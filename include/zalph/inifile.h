@@ -42,7 +42,7 @@ class FLASHLIB_API CINIKey
     CStr GetName() const;
     CStr GetValue() const;
     // The piece of the value at index, counted from 0, between separators of one character, without blanks around it;
-    // empty when there are fewer. Of a longer separator all but the first character stay with the next piece: intended.
+    // empty when there are fewer. Of a longer separator all but the first character stay with the next piece.
     CStr GetTerm(int index, const CStr& separator) const;
 
   private:
@@ -100,8 +100,8 @@ class FLASHLIB_API CINIFile
 
   protected:
     // Adds the file's sections. A line of more than 1023 characters counts as several. Lines that begin with ';' are
-    // comments. A section counts only when another follows or its last key is the file's last line: one that ends in
-    // an empty line or a comment is dropped, as is intended.
+    // comments. A section counts only when another follows or its last key is the file's last line: the last section of
+    // a file that ends in an empty line or a comment is dropped.
     void ReadFile();
 
   private:
