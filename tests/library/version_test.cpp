@@ -111,7 +111,8 @@ TEST(FwVersion, PrintsAndPacksWhatIsThere)
         CFwVersion version = Record(pszFields);
         const int index = version.GetSysRomIndex();
         trace(pszFields, ":", Describe(version), " GetSysRomIndex ", index);
-        trace("SetDateFromSysRomIndex ", version.SetDateFromSysRomIndex(index), ":", Describe(version));
+        const BOOL set = version.SetDateFromSysRomIndex(index);
+        trace("SetDateFromSysRomIndex ", set, ":", Describe(version));
     }
     trace("NullVersion:", Describe(CFwVersion::NullVersion), " ", CFwVersion::NullVersion.MajorMinorFormat);
 }
