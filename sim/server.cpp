@@ -5,14 +5,14 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <map>
 #include <mutex>
-#include <stdexcept>
+#include <optional>
 
 #include "sim/bmc/ipminode.h"
-#include "sim/devices.h"
 #include "sim/images/romimage.h"
+#include "sim/rom/romdrivernode.h"
+#include "sim/smbios/smbiosnode.h"
 
 namespace sim
 {
@@ -28,18 +28,22 @@ struct DeviceNode
     std::unique_ptr<IDevice> (*Open)(CServer& server);
 };
 
-std::unique_ptr<IDevice> OpenIpmi(CServer& server)
-{
-    return OpenIpmiNode(server.GetBmc(), server.GetDescription().Ipmi);
-}
-
 // What follows is never destroyed: calls come in until the very end of the process.
 const std::map<std::string, DeviceNode>& DeviceNodes()
 {
+    static const auto smbios = [](CServer& server) {
+        return OpenSmbiosNode(server.GetSmbios(), server.GetDescription().Smbios.Fault);
+    };
+    static const auto romDriver = [](CServer& server) {
+        return OpenRomDriver(server.GetMemory(), server.GetDescription().RomDriver);
+    };
+    static const auto ipmi = [](CServer& server) {
+        return OpenIpmiNode(server.GetBmc(), server.GetDescription().Ipmi);
+    };
     static const auto& nodes = *new std::map<std::string, DeviceNode>{
-        {"/vmfs/devices/char/mem/smbios", {O_RDONLY, OpenSmbiosNode}},
-        {"/dev/qvrcru", {O_RDWR, OpenRomUtilityDriver}},
-        {"/dev/ipmi0", {O_RDWR, OpenIpmi}},
+        {"/vmfs/devices/char/mem/smbios", {O_RDONLY, smbios}},
+        {"/dev/qvrcru", {O_RDWR, romDriver}},
+        {"/dev/ipmi0", {O_RDWR, ipmi}},
     };
     return nodes;
 }
@@ -56,38 +60,28 @@ CServer::CServer(const std::filesystem::path& folder, const RunOptions& options)
     : m_Folder(folder),
       m_Description(ReadDescription(folder, options.Faults)),
       m_Journal(folder, options),
-      m_FlashPart(m_Description, folder, m_Journal),
+      m_FlashPart(m_Description.FlashPart, m_Folder, m_Journal),
       m_Bmc(m_Description.Ipmi, folder, m_Journal)
 {
     if (m_Description.Processor) {
         m_pProcessor = std::make_unique<CProcessor>(*m_Description.Processor, folder, m_Journal);
         m_pChannelDriver = std::make_unique<CChannelDriver>(*m_pProcessor, *m_Description.Processor, m_Journal);
     }
-    const PowerPicDescription* pPowerPic = m_pProcessor ? m_pProcessor->GetPowerPicDescription() : nullptr;
-    m_Smbios = m_Description.SmbiosDump.empty()
-                   ? BuildSmbios(m_Description, m_FlashPart.GetRunningRom(), pPowerPic, SmbiosAddress)
-                   : ReadSmbiosDump(m_Description.SmbiosDump, SmbiosAddress);
+    m_Smbios = MakeSmbios();
     const SMBIOS_RESERVED_BUFFER buffer = FindFlashBuffer(m_Smbios);
     m_FlashPart.SetBuffer(static_cast<DWORD>(buffer.Address), buffer.Size);
-    MapMemory(BiosAreaAddress, m_FlashPart.GetBiosArea());
-    MapMemory(SmbiosAddress, m_Smbios.Table);
+    m_Memory.Map(BiosAreaAddress, m_FlashPart.GetRunning().BiosArea);
+    m_Memory.Map(SmbiosAddress, m_Smbios.Table);
 }
 
-void CServer::MapMemory(std::uint32_t address, std::vector<std::uint8_t> bytes)
+SmbiosTables CServer::MakeSmbios() const
 {
-    m_Memory.insert(m_Memory.begin(), {address, std::move(bytes)});
-}
-
-bool CServer::ReadMemory(std::uint32_t address, void* buffer, std::size_t size) const
-{
-    for (const Region& region : m_Memory) {
-        if (address < region.Address) continue;
-        const std::size_t offset = address - region.Address;
-        if (offset > region.Bytes.size() || size > region.Bytes.size() - offset) continue;
-        std::memcpy(buffer, region.Bytes.data() + offset, size);
-        return true;
-    }
-    return false;
+    const SmbiosDescription& smbios = m_Description.Smbios;
+    if (!smbios.Dump.empty()) return ReadSmbiosDump(smbios.Dump, SmbiosAddress);
+    std::optional<PowerPicFirmware> powerPic;
+    if (const PowerPicDescription* pPowerPic = m_pProcessor ? m_pProcessor->GetPowerPicDescription() : nullptr)
+        powerPic = {pPowerPic->Version, pPowerPic->BootLoader};
+    return BuildSmbios(smbios, m_FlashPart.GetRunning().Rom, powerPic, SmbiosAddress);
 }
 
 bool CServer::OwnsPath(const std::string& path)
@@ -102,6 +96,12 @@ std::unique_ptr<IDevice> CServer::Open(const std::string& path, int flags)
     if (!pDevice || (flags & O_ACCMODE) == node.Mode) return pDevice;
     errno = EACCES;
     return nullptr;
+}
+
+void RestartServer(const std::filesystem::path& folder, const RunOptions& options)
+{
+    CServerFolder(folder).Restart();
+    CJournal(folder, options).Write("server restart");
 }
 
 void EndProcess(const std::exception& error)

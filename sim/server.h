@@ -1,15 +1,14 @@
-// A simulated server: its memory and its device nodes.
+// A simulated server: ties its rooms together.
 #pragma once
 
-#include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "sim/base/device.h"
 #include "sim/base/journal.h"
+#include "sim/base/memory.h"
 #include "sim/base/runoptions.h"
 #include "sim/base/state.h"
 #include "sim/bmc/bmc.h"
@@ -33,18 +32,13 @@ class CServer
 
     const ServerDescription& GetDescription() const { return m_Description; }
     const SmbiosTables& GetSmbios() const { return m_Smbios; }
+    CMemory& GetMemory() { return m_Memory; }
     CFlashPart& GetFlashPart() { return m_FlashPart; }
     CBmc& GetBmc() { return m_Bmc; }
 
     // Null without a management processor.
     const CProcessor* GetProcessor() const { return m_pProcessor.get(); }
     CChannelDriver* GetChannelDriver() { return m_pChannelDriver.get(); }
-
-    // Gives a range of addresses contents, ahead of what the server has there.
-    void MapMemory(std::uint32_t address, std::vector<std::uint8_t> bytes);
-
-    // Copies size bytes at a physical address; false when not all of them are there.
-    bool ReadMemory(std::uint32_t address, void* buffer, std::size_t size) const;
 
     // True for a path that the server plays, whether or not it has such a device.
     static bool OwnsPath(const std::string& path);
@@ -53,11 +47,7 @@ class CServer
     std::unique_ptr<IDevice> Open(const std::string& path, int flags);
 
   private:
-    struct Region
-    {
-        std::uint32_t Address;
-        std::vector<std::uint8_t> Bytes;
-    };
+    SmbiosTables MakeSmbios() const;
 
     CServerFolder m_Folder;
     const ServerDescription m_Description;
@@ -67,8 +57,12 @@ class CServer
     std::unique_ptr<CProcessor> m_pProcessor;
     std::unique_ptr<CChannelDriver> m_pChannelDriver;
     SmbiosTables m_Smbios;
-    std::vector<Region> m_Memory;
+    CMemory m_Memory;
 };
+
+// Restarts the server in a folder, with no program on it: what was flashed and waits for that then runs. Throws
+// std::runtime_error with a sentence for the user.
+void RestartServer(const std::filesystem::path& folder, const RunOptions& options = ReadRunOptions());
 
 // Says why the simulation can't go on, and ends the process: no exception may enter the installer.
 [[noreturn]] void EndProcess(const std::exception& error);

@@ -1,18 +1,11 @@
 // zalsim: runs an unmodified installer on a simulated server.
-#include <dlfcn.h>
-#include <elf.h>
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
@@ -21,6 +14,7 @@
 
 #include "sim/base/runoptions.h"
 #include "sim/images/firmwareversion.h"
+#include "sim/program.h"
 #include "sim/server.h"
 
 namespace
@@ -51,22 +45,36 @@ void DescribeProcessor(const sim::CServer& simulated)
                     pPowerPic->BootLoader ? "runs its boot loader" : sim::VersionText(pPowerPic->Version).c_str());
 }
 
+std::string RomText(const sim::StartedRom& started)
+{
+    const sim::RomDescription& rom = started.Rom;
+    if (started.BootBlock) return rom.Family + ", incomplete: runs on its boot block";
+    return rom.Family.empty() ? "" : rom.Family + " v" + rom.Version + " (" + rom.Date + ")";
+}
+
+std::string DriverText(const sim::RomDriverDescription& driver)
+{
+    if (!driver.Version) return "";
+    std::string text;
+    for (const unsigned number : *driver.Version) text += (text.empty() ? "" : ".") + std::to_string(number);
+    return text;
+}
+
 void Describe(sim::CServer& simulated)
 {
     const sim::ServerDescription& server = simulated.GetDescription();
-    const sim::RomDescription& rom = simulated.GetFlashPart().GetRunningRom();
     const auto line = [](const char* name, const std::string& value) {
         std::printf("  %-14s %s\n", name, value.empty() ? "none" : value.c_str());
     };
-    line("product", server.Product);
-    line("system ROM", rom.Family.empty() ? ""
-                       : simulated.GetFlashPart().RunsOnBootBlock()
-                           ? rom.Family + ", incomplete: runs on its boot block"
-                           : rom.Family + " v" + rom.Version + " (" + rom.Date + ")");
-    line("ROM driver", server.DriverVersion);
-    line("SMBIOS", server.Smbios == sim::SmbiosFault::Missing ? ""
-                   : server.SmbiosDump.empty()                ? "built from the description"
-                                                              : server.SmbiosDump.string());
+    line("product", server.Smbios.Product);
+    const std::string running = RomText(simulated.GetFlashPart().GetRunning());
+    const std::string next = RomText(simulated.GetFlashPart().GetNext());
+    line("system ROM", running);
+    if (next != running) line("  after restart", next);
+    line("ROM driver", DriverText(server.RomDriver));
+    line("SMBIOS", server.Smbios.Fault == sim::SmbiosFault::Missing ? ""
+                   : server.Smbios.Dump.empty()                     ? "built from the description"
+                                                                    : server.Smbios.Dump.string());
     DescribeProcessor(simulated);
 }
 
@@ -107,52 +115,16 @@ nlohmann::json FaultPatch(const std::vector<std::string>& faults)
     return patch;
 }
 
-// The preloaded library sees only programs of its own word size: says so instead of letting the loader skip it.
-bool IsOtherWordSize(const std::string& program)
-{
-    unsigned char ident[EI_NIDENT] = {};
-    std::ifstream(program, std::ios::binary).read(reinterpret_cast<char*>(ident), sizeof ident);
-    const int own = sizeof(void*) == 4 ? ELFCLASS32 : ELFCLASS64;
-    return std::memcmp(ident, ELFMAG, SELFMAG) == 0 && ident[EI_CLASS] != own;
-}
-
-// What to preload: the simulation, behind the sanitizer's run-time where there is one, which must come first.
-std::string PreloadList()
-{
-    std::string list;
-#ifdef __SANITIZE_ADDRESS__
-    Dl_info info = {};
-    if (dladdr(dlsym(RTLD_DEFAULT, "__asan_init"), &info)) list = std::string(info.dli_fname) + ":";
-#endif
-    const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
-    fs::path library = folder / "libzalsim.so";
-    if (!fs::exists(library)) library = folder.parent_path() / "lib" / "flashlib" / "libzalsim.so";  // installed
-    // Without it the installer would run on the real host. The loader takes the list apart at blanks and colons, so a
-    // path that has some goes by a descriptor, which the installer inherits.
-    const std::string path = library.string();
-    const bool separates = path.find_first_of(" :") != std::string::npos;
-    const int fd = open(path.c_str(), O_RDONLY | (separates ? 0 : O_CLOEXEC));
-    if (fd < 0) throw std::runtime_error("can't open " + path + ": " + std::strerror(errno));
-    list += separates ? "/proc/self/fd/" + std::to_string(fd) : path;
-    if (const char* pszOthers = std::getenv("LD_PRELOAD")) list += std::string(":") + pszOthers;
-    return list;
-}
-
 int Run(const std::vector<std::string>& command)
 {
-    if (IsOtherWordSize(command[0])) {
-        std::fprintf(stderr, "zalsim: %s is not a %zu-bit program, and this simulation is for such programs only.\n",
-                     command[0].c_str(), 8 * sizeof(void*));
-        return sim::CouldNotRun;
+    const char* pszProgram = command[0].c_str();
+    const std::string why = sim::WhyNotSimulated(command[0]);
+    if (why.empty()) {
+        sim::Become(command);
+        std::fprintf(stderr, "zalsim: can't run %s: %s\n", pszProgram, std::strerror(errno));
+    } else {
+        std::fprintf(stderr, "zalsim: %s is %s. It was not run.\n", pszProgram, why.c_str());
     }
-    setenv("LD_PRELOAD", PreloadList().c_str(), 1);
-
-    std::vector<char*> arguments;
-    arguments.reserve(command.size() + 1);
-    for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
-    arguments.push_back(nullptr);
-    execv(arguments[0], arguments.data());
-    std::fprintf(stderr, "zalsim: can't run %s: %s\n", arguments[0], std::strerror(errno));
     return sim::CouldNotRun;
 }
 
@@ -169,10 +141,12 @@ int main(int argc, char** argv)
     bool describe = false;
     bool showLog = false;
     bool realTime = false;
+    bool restart = false;
     std::optional<std::int64_t> clockStart;
     std::vector<std::string> command;
     app.add_option("--server", folder, "Folder of the server: its server.json and its state")->required();
     app.add_flag("--describe", describe, "Print what the server is");
+    app.add_flag("--restart", restart, "Restart the server first: what was flashed and waits for that then runs");
     app.add_option("--dump-smbios", dumpFile, "Write the server's SMBIOS tables as dmidecode --dump-bin does");
     app.add_flag("--show-log", showLog, "Print the server event log");
     app.add_option("--fault", faults, "A fault for this run, on top of the description's: NAME=VALUE")
@@ -192,6 +166,7 @@ int main(int argc, char** argv)
         if (realTime) options.RealTime = true;
         if (clockStart) options.ClockStart = clockStart;
         sim::WriteRunOptions(options);
+        if (restart) sim::RestartServer(folder, options);
         sim::CServer server(folder, options);
         if (describe) Describe(server);
         if (showLog) ShowLog(server.GetBmc());
@@ -203,7 +178,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "zalsim: %s\n", error.what());
         return sim::CouldNotRun;
     }
-    if (describe || showLog || !dumpFile.empty()) return 0;
+    if (describe || showLog || restart || !dumpFile.empty()) return 0;
     std::fprintf(stderr, "zalsim: nothing to do; name an installer behind --, or see --help.\n");
     return sim::CouldNotRun;
 }

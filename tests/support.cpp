@@ -113,20 +113,31 @@ std::string HexDigits(const std::string& bytes)
     return digits;
 }
 
+namespace
+{
+
+void StartServer()
+{
+    if (cruFd >= 0) close(cruFd);
+    cruFd = -1;
+    sim::SetCurrentServer(std::make_unique<sim::CServer>(ServerFolder()));
+}
+
+}  // namespace
+
 void UseServer(const std::string& json)
 {
     sim::SetCurrentServer(nullptr);
     fs::remove_all(ServerFolder());
     fs::create_directory(ServerFolder());
     WriteWholeFile(ServerFolder() / "server.json", json);
-    RestartServer();
+    StartServer();
 }
 
 void RestartServer()
 {
-    if (cruFd >= 0) close(cruFd);
-    cruFd = -1;
-    sim::SetCurrentServer(std::make_unique<sim::CServer>(ServerFolder()));
+    sim::RestartServer(ServerFolder());
+    StartServer();
 }
 
 std::string RackServer(const std::string& members)

@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <cstdlib>
-#include <cstring>
 #include <stdexcept>
 
 namespace sim
@@ -15,6 +14,7 @@ const char szServer[] = "ZALSIM_SERVER";
 const char szFaults[] = "ZALSIM_FAULTS";
 const char szJournal[] = "ZALSIM_JOURNAL";
 const char szRealTime[] = "ZALSIM_REAL_TIME";
+const char szPreload[] = "LD_PRELOAD";
 const char szClockStart[] = "ZALSIM_CLOCK_START";
 
 std::string Get(const char* name)
@@ -57,6 +57,12 @@ void WriteRunOptions(const RunOptions& options)
     Set(szJournal, options.Journal.string());
     Set(szRealTime, options.RealTime ? "1" : "");
     Set(szClockStart, options.ClockStart ? std::to_string(*options.ClockStart) : "");
+}
+
+void PreloadForPrograms(const std::string& library)
+{
+    const std::string others = Get(szPreload);
+    Set(szPreload, others.empty() ? library : library + ":" + others);
 }
 
 }  // namespace sim

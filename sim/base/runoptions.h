@@ -31,4 +31,7 @@ RunOptions ReadRunOptions();
 // Hands them to the programs that are started after this.
 void WriteRunOptions(const RunOptions& options);
 
+// Puts a library in front of those that the loader loads first into the programs that are started after this.
+void PreloadForPrograms(const std::string& library);
+
 }  // namespace sim

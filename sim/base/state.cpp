@@ -137,7 +137,7 @@ void CStateFile::Remove()
 void CStateFile::RefuseContents(const std::string& why) const
 {
     throw std::runtime_error(m_Path.string() + " does not hold what the server keeps there (" + why +
-                             "). Remove the file: the server then has what its server.json says instead");
+                             "). Remove the file, and the server starts as if it had never been written");
 }
 
 }  // namespace sim

@@ -14,14 +14,12 @@ sim::CFlashPart* FlashPart()
     return pServer ? &pServer->GetFlashPart() : nullptr;
 }
 
-// Has the flash part do something; 0, or -1 without a server.
+// Has the flash part do something; -1 without a server, or where the action is false.
 template <typename Action>
 int WithFlashPart(Action action)
 {
     sim::CFlashPart* pPart = FlashPart();
-    if (!pPart) return -1;
-    sim::OrEndProcess([&] { action(*pPart); });
-    return 0;
+    return pPart && sim::OrEndProcess([&] { return action(*pPart); }) ? 0 : -1;
 }
 
 }  // namespace
@@ -41,37 +39,55 @@ int InitFlashTableDriver()
 
 int SelectFlashTable(const char* pszName)
 {
-    return WithFlashPart([=](sim::CFlashPart& part) { part.Select(pszName); });
+    if (!pszName) return -1;
+    return WithFlashPart([=](sim::CFlashPart& part) {
+        part.Select(pszName);
+        return true;
+    });
 }
 
 int QueryFlashTable(TABLE_QUERY_RESULT* pResult)
 {
+    if (!pResult) return -1;
     *pResult = {};
-    return WithFlashPart([=](sim::CFlashPart& part) { *pResult = part.Query(); });
+    return WithFlashPart([=](sim::CFlashPart& part) {
+        *pResult = part.Query();
+        return true;
+    });
 }
 
 int ReadFlashHeader(ZALFLSH_HEADER* pHeader)
 {
-    return WithFlashPart([=](sim::CFlashPart& part) { part.ReadHeader(pHeader); });
+    return WithFlashPart([=](sim::CFlashPart& part) { return part.ReadHeader(pHeader); });
 }
 
 int ReadFlashTable(void* pTable)
 {
-    return WithFlashPart([=](sim::CFlashPart& part) { part.ReadTable(pTable); });
+    return WithFlashPart([=](sim::CFlashPart& part) { return part.ReadTable(pTable); });
 }
 
 int WriteFlashTable(const void* pTable, int Size)
 {
-    return WithFlashPart([=](sim::CFlashPart& part) { part.WriteTable(pTable, static_cast<std::size_t>(Size)); });
+    if (Size < 0) return -1;
+    return WithFlashPart(
+        [=](sim::CFlashPart& part) { return part.WriteTable(pTable, static_cast<std::size_t>(Size)); });
 }
 
 int ExecuteFlashTable(TABLE_EXEC_REQUEST* pRequest)
 {
-    pRequest->Status = sim::FlashStatus_DeviceError;
-    return WithFlashPart([=](sim::CFlashPart& part) { part.Execute(*pRequest); });
+    if (!pRequest) return -1;
+    const int result = WithFlashPart([=](sim::CFlashPart& part) {
+        part.Execute(*pRequest);
+        return true;
+    });
+    if (result != 0) pRequest->Status = sim::FlashStatus_DeviceError;
+    return result;
 }
 
 int CorruptNVRAM()
 {
-    return WithFlashPart([](sim::CFlashPart& part) { part.CorruptNvram(); });
+    return WithFlashPart([](sim::CFlashPart& part) {
+        part.CorruptNvram();
+        return true;
+    });
 }

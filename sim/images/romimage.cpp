@@ -32,7 +32,7 @@ void FillWithCode(std::vector<std::uint8_t>& image, const std::string& seed)
 
 bool IsRomSize(std::size_t size)
 {
-    return size >= BiosAreaSize && size % BiosAreaSize == 0;
+    return size >= BiosAreaSize && size <= MaxRomSize && size % BiosAreaSize == 0;
 }
 
 std::vector<std::uint8_t> BuildRomImage(const RomDescription& rom, std::size_t size)

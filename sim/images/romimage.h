@@ -13,8 +13,9 @@ namespace sim
 // The legacy BIOS area, and the part of an image that the server maps there.
 const std::uint32_t BiosAreaAddress = 0xF0000;
 const std::size_t BiosAreaSize = 65536;
+const std::size_t MaxRomSize = std::size_t{256} << 20;
 
-// An image is some of them.
+// An image is some of them, up to 256 MiB.
 bool IsRomSize(std::size_t size);
 
 struct RomDescription

@@ -1,15 +1,10 @@
 #include "sim/rom/flashpart.h"
 
-#include <signal.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
 
 #include "flashtable.h"
+#include "support/files.h"
 
 namespace sim
 {
@@ -17,42 +12,92 @@ namespace sim
 namespace
 {
 
+using Bytes = std::vector<std::uint8_t>;
+
 const std::size_t BlockSize = 65536;
 const std::size_t TableSize = 2048;
 
 const char* const szTableNames[] = {"setup", "backup", "erase", "program", "cleanup", "os-cleanup"};
 
+// The contents of a part that a file holds.
+Bytes ToPart(const CStateFile& file, const std::string& bytes)
+{
+    if (!IsRomSize(bytes.size())) file.RefuseContents("a flash part has a multiple of 65536 bytes");
+    return {bytes.begin(), bytes.end()};
+}
+
+// A table has its own fields, and zeros in the others.
+bool IsWellFormed(const TABLE_EXEC_REQUEST& request)
+{
+    const bool hasBuffer = request.TableNumber == FlashTable_Backup || request.TableNumber == FlashTable_Program;
+    if (request.BytesReturned != 0 || request.Status != 0) return false;
+    if (hasBuffer ? !request.pBuffer : request.pBuffer || request.BufferSize != 0) return false;
+    if (request.TableNumber != FlashTable_Program && (request.PhysicalBuffer != 0 || request.PhysicalBufferSize != 0))
+        return false;
+    return request.IsSpsFlash == 0 || (request.IsSpsFlash == 1 && request.TableNumber == FlashTable_Setup);
+}
+
 }  // namespace
 
-CFlashPart::CFlashPart(const ServerDescription& server, const std::filesystem::path& folder, CJournal& journal)
-    : m_Server(server),
-      m_File(folder / "rom.bin"),
+CFlashPart::CFlashPart(const FlashPartDescription& description, CServerFolder& folder, CJournal& journal)
+    : m_Description(description),
+      m_Folder(folder),
       m_Journal(journal),
-      m_Running(server.Rom),
+      m_File(folder, "rom.bin", MaxRomSize),
+      m_RunningFile(folder, "rom.running", MaxRomSize),
+      m_bChanged(false),
       m_BufferAddress(0),
       m_BufferSize(0),
-      m_bBootBlock(false),
-      m_bSetUp(false),
-      m_bErased(false)
+      m_bSetUp(false)
 {
-    if (std::ifstream file{m_File, std::ios::binary}) {
-        m_Bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-        if (m_Bytes.size() < BiosAreaSize || m_Bytes.size() % BlockSize != 0)
-            throw std::runtime_error(m_File.string() + " is not a flash part's contents");
-    } else {
-        m_Bytes = server.Rom.Family.empty() ? std::vector<std::uint8_t>(server.RomSize, 0xFF)
-                                            : BuildRomImage(server.Rom, server.RomSize);
-    }
+    const CServerFolder::Lock lock(m_Folder);
+    Load();
+    std::optional<std::string> running;
+    if (m_File.Exists()) m_RunningFile.Refresh(running);
+    m_Running = Start(running ? ToPart(m_RunningFile, *running) : m_Bytes);
+    m_Table.assign(m_Running.BiosArea.begin(), m_Running.BiosArea.begin() + TableSize);
+}
 
-    m_BiosArea.assign(m_Bytes.end() - BiosAreaSize, m_Bytes.end());
-    m_Header = FindRomHeader(m_BiosArea);
-    if (!server.Rom.Family.empty() && !(m_Header && IsWholeRomImage(m_Bytes))) {
-        m_bBootBlock = true;
-        m_BiosArea = BuildRomImage({server.Rom.Family, "", "", "BOOT BLOCK"}, BiosAreaSize);
-        m_Header = FindRomHeader(m_BiosArea);
+// What a server does with a part when it is started.
+StartedRom CFlashPart::Start(const Bytes& part) const
+{
+    const std::string& family = m_Description.Rom.Family;
+    StartedRom started = {Bytes(part.end() - BiosAreaSize, part.end()), std::nullopt, m_Description.Rom, false};
+    started.Header = FindRomHeader(started.BiosArea);
+    if (!family.empty() && !(started.Header && IsWholeRomImage(part))) {
+        started.BootBlock = true;
+        started.BiosArea = BuildRomImage({family, "", "", "BOOT BLOCK"}, BiosAreaSize);
+        started.Header = FindRomHeader(started.BiosArea);
     }
-    if (m_Header) m_Running = m_Header->Rom;
-    m_Table.assign(m_BiosArea.begin(), m_BiosArea.begin() + TableSize);
+    if (started.Header) started.Rom = started.Header->Rom;
+    return started;
+}
+
+StartedRom CFlashPart::GetNext()
+{
+    const CServerFolder::Lock lock(m_Folder);
+    Load();
+    return Start(m_Bytes);
+}
+
+// Reads what another process wrote meanwhile.
+void CFlashPart::Load()
+{
+    std::optional<std::string> bytes;
+    if (!m_File.Refresh(bytes)) return;
+    const RomDescription& shipped = m_Description.Rom;
+    if (bytes)
+        m_Bytes = ToPart(m_File, *bytes);
+    else if (shipped.Family.empty())
+        m_Bytes.assign(m_Description.Size, 0xFF);
+    else
+        m_Bytes = BuildRomImage(shipped, m_Description.Size);
+}
+
+void CFlashPart::Save()
+{
+    if (m_bChanged) m_File.Write(AsText(m_Bytes));
+    m_bChanged = false;
 }
 
 void CFlashPart::SetBuffer(DWORD address, DWORD size)
@@ -63,8 +108,8 @@ void CFlashPart::SetBuffer(DWORD address, DWORD size)
 
 bool CFlashPart::IsSelected() const
 {
-    const auto& names = m_Server.FlashTables;
-    return m_Header && std::find(names.begin(), names.end(), m_Selected) != names.end();
+    const auto& names = m_Description.Tables;
+    return m_Running.Header && std::find(names.begin(), names.end(), m_Selected) != names.end();
 }
 
 TABLE_QUERY_RESULT CFlashPart::Query() const
@@ -73,27 +118,34 @@ TABLE_QUERY_RESULT CFlashPart::Query() const
     TABLE_QUERY_RESULT result = {};
     result.TableAddr = 0xFFFF0000;
     result.TableSize = static_cast<DWORD>(m_Table.size());
-    if (m_Server.Flash.NoHeader) return result;
-    result.HeaderAddr = static_cast<DWORD>(BiosAreaAddress + m_Header->Offset);
-    result.HeaderSize = static_cast<DWORD>(m_Header->Size);
+    if (m_Description.Faults.NoHeader) return result;
+    result.HeaderAddr = static_cast<DWORD>(BiosAreaAddress + m_Running.Header->Offset);
+    result.HeaderSize = static_cast<DWORD>(m_Running.Header->Size);
     return result;
 }
 
-void CFlashPart::ReadHeader(void* buffer) const
+bool CFlashPart::ReadHeader(void* buffer) const
 {
-    if (IsSelected()) std::memcpy(buffer, m_BiosArea.data() + m_Header->Offset, Query().HeaderSize);
+    if (!buffer || !IsSelected()) return false;
+    std::memcpy(buffer, m_Running.BiosArea.data() + m_Running.Header->Offset, Query().HeaderSize);
+    return true;
 }
 
-void CFlashPart::ReadTable(void* buffer) const
+bool CFlashPart::ReadTable(void* buffer) const
 {
-    if (IsSelected()) std::memcpy(buffer, m_Table.data(), m_Table.size());
+    if (!buffer || !IsSelected()) return false;
+    std::memcpy(buffer, m_Table.data(), m_Table.size());
+    return true;
 }
 
-void CFlashPart::WriteTable(const void* table, std::size_t size)
+bool CFlashPart::WriteTable(const void* table, std::size_t size)
 {
-    m_Journal.Write("flash write-table size=%zu", size);
+    const bool takes = table && IsSelected() && size == m_Table.size();
+    m_Journal.Write("flash write-table size=%zu%s", size, takes ? "" : " refused");
+    if (!takes) return false;
     const auto* pBytes = static_cast<const std::uint8_t*>(table);
     m_Table.assign(pBytes, pBytes + size);
+    return true;
 }
 
 void CFlashPart::CorruptNvram()
@@ -101,12 +153,17 @@ void CFlashPart::CorruptNvram()
     m_Journal.Write("flash corrupt-nvram");
 }
 
+// A process that is killed while a table runs leaves the part as it was before: the driver's work is not seen in parts,
+// unless power is lost.
 void CFlashPart::Execute(TABLE_EXEC_REQUEST& request)
 {
+    const CServerFolder::Lock lock(m_Folder);
+    Load();
     const char* pszName = request.TableNumber <= FlashTable_OsCleanup ? szTableNames[request.TableNumber] : "unknown";
     m_Journal.Write("flash start table=%u name=%s size=%u sps=%d", request.TableNumber, pszName, request.BufferSize,
                     request.IsSpsFlash);
     request.Status = Run(request);
+    Save();
     m_Journal.Write("flash end table=%u name=%s status=%u", request.TableNumber, pszName, request.Status);
 }
 
@@ -114,8 +171,9 @@ void CFlashPart::Execute(TABLE_EXEC_REQUEST& request)
 DWORD CFlashPart::Run(TABLE_EXEC_REQUEST& request)
 {
     const DWORD table = request.TableNumber;
-    const bool fails = m_Server.Flash.FailsAtTable == static_cast<int>(table);
+    const bool fails = m_Description.Faults.FailsAtTable == static_cast<int>(table);
     if (table > FlashTable_OsCleanup) return FlashStatus_UnknownTable;
+    if (!IsWellFormed(request)) return FlashStatus_BadRequest;
     LosePower(table, 0);
     if (table != FlashTable_Setup && !m_bSetUp) return FlashStatus_NotSetUp;
 
@@ -138,27 +196,27 @@ DWORD CFlashPart::Backup(TABLE_EXEC_REQUEST& request)
 
 DWORD CFlashPart::Erase(std::size_t bytes)
 {
-    const std::vector<std::uint8_t> erased(BlockSize, 0xFF);
+    const Bytes erased(BlockSize, 0xFF);
     for (std::size_t offset = 0; offset + BlockSize <= bytes; offset += BlockSize) {
         WriteBlock(offset, erased.data());
         LosePower(FlashTable_Erase, offset / BlockSize + 1);
     }
-    m_bErased = bytes == m_Bytes.size();
     return FlashStatus_OK;
 }
 
 DWORD CFlashPart::Program(const TABLE_EXEC_REQUEST& request, std::size_t bytes)
 {
-    if (!m_bErased) return FlashStatus_NotErased;
+    const bool erased = std::all_of(m_Bytes.begin(), m_Bytes.end(), [](std::uint8_t byte) { return byte == 0xFF; });
+    if (!erased) return FlashStatus_NotErased;
     if (request.PhysicalBuffer != m_BufferAddress || request.PhysicalBufferSize != m_BufferSize || m_BufferAddress == 0)
         return FlashStatus_BadBuffer;
     if (request.BufferSize != m_Bytes.size() || request.BufferSize > request.PhysicalBufferSize)
         return FlashStatus_BadSize;
 
-    m_bErased = false;
     const auto* pImage = static_cast<const std::uint8_t*>(request.pBuffer);
     for (std::size_t offset = 0; offset + BlockSize <= bytes; offset += BlockSize) {
-        if (m_Server.Flash.StuckBlock != static_cast<int>(offset / BlockSize)) WriteBlock(offset, pImage + offset);
+        if (m_Description.Faults.StuckBlock != static_cast<int>(offset / BlockSize))
+            WriteBlock(offset, pImage + offset);
         LosePower(FlashTable_Program, offset / BlockSize + 1);
     }
     return FlashStatus_OK;
@@ -166,24 +224,21 @@ DWORD CFlashPart::Program(const TABLE_EXEC_REQUEST& request, std::size_t bytes)
 
 void CFlashPart::WriteBlock(std::size_t offset, const std::uint8_t* bytes)
 {
+    // Whoever finds the part changed finds, too, what runs: it is written first, and counts while there is a rom.bin.
+    if (!m_bChanged && !(m_File.Exists() && m_RunningFile.Exists())) m_RunningFile.Write(AsText(m_Bytes));
+    m_bChanged = true;
     std::copy_n(bytes, BlockSize, m_Bytes.begin() + static_cast<std::ptrdiff_t>(offset));
-    const bool isNew = !std::filesystem::exists(m_File);
-    std::fstream file(m_File, std::ios::binary | (isNew ? std::ios::out : std::ios::in | std::ios::out));
-    const std::size_t start = isNew ? 0 : offset;
-    file.seekp(static_cast<std::streamoff>(start));
-    const char* pStart = reinterpret_cast<const char*>(m_Bytes.data() + start);
-    if (!file.write(pStart, static_cast<std::streamsize>(isNew ? m_Bytes.size() : BlockSize)).flush())
-        throw std::runtime_error("Can't write " + m_File.string());
 }
 
-// Ends the process where the description says that power goes: after so many blocks of that table.
-void CFlashPart::LosePower(DWORD table, std::size_t block) const
+// Takes the server's power where the description says that it goes: after so many blocks of that table.
+void CFlashPart::LosePower(DWORD table, std::size_t block)
 {
-    const FlashFaults& faults = m_Server.Flash;
+    const FlashFaults& faults = m_Description.Faults;
     if (faults.PowerLostAtTable != static_cast<int>(table) || faults.PowerLostAfterBlocks != static_cast<int>(block))
         return;
+    Save();
     m_Journal.Write("flash power-lost table=%u blocks=%zu", table, block);
-    kill(getpid(), SIGKILL);
+    m_Folder.LosePower();
 }
 
 }  // namespace sim

@@ -2,14 +2,14 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "sim/base/journal.h"
-#include "sim/description.h"
+#include "sim/base/state.h"
 #include "sim/images/romimage.h"
+#include "sim/rom/romdescription.h"
 #include "zalftbl.h"
 
 namespace sim
@@ -24,59 +24,70 @@ enum FlashStatus : DWORD
     FlashStatus_BadBuffer = 3,      // the physical buffer is not the one that the firmware reserves
     FlashStatus_BadSize = 4,        // the data does not fit the part or the physical buffer
     FlashStatus_UnknownTable = 5,   // there is no such table
+    FlashStatus_BadRequest = 6,     // a field that the table needs is not set, or another one is
     FlashStatus_DeviceError = 255,  // what a fault reports
+};
+
+// A ROM that a server has started, or will.
+struct StartedRom
+{
+    std::vector<std::uint8_t> BiosArea;  // the BiosAreaSize bytes that the server maps there
+    std::optional<RomHeader> Header;     // in that area
+    RomDescription Rom;                  // of the boot block the family alone
+    bool BootBlock;                      // runs in place of a ROM that is not whole
 };
 
 class CFlashPart
 {
   public:
     // The part's contents stand in rom.bin in the folder once something was flashed; until then they are the
-    // description's.
-    CFlashPart(const ServerDescription& server, const std::filesystem::path& folder, CJournal& journal);
+    // description's. What they were when the server was started stands in rom.running from the first change on.
+    CFlashPart(const FlashPartDescription& description, CServerFolder& folder, CJournal& journal);
 
-    // What runs since the server was started: the ROM of the part, or, where that is not whole, the boot block, which
-    // knows the ROM family alone.
-    const RomDescription& GetRunningRom() const { return m_Running; }
-    bool RunsOnBootBlock() const { return m_bBootBlock; }
-
-    // The BiosAreaSize bytes that the server maps into the legacy BIOS area.
-    const std::vector<std::uint8_t>& GetBiosArea() const { return m_BiosArea; }
+    // What runs since the server was started, and what will run when it is started again.
+    const StartedRom& GetRunning() const { return m_Running; }
+    StartedRom GetNext();
 
     // Tells where the firmware reserves memory for flashing.
     void SetBuffer(DWORD address, DWORD size);
 
-    // The driver library's operations; tables are those of the ROM that runs.
+    // The driver library's operations; tables are those of the ROM that runs. False: there is none selected, the buffer
+    // is null, or a table that is written does not have the size of the one there is.
     void Select(const std::string& name) { m_Selected = name; }
     TABLE_QUERY_RESULT Query() const;
-    void ReadHeader(void* buffer) const;
-    void ReadTable(void* buffer) const;
-    void WriteTable(const void* table, std::size_t size);
+    bool ReadHeader(void* buffer) const;
+    bool ReadTable(void* buffer) const;
+    bool WriteTable(const void* table, std::size_t size);
     void Execute(TABLE_EXEC_REQUEST& request);
     void CorruptNvram();
 
   private:
+    using Bytes = std::vector<std::uint8_t>;
+
+    StartedRom Start(const Bytes& part) const;
+    void Load();
+    void Save();
     DWORD Run(TABLE_EXEC_REQUEST& request);
     DWORD Backup(TABLE_EXEC_REQUEST& request);
     DWORD Erase(std::size_t bytes);
     DWORD Program(const TABLE_EXEC_REQUEST& request, std::size_t bytes);
     void WriteBlock(std::size_t offset, const std::uint8_t* bytes);
-    void LosePower(DWORD table, std::size_t block) const;
+    void LosePower(DWORD table, std::size_t block);
     bool IsSelected() const;
 
-    const ServerDescription& m_Server;
-    std::filesystem::path m_File;
+    const FlashPartDescription& m_Description;
+    CServerFolder& m_Folder;
     CJournal& m_Journal;
-    std::vector<std::uint8_t> m_Bytes;
-    std::vector<std::uint8_t> m_BiosArea;
-    std::vector<std::uint8_t> m_Table;
-    std::optional<RomHeader> m_Header;  // of what runs
-    RomDescription m_Running;
+    CStateFile m_File;
+    CStateFile m_RunningFile;
+    Bytes m_Bytes;
+    bool m_bChanged;  // since they were read or written
+    StartedRom m_Running;
+    Bytes m_Table;
     DWORD m_BufferAddress;
     DWORD m_BufferSize;
-    bool m_bBootBlock;
     std::string m_Selected;
     bool m_bSetUp;
-    bool m_bErased;
 };
 
 }  // namespace sim

@@ -92,7 +92,7 @@ class CTable
     std::size_t m_Largest = 0;
 };
 
-bool HasVersionRecords(const ServerDescription& server)
+bool HasVersionRecords(const SmbiosDescription& server)
 {
     return server.Generation >= 8;
 }
@@ -110,7 +110,7 @@ BYTE VersionNumber(const RomDescription& rom, bool minor)
     return static_cast<BYTE>(std::atoi(rom.Version.c_str() + (minor ? point + 1 : 0)));
 }
 
-void AddBios(CTable& table, const ServerDescription& server, const RomDescription& rom)
+void AddBios(CTable& table, const SmbiosDescription& server, const RomDescription& rom)
 {
     SMBIOS_BIOS_INFORMATION bios = {};
     bios.byVendor = table.String(server.Manufacturer);
@@ -127,7 +127,7 @@ void AddBios(CTable& table, const ServerDescription& server, const RomDescriptio
     table.Add(0, bios, HasVersionRecords(server) ? sizeof bios : 20);
 }
 
-void AddSystem(CTable& table, const ServerDescription& server)
+void AddSystem(CTable& table, const SmbiosDescription& server)
 {
     SMBIOS_SYSTEM_INFORMATION system = {};
     system.byManufacturer = table.String(server.Manufacturer);
@@ -140,14 +140,14 @@ void AddSystem(CTable& table, const ServerDescription& server)
 }
 
 // "3.3" or, in a version record, "1.4.2"; empty while there is only a boot loader.
-std::string PowerPicVersion(const PowerPicDescription& pic, bool pass)
+std::string PowerPicVersion(const PowerPicFirmware& pic, bool pass)
 {
     if (pic.BootLoader) return "";
     const std::string version = std::to_string(pic.Version.Major) + "." + std::to_string(pic.Version.Minor);
     return pass ? version + "." + std::to_string(pic.Version.Pass) : version;
 }
 
-void AddOtherRoms(CTable& table, const ServerDescription& server, const PowerPicDescription* pPowerPic)
+void AddOtherRoms(CTable& table, const SmbiosDescription& server, const std::optional<PowerPicFirmware>& powerPic)
 {
     SMBIOS_OTHER_ROMINFO other = {};
     other.bfRedundantROMInstalled = !server.RedundantRomDate.empty();
@@ -155,8 +155,8 @@ void AddOtherRoms(CTable& table, const ServerDescription& server, const PowerPic
     other.byBootBlockROMDate = table.String(server.BootBlockDate);
     other.byOEMROMName = table.String(server.OemRomName);
     other.byOEMROMDate = table.String(server.OemRomDate);
-    other.byPowerMicroVersion = table.String(
-        pPowerPic && !HasVersionRecords(server) ? PowerPicVersion(*pPowerPic, false) : server.PowerMicroVersion);
+    other.byPowerMicroVersion = table.String(powerPic && !HasVersionRecords(server) ? PowerPicVersion(*powerPic, false)
+                                                                                    : server.PowerMicroVersion);
     std::size_t device = 0;
     for (const FirmwareDescription& firmware : server.Firmware) {
         if (firmware.Type != SMBIOS_VERSION_TYPE_CPLD || firmware.Data.size() < 3 || device == 6) continue;
@@ -180,13 +180,13 @@ void AddVersion(CTable& table, const FirmwareDescription& firmware, std::size_t 
 
 }  // namespace
 
-SmbiosTables BuildSmbios(const ServerDescription& server, const RomDescription& rom,
-                         const PowerPicDescription* pPowerPic, std::uint32_t address)
+SmbiosTables BuildSmbios(const SmbiosDescription& server, const RomDescription& rom,
+                         const std::optional<PowerPicFirmware>& powerPic, std::uint32_t address)
 {
     CTable table;
     AddBios(table, server, rom);
     AddSystem(table, server);
-    AddOtherRoms(table, server, pPowerPic);
+    AddOtherRoms(table, server, powerPic);
 
     SMBIOS_SYSTEM_ID id = {};
     id.bySystemId = table.String(server.SystemId);
@@ -198,8 +198,8 @@ SmbiosTables BuildSmbios(const ServerDescription& server, const RomDescription& 
             AddVersion(table, {SMBIOS_VERSION_TYPE_SYSTEMROM, "System ROM", RomVersionText(rom), 0, {}}, 0);
         for (std::size_t i = 0; i < server.Firmware.size(); i++) {
             FirmwareDescription firmware = server.Firmware[i];
-            if (firmware.Type == SMBIOS_VERSION_TYPE_POWERPIC && pPowerPic)
-                firmware.Version = PowerPicVersion(*pPowerPic, true);
+            if (firmware.Type == SMBIOS_VERSION_TYPE_POWERPIC && powerPic)
+                firmware.Version = PowerPicVersion(*powerPic, true);
             AddVersion(table, firmware, i + 1);
         }
     }
@@ -215,7 +215,7 @@ SmbiosTables BuildSmbios(const ServerDescription& server, const RomDescription& 
             SMBIOS_RESERVED_BUFFER Buffer;
         } reserved = {};
 #pragma pack(pop)
-        reserved.Buffer = {0x42525324, server.FlashBufferAddress, server.FlashBufferSize};
+        reserved.Buffer = {server.BufferSignature, server.FlashBufferAddress, server.FlashBufferSize};
         table.Add(229, reserved);
     }
 
@@ -225,12 +225,23 @@ SmbiosTables BuildSmbios(const ServerDescription& server, const RomDescription& 
 
 SMBIOS_RESERVED_BUFFER FindFlashBuffer(const SmbiosTables& tables)
 {
-    static const BYTE signature[] = {'$', 'S', 'R', 'B'};
     const std::vector<BYTE>& table = tables.Table;
     SMBIOS_RESERVED_BUFFER buffer = {};
-    const auto found = std::search(table.begin(), table.end(), std::begin(signature), std::end(signature));
-    if (table.end() - found >= static_cast<std::ptrdiff_t>(sizeof buffer)) std::memcpy(&buffer, &*found, sizeof buffer);
-    return buffer;
+    for (std::size_t record = 0; record + sizeof(SMBIOS_HEADER) <= table.size();) {
+        const std::size_t end = std::min<std::size_t>(record + table[record + 1], table.size());
+        for (std::size_t entry = record + sizeof(SMBIOS_HEADER); table[record] == 229 && entry + sizeof buffer <= end;
+             entry += sizeof buffer) {
+            std::memcpy(&buffer, table.data() + entry, sizeof buffer);
+            if (buffer.Signature == FlashBufferSignature || buffer.Signature == ReversedFlashBufferSignature)
+                return buffer;
+        }
+        // The strings end with two zeros.
+        static const BYTE zeros[2] = {};
+        const auto strings =
+            std::search(table.begin() + static_cast<std::ptrdiff_t>(end), table.end(), zeros, zeros + 2);
+        record = static_cast<std::size_t>(strings - table.begin()) + sizeof zeros;
+    }
+    return {};
 }
 
 SmbiosTables ReadSmbiosDump(const std::filesystem::path& file, std::uint32_t address)

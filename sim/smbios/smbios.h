@@ -3,9 +3,12 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <vector>
 
-#include "sim/description.h"
+#include "sim/images/firmwareversion.h"
+#include "sim/images/romimage.h"
+#include "sim/smbios/smbiosdescription.h"
 #include "zalph/smbios.h"
 
 namespace sim
@@ -17,11 +20,18 @@ struct SmbiosTables
     std::vector<std::uint8_t> Table;
 };
 
+// What a server's power PIC runs.
+struct PowerPicFirmware
+{
+    FirmwareVersion Version;
+    bool BootLoader;  // alone; there is no version
+};
+
 // Builds well-formed tables for the ROM that runs: types 0, 1 and 127, and the platform's own 193, 195, 216, 224 and
-// 229. The checksums of the entry point hold for the address that it tells. Where the server has a power PIC, its
-// version is that PIC's; null: it has none.
-SmbiosTables BuildSmbios(const ServerDescription& server, const RomDescription& rom,
-                         const PowerPicDescription* pPowerPic, std::uint32_t address);
+// 229. The checksums of the entry point hold for the address that it tells. A power PIC, where the server has one,
+// takes the place of the version that the description has for it.
+SmbiosTables BuildSmbios(const SmbiosDescription& server, const RomDescription& rom,
+                         const std::optional<PowerPicFirmware>& powerPic, std::uint32_t address);
 
 // The buffer that the tables' type 229 records reserve for flashing; zeros when there is none.
 SMBIOS_RESERVED_BUFFER FindFlashBuffer(const SmbiosTables& tables);

@@ -1,9 +1,8 @@
-// The hypervisor's SMBIOS device node: the region that holds the entry point.
+#include "sim/smbios/smbiosnode.h"
+
 #include <algorithm>
 #include <cstring>
 #include <vector>
-
-#include "sim/devices.h"
 
 namespace sim
 {
@@ -45,14 +44,13 @@ class CSmbiosNode : public IDevice
 
 }  // namespace
 
-std::unique_ptr<IDevice> OpenSmbiosNode(CServer& server)
+std::unique_ptr<IDevice> OpenSmbiosNode(const SmbiosTables& tables, SmbiosFault fault)
 {
-    const SmbiosFault fault = server.GetDescription().Smbios;
     if (fault == SmbiosFault::Missing) {
         errno = ENOENT;
         return nullptr;
     }
-    return std::make_unique<CSmbiosNode>(server.GetSmbios(), fault);
+    return std::make_unique<CSmbiosNode>(tables, fault);
 }
 
 }  // namespace sim

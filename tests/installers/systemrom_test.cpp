@@ -50,6 +50,11 @@ TEST_F(SystemRom, InstallsLogsAndIsThenTheSame)
     EXPECT_TRUE(Says("System ROM P70 2.40 (03/15/2021) was flashed and read back. It takes effect when"));
     EXPECT_EQ(ReadFile(m_Package.Path() / "P70_2.40.rom"), ReadFile(m_Server.Path() / "rom.bin"));
 
+    // The new one runs from the next restart on.
+    EXPECT_TRUE(Discovers(RackServer(), "<action value=\"upgrade\"/>"));
+    EXPECT_EQ(0, Zalsim("--describe"));
+    EXPECT_TRUE(Says("  system ROM     P70 v2.30 (09/12/2019)\n    after restart P70 v2.40 (03/15/2021)\n"));
+    EXPECT_EQ(0, Zalsim("--restart"));
     EXPECT_TRUE(Discovers(RackServer(), "<action value=\"rewrite\"/>"));
     EXPECT_EQ(0, Zalsim("--show-log"));
     EXPECT_TRUE(Says("  ROM flash    info      System ROM P70 2.40 (03/15/2021) flashed; was 2.30 (09/12/2019)\n"));

@@ -21,7 +21,7 @@ CStr FamilyOf(std::size_t offset, const std::string& bytes)
     std::vector<std::uint8_t> area(65536, 0xFF);
     std::copy(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), area.size() - offset)),
               area.begin() + static_cast<std::ptrdiff_t>(offset));
-    sim::CurrentServer()->MapMemory(BiosArea, area);
+    sim::CurrentServer()->GetMemory().Map(BiosArea, area);
     CFlashTableHeader header;
     header.FindHeader();
     header.GetStrings();
@@ -104,7 +104,7 @@ TEST(IdentityDeathTest, TakesTheRomFamilyFromSmbiosWithoutAHeader)
 {
     const auto check = [] {
         UseServer(RackServer());
-        sim::CurrentServer()->MapMemory(BiosArea, std::vector<std::uint8_t>(65536, 0));
+        sim::CurrentServer()->GetMemory().Map(BiosArea, std::vector<std::uint8_t>(65536, 0));
         std::_Exit(CSystem().GetROMFamily() == "P70" ? 0 : 1);
     };
     EXPECT_EXIT(check(), testing::ExitedWithCode(0), "");

@@ -28,6 +28,14 @@ class SimulatedServer : public CInstallerTest
 TEST_F(SimulatedServer, RefusesWhatItCantPlay)
 {
     const std::string rack = std::string(ZALSIM) + " --server '" SERVERS "/rack' ";
+    const fs::path set = m_Server.Path() / "set";
+    fs::copy(PACKAGES "/systemrom/systemrom", set);
+    fs::permissions(set, fs::perms::set_uid, fs::perm_options::add);
+    for (const char* folder : {"nested", "damaged"}) fs::create_directory(m_Server.Path() / folder);
+    const std::string onServer = std::string(ZALSIM) + " --describe --server " + m_Server.Path().string();
+    m_Server.Write("nested/server.json", std::string(100000, '['));
+    m_Server.Write("damaged/server.json", "{}");
+    m_Server.Write("damaged/rom.bin", "half");
     const std::pair<std::string, const char*> commands[] = {
         {std::string(ZALSIM) + " --server /no/such/server -- /bin/true", "There is no server in /no/such/server"},
         {rack, "nothing to do"},
@@ -41,6 +49,11 @@ TEST_F(SimulatedServer, RefusesWhatItCantPlay)
              " /y " + m_Package.Path().string(),
          "zalsim: Can't write the journal /dev/full"},
         {rack + (sizeof(void*) == 4 ? "-- /bin/true" : ""), sizeof(void*) == 4 ? "is not a 32-bit program" : ""},
+        {rack + "-- " + m_Server.Write("script", "#!/bin/sh\n"), "/script is a script"},
+        {rack + "-- " + set.string(), "/set is a set-user-ID"},
+        {onServer + "/nested", "is wrong: it is nested more than 32 deep"},
+        {onServer + "/damaged",
+         "/rom.bin does not hold what the server keeps there (a flash part has a multiple of 65536 bytes). "},
     };
     m_Server.Write("server.json", RackServer());
     for (const auto& [command, sentence] : commands) {

@@ -18,7 +18,7 @@ int main(int argc, char** argv)
     app.add_option("--family", rom.Family)->required();
     app.add_option("--version", rom.Version, "e.g. 2.40")->required();
     app.add_option("--date", rom.Date, "e.g. 03/15/2021")->required();
-    app.add_option("--size", size, "bytes")->check(CLI::Range(sim::BiosAreaSize, std::size_t{1} << 28));
+    app.add_option("--size", size, "bytes")->check(CLI::Range(sim::BiosAreaSize, sim::MaxRomSize));
     app.add_option("--image", image, "the image to write")->required();
     CLI11_PARSE(app, argc, argv);
 

@@ -126,6 +126,9 @@ class CCase
         return {Value(reader, "active_version"), Value(reader, "version")};
     }
 
+    // What was flashed and waits for it then runs.
+    void Restart() const { Zalsim({"--restart"}); }
+
     // The last entry of the server event log.
     std::string Log() const { return Zalsim({"--show-log"}).Sentence; }
 
@@ -185,10 +188,12 @@ std::string Judge(const Run& run, const Finding& found, const std::string& old, 
 bool Check(const CCase& test, const Fault& fault, const std::string& old, std::FILE* pTable)
 {
     const Run run = test.Install(fault, {});
+    test.Restart();
     const std::string log = test.Log();
     const Finding found = test.Discover();
     std::string verdict = Judge(run, found, old, log);
     const Run again = test.Install({}, {"/f"});
+    test.Restart();
     const bool recovers =
         (again.Status == Status_Done || again.Status == Status_Reboot) && test.Discover().Current == found.Offered;
     if (!recovers && verdict.empty()) verdict = "a run without the fault does not recover: " + again.Sentence;

@@ -1,0 +1,88 @@
+#include "sim/program.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <link.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+
+#include "sim/base/runoptions.h"
+#include "support/descriptor.h"
+#include "support/process.h"
+
+namespace sim
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+// True where the loader starts the program, which loads what it is told to first.
+bool HasLoader(int file, const ElfW(Ehdr) & header)
+{
+    for (int i = 0; i < header.e_phnum; i++) {
+        ElfW(Phdr) segment = {};
+        const auto offset = static_cast<off_t>(header.e_phoff) + i * header.e_phentsize;
+        if (pread(file, &segment, sizeof segment, offset) == sizeof segment && segment.p_type == PT_INTERP) return true;
+    }
+    return false;
+}
+
+// What to preload: the simulation, behind the sanitizer's run-time where there is one, which must come first.
+std::string PreloadList()
+{
+    std::string list;
+#ifdef __SANITIZE_ADDRESS__
+    Dl_info info = {};
+    if (dladdr(dlsym(RTLD_DEFAULT, "__asan_init"), &info)) list = std::string(info.dli_fname) + ":";
+#endif
+    const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
+    fs::path library = folder / "libzalsim.so";
+    if (!fs::exists(library)) library = folder.parent_path() / "lib" / "flashlib" / "libzalsim.so";  // installed
+    // Without it the installer would run on the real host. The loader takes the list apart at blanks and colons, so a
+    // path that has some goes by a descriptor, which the installer inherits.
+    const std::string path = library.string();
+    const bool separates = path.find_first_of(" :") != std::string::npos;
+    const int fd = open(path.c_str(), O_RDONLY | (separates ? 0 : O_CLOEXEC));
+    if (fd < 0) throw std::runtime_error("can't open " + path + ": " + std::strerror(errno));
+    return list + (separates ? "/proc/self/fd/" + std::to_string(fd) : path);
+}
+
+}  // namespace
+
+std::string WhyNotSimulated(const std::string& program)
+{
+    const CDescriptor file(open(program.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status = {};
+    if (file.Get() < 0 || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return "";
+    ElfW(Ehdr) header = {};
+    const ssize_t length = pread(file.Get(), &header, sizeof header, 0);
+    if (length >= 2 && std::memcmp(&header, "#!", 2) == 0)
+        return "a script, and its interpreter can't be told apart from a program of the host: name the program";
+    if (length < EI_NIDENT || std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0) return "";
+    if (header.e_ident[EI_CLASS] != (sizeof(void*) == 4 ? ELFCLASS32 : ELFCLASS64))
+        return "not a " + std::to_string(8 * sizeof(void*)) +
+               "-bit program, and this simulation is for such programs only";
+    if (!HasLoader(file.Get(), header)) return "linked statically, and nothing can be put below it";
+    if ((status.st_mode & (S_ISUID | S_ISGID)) != 0)
+        return "a set-user-ID or set-group-ID program, for which the loader puts nothing below it";
+    if (fgetxattr(file.Get(), "security.capability", nullptr, 0) > 0)
+        return "a program with file capabilities, for which the loader puts nothing below it";
+    return "";
+}
+
+void Become(const std::vector<std::string>& command)
+{
+    PreloadForPrograms(PreloadList());
+    const std::vector<char*> arguments = ToArguments(command);
+    execv(arguments[0], arguments.data());
+}
+
+}  // namespace sim
