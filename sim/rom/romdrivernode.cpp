@@ -35,7 +35,8 @@ class CRomDriver : public IDevice
 
     int Read(const _pmemRead& read) const
     {
-        void* pBuffer = reinterpret_cast<void*>(read.userBuffer);
+        // The record carries the address as a number.
+        void* pBuffer = reinterpret_cast<void*>(read.userBuffer);  // NOLINT(performance-no-int-to-ptr)
         if (!pBuffer || !m_Memory.Read(read.startPhysicalMemAddress, pBuffer, read.readSize)) return Fail(EFAULT);
         return 0;
     }
