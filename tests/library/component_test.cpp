@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstring>
+#include <memory>
 #include <tuple>
 
 #include "componentxml.h"
@@ -21,6 +22,7 @@ class CTestComponent : public CComponent
     using CComponent::m_Discovery;
     using CComponent::m_InstallState;
     using CComponent::m_Properties;
+    using CComponent::m_pXML;
     using CComponent::ParseCmdLine;
     using CComponent::SetErrorMessage;
     using CComponent::WriteDiscoveryXml;
@@ -163,6 +165,7 @@ TEST_F(Component, InitializesFromThePackage)
     second.Initialize();
     trace("without a package: error ", second.m_bInitError);
     g_InstallLocalDir = folder.Path().c_str();
+    const std::unique_ptr<CComponentXML> first(second.m_pXML);  // which the object does not release
     second.Initialize();
     trace("once more, with one: error ", second.m_bInitError);
     UseServer(RackServer(R"({"driver": null})"));
