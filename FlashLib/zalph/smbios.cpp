@@ -186,7 +186,8 @@ BYTE** CSMBIOS::GetVersionRecordListByType(WORD versionType, int& count)
     int total = 0;
     const CRecordList records(GetRecordListByType(Type_VersionIndicator, total));
     for (int i = 0; i < total; i++)
-        if (As<SMBIOS_VERSION_INDICATOR>(records[i])->wType == versionType) Append(pList, count, records[i]);
+        if (As<SMBIOS_VERSION_INDICATOR>(records.get()[i])->wType == versionType)
+            Append(pList, count, records.get()[i]);
     return pList;
 }
 
@@ -197,8 +198,8 @@ BYTE** CSMBIOS::GetReservedMemoryList(int& count)
     int total = 0;
     const CRecordList records(GetRecordListByType(Type_ReservedMemory, total));
     for (int i = 0; i < total; i++) {
-        BYTE* pEntry = records[i] + sizeof(SMBIOS_HEADER);
-        int entries = (As<SMBIOS_HEADER>(records[i])->byLength - 4) >> 4;
+        BYTE* pEntry = records.get()[i] + sizeof(SMBIOS_HEADER);
+        int entries = (As<SMBIOS_HEADER>(records.get()[i])->byLength - 4) >> 4;
         for (; entries > 0; entries--, pEntry += sizeof(SMBIOS_RESERVED_BUFFER)) Append(pList, count, pEntry);
     }
     return pList;
@@ -225,7 +226,7 @@ ULONG CSMBIOS::GetFlashBuffer(DWORD& size)
     int count = 0;
     const CRecordList list(GetReservedMemoryList(count));
     for (int i = 0; i < count; i++) {
-        const SMBIOS_RESERVED_BUFFER* pEntry = As<SMBIOS_RESERVED_BUFFER>(list[i]);
+        const SMBIOS_RESERVED_BUFFER* pEntry = As<SMBIOS_RESERVED_BUFFER>(list.get()[i]);
         if (pEntry->Signature == FlashBufferSignature || pEntry->Signature == FlashBufferSignatureReversed) {
             size = pEntry->Size;
             return static_cast<ULONG>(pEntry->Address);
@@ -341,7 +342,7 @@ CStr CSMBIOS::GetSPSVersion()
 BYTE* CSMBIOS::GetPalVersionRecord(int index, int& count)
 {
     const CRecordList list(GetVersionRecordListByType(SMBIOS_VERSION_TYPE_CPLD, count));
-    return index >= 0 && index < count ? list[index] : nullptr;
+    return index >= 0 && index < count ? list.get()[index] : nullptr;
 }
 
 // The other-ROM record that answers for the device where there is no version record of any.
