@@ -1,5 +1,6 @@
-# find_package(FlashLib) gives the targets FlashLib::FlashLib, the library, and FlashLib::Host, the host program that
-# components share. For the closed libraries they use the maker's where ZALXML_LIBRARY, ZALFTBL_LIBRARY and
+# find_package(FlashLib) gives the targets FlashLib::FlashLib, the library, FlashLib::Host, the host program that
+# components share, and the tools; add_component, add_package and add_microcode, which FlashLibComponents.cmake explains.
+# For the closed libraries they use the maker's where ZALXML_LIBRARY, ZALFTBL_LIBRARY and
 # ZALCI_LIBRARY name them, else those that were installed with the library.
 
 include("${CMAKE_CURRENT_LIST_DIR}/FlashLibTargets.cmake")
@@ -17,3 +18,5 @@ foreach(_flashlib_name zalxml zalftbl zalci)
         target_link_libraries(FlashLib::FlashLib INTERFACE FlashLib::${_flashlib_name})
     endif()
 endforeach()
+
+include("${CMAKE_CURRENT_LIST_DIR}/FlashLibComponents.cmake")

@@ -1,12 +1,15 @@
 # What `cmake --install` and CPack make: one tree, which works wherever it is moved to.
 #
-#   bin/                     zalsim and the tools
-#   include/flashlib/        the public headers; host/ has those of the host program that components share
-#   lib/                     libflash.so, what stands in for the closed libraries, libflashhost.a
-#   lib/cmake/, pkgconfig/   how others find these
-#   lib/flashlib/            libzalsim.so, which zalsim preloads
-#   share/flashlib/servers/  sample servers, to be copied
-#   share/man/man1/          manual pages
+#   bin/                        zalsim and the tools
+#   include/flashlib/           the public headers; host/ has those of the host program that components share
+#   lib/                        libflash.so, what stands in for the closed libraries, libflashhost.a
+#   lib/cmake/, pkgconfig/      how others find these
+#   lib/flashlib/               libzalsim.so, which zalsim preloads
+#   lib/flashlib/packages/      packages of the sample components
+#   share/flashlib/components/  the sources of these
+#   share/flashlib/servers/     sample servers, to be copied
+#   share/flashlib/template/    what flashlib-new-component fills in
+#   share/man/man1/             manual pages
 
 # The debug information stays in the build folder.
 install(CODE "set(CMAKE_INSTALL_DO_STRIP ON)")
@@ -37,6 +40,18 @@ if(FLASHLIB_SIMULATOR)
 endif()
 if(FLASHLIB_TOOLS)
     install_programs(mkdevice mkpackage mkrom zaldeploy zalfaults zalrule)
+    install(PROGRAMS tools/authoring/new-component DESTINATION bin RENAME flashlib-new-component)
+    install(DIRECTORY tools/authoring/template DESTINATION share/flashlib)
+endif()
+if(FLASHLIB_COMPONENTS)
+    install(DIRECTORY components DESTINATION share/flashlib PATTERN host EXCLUDE)
+    foreach(component devicefw powercontroller systemrom)
+        set(package lib/flashlib/packages/${component})
+        set_target_properties(${component} PROPERTIES INSTALL_RPATH "$ORIGIN/../../..")
+        install(TARGETS ${component} RUNTIME DESTINATION ${package})
+        install(DIRECTORY ${PROJECT_BINARY_DIR}/packages/${component}/ DESTINATION ${package}
+            REGEX /${component}/${component}$ EXCLUDE)
+    endforeach()
 endif()
 
 if(FLASHLIB_32BIT)
@@ -45,7 +60,7 @@ endif()
 include(CMakePackageConfigHelpers)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/FlashLibConfigVersion.cmake
     COMPATIBILITY SameMajorVersion ${any_mode})
-install(FILES cmake/FlashLibConfig.cmake ${PROJECT_BINARY_DIR}/FlashLibConfigVersion.cmake
+install(FILES cmake/FlashLibConfig.cmake cmake/FlashLibComponents.cmake ${PROJECT_BINARY_DIR}/FlashLibConfigVersion.cmake
     DESTINATION lib/cmake/FlashLib)
 install(EXPORT FlashLib NAMESPACE FlashLib:: FILE FlashLibTargets.cmake DESTINATION lib/cmake/FlashLib)
 

@@ -1,10 +1,9 @@
 #!/bin/sh
-# Follows a page of docs/ in a copy of the tree: runs its commands, compares what they print where the page shows it, and
-# writes its files. guide.sh TREE BUILD PAGE: the library, the simulated server and the packages are the ones in BUILD.
+# Follows a page of docs/ in an empty folder, with nothing but an installation in $flashlib: runs its commands, compares
+# what they print where the page shows it, and writes its files. guide.sh PAGE BUILD: BUILD is what is installed.
 set -eu
-tree=$1
+page=$1
 build=$2
-page=$tree/docs/$3
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
@@ -47,14 +46,8 @@ run() {
     exit 1
 }
 
-copy=$folder/tree
-mkdir -p "$copy/build/release"
-tar -C "$tree" --exclude=./build --exclude=./.git -cf - . | tar -C "$copy" -xf -
-[ ! -e "$tree/build/sysroot-i386" ] || ln -s "$tree/build/sysroot-i386" "$copy/build/"
-ln -s "$build/sim" "$build/tools" "$copy/build/release/"
-cp -r "$build/packages" "$copy/build/release/"
-sed -i -e "s|^add_subdirectory(FlashLib)|include(\"$build/built.cmake\")|" \
-    -e '/add_subdirectory(\(platform\|support\|sim\|tools\|tests\))/d' -e '/install.cmake/d' \
-    "$copy/CMakeLists.txt"
-cd "$copy"
+export flashlib=$folder/flashlib PATH="$folder/flashlib/bin:$PATH" CMAKE_GENERATOR=Ninja
+cmake --install "$build" --prefix "$flashlib" >/dev/null
+mkdir "$folder/empty"
+cd "$folder/empty"
 . "$folder/steps"

@@ -1,6 +1,7 @@
 #!/bin/sh
 # Installs a build, moves the tree, and uses it from outside as a component author does: with CMake and with pkg-config,
-# on the installed simulated server. Then makes the packages and compares what is in them. Argument: the build folder.
+# on the installed simulated server. Then makes the packages and compares what is in them. At last builds the library
+# inside another project, where nothing but a compiler can be found. Argument: the build folder.
 set -eu
 build=$1
 source=$(cd "$(dirname "$0")/../.." && pwd)
@@ -17,10 +18,8 @@ prefix=$work/moved/flashlib
 mv "$work/first" "$prefix"
 ! grep -rlF -e "$source" -e "$build" -e "$work" "$prefix" || fail "these tell a path of the machine that built them"
 
-# Runs the programs that were built in a folder.
+# Runs the programs that were built in a folder; the component's package is in package/ there.
 run_from() {
-    cp -r "$build/packages/devicefw" "$1/package"
-    mv "$1/devicefw" "$1/package/"
     cp -r "$prefix/share/flashlib/servers/rack" "$1/server"
     on_server="$prefix/bin/zalsim --server $1/server"
     product=$($on_server -- "$1/product")
@@ -31,16 +30,18 @@ run_from() {
 
 outside=$work/outside
 cp -r "$source/tests/outside/package" "$outside"
-cp -r "$source/components/devicefw" "$outside/"
+cp -r "$prefix/share/flashlib/components" "$outside/"
 
 quietly cmake -G Ninja -S "$outside" -B "$outside/cmake" -DCMAKE_PREFIX_PATH="$prefix"
 quietly cmake --build "$outside/cmake"
+mv "$outside/cmake/packages/devicefw" "$outside/cmake/package"
 run_from "$outside/cmake"
 
 export PKG_CONFIG_PATH="$prefix/lib/pkgconfig"
 libraries=$(pkg-config --variable=libdir flashlib)
 mkdir "$outside/pkgconfig" "$outside/headers"
-quietly $CXX -o "$outside/pkgconfig/devicefw" "$outside"/devicefw/*.cpp -Wl,-rpath,"$libraries" \
+cp -r "$prefix/lib/flashlib/packages/devicefw" "$outside/pkgconfig/package"
+quietly $CXX -o "$outside/pkgconfig/package/devicefw" "$outside"/components/devicefw/*.cpp -Wl,-rpath,"$libraries" \
     $(pkg-config --cflags --libs flashlib-host)
 quietly $CXX -c -o "$outside/product.o" "$outside/product.cpp" $(pkg-config --cflags flashlib)
 quietly $CXX -o "$outside/pkgconfig/product" "$outside/product.o" -Wl,-rpath,"$libraries" $(pkg-config --libs flashlib)
@@ -65,9 +66,25 @@ tar -tzf "$work"/packages/*.tar.gz | grep -v '/$' | sed 's,^[^/]*/,./,' | sort |
     fail "the .tar.gz holds something else"
 ar p "$work"/packages/*.deb data.tar.gz | tar -tz | grep -v '/$' | sed 's,^\./usr/,./,' | sort |
     diff "$work/installed" - || fail "the .deb holds something else"
+mode=OFF
 case "$(readelf -h "$prefix/lib/libflash.so.1")" in
     *ELF32*)
+        mode=ON
         ar p "$work"/packages/*.deb control.tar.gz | tar -xzO ./control | grep -qx 'Architecture: i386' ||
             fail "the .deb is for another architecture"
         ;;
 esac
+
+# The library alone, inside another project.
+parent=$work/parent
+cp -r "$source/tests/outside/parent" "$parent"
+cp "$outside/product.cpp" "$parent/"
+mkdir "$parent/bin"
+for tool in ar as ld ninja ranlib ${CMAKE_CXX_COMPILER_LAUNCHER:-}; do ln -s "$(command -v $tool)" "$parent/bin/"; done
+cmake=$(command -v cmake)
+quietly env PATH="$parent/bin" "$cmake" -G Ninja -S "$parent" -B "$parent/build" \
+    -DFETCHCONTENT_SOURCE_DIR_FLASHLIB="$source" \
+    -DFLASHLIB_32BIT=$mode -DCMAKE_FIND_USE_CMAKE_SYSTEM_PATH=OFF -DZALXML_LIBRARY="$prefix/lib/libzalxml.so" \
+    -DZALFTBL_LIBRARY="$prefix/lib/libzalftbl.so" -DZALCI_LIBRARY="$prefix/lib/libzalci.so"
+quietly env PATH="$parent/bin" "$cmake" --build "$parent/build"
+[ "$($on_server -- "$parent/build/product")" = "$product" ] || fail "the program of another project fails"
