@@ -19,6 +19,7 @@ using Bytes = std::vector<std::uint8_t>;
 // Completion codes (IPMI 2.0, table 5-2).
 const std::uint8_t Completion_OK = 0x00;
 const std::uint8_t Completion_InvalidCommand = 0xC1;
+const std::uint8_t Completion_InvalidLun = 0xC2;
 const std::uint8_t Completion_BadLength = 0xC7;
 const std::uint8_t Completion_BadField = 0xCC;
 
@@ -39,6 +40,24 @@ Bytes ReadWhole(const std::filesystem::path& file)
     return Bytes(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
 }
 
+bool operator==(const _evtTimeStamp& one, const _evtTimeStamp& other)
+{
+    return std::memcmp(&one, &other, sizeof one) == 0;
+}
+
+bool IsTime(const _evtTimeStamp& time)
+{
+    return time.bYear < 100 && time.bMonth >= 1 && time.bMonth <= 12 && time.bDay >= 1 && time.bDay <= 31 &&
+           time.bHour < 24 && time.bMinute < 60;
+}
+
+// An entry as a host may send it: the controller gives it its number, and it has occurred once. Its data is a text.
+bool IsNewEntry(const _evtLogHdr& entry, const BYTE* bytes)
+{
+    return entry.dwEvtNumber == 0 && entry.bHdrRev == 1 && entry.dwCount == 1 && IsTime(entry.InitTime) &&
+           entry.UpdateTime == entry.InitTime && bytes[entry.wEvtLength - 1] == 0;
+}
+
 std::string TimeText(const _evtTimeStamp& time)
 {
     char szTime[40];
@@ -54,13 +73,15 @@ CBmc::CBmc(const IpmiFaults& faults, const std::filesystem::path& folder, CJourn
 {
 }
 
-Bytes CBmc::Execute(std::uint8_t netFunction, std::uint8_t command, const Bytes& request)
+Bytes CBmc::Execute(std::uint8_t lun, std::uint8_t netFunction, std::uint8_t command, const Bytes& request)
 {
     Bytes response = {Completion_InvalidCommand};
     if (m_Faults.CompletionCode != 0)
         response = {static_cast<std::uint8_t>(m_Faults.CompletionCode)};
+    else if (lun != 0)
+        response = {Completion_InvalidLun};
     else if (netFunction == NetFunction_App && command == Command_GetDeviceId)
-        response = DeviceId;
+        response = request.empty() ? DeviceId : Bytes{Completion_BadLength};
     else if (netFunction == NetFunction_Nvram && command == Command_NvramAccess)
         response = AccessNvram(request);
     m_Journal.Write("ipmi netfn=0x%02X command=0x%02X request=%zu completion=0x%02X response=%zu", netFunction, command,
@@ -75,10 +96,11 @@ Bytes CBmc::AccessNvram(const Bytes& request)
     std::memcpy(&access, request.data(), request.size());
     _evtLogHdr entry = {};
     std::memcpy(&entry, access.VRLEntry, sizeof entry);
-    if (access.Header.SubType != SubType_LogVrl) return {Completion_BadField};
+    if (access.Header.SubType != SubType_LogVrl || access.MatchCode != 0) return {Completion_BadField};
     if (entry.wEvtLength <= sizeof entry || entry.wEvtLength != request.size() - RequestHeader ||
         access.Header.Size != entry.wEvtLength)
         return {Completion_BadLength};
+    if (!IsNewEntry(entry, access.VRLEntry)) return {Completion_BadField};
 
     LOG_VRL_RESPONSE response = {};
     response.Header.SubType = SubType_LogVrl;

@@ -29,7 +29,7 @@ class CBmc
     CBmc(const IpmiFaults& faults, const std::filesystem::path& folder, CJournal& journal);
 
     // The response to a command, its first byte the completion code (IPMI 2.0, 5.2).
-    std::vector<std::uint8_t> Execute(std::uint8_t netFunction, std::uint8_t command,
+    std::vector<std::uint8_t> Execute(std::uint8_t lun, std::uint8_t netFunction, std::uint8_t command,
                                       const std::vector<std::uint8_t>& request);
 
     std::vector<EventLogEntry> GetLog() const;

@@ -78,7 +78,7 @@ class CIpmiNode : public IDevice
         if (request.msg.data_len > MaxMessage) return Fail(EMSGSIZE);
         if (m_Faults.SendFails) return Fail(EIO);
 
-        std::vector<std::uint8_t> response = m_Bmc.Execute(request.msg.netfn, request.msg.cmd,
+        std::vector<std::uint8_t> response = m_Bmc.Execute(address.lun, request.msg.netfn, request.msg.cmd,
                                                            {request.msg.data, request.msg.data + request.msg.data_len});
         if (m_Faults.Silent) return 0;
         if (m_Faults.EmptyAnswer) response.clear();
@@ -93,14 +93,15 @@ class CIpmiNode : public IDevice
     // As the driver: with truncation a message that is too long comes shortened, and the call still fails.
     int Receive(ipmi_recv& message, bool truncate)
     {
+        const ipmi_system_interface_addr address = {IPMI_SYSTEM_INTERFACE_ADDR_TYPE, IPMI_BMC_CHANNEL, 0};
         if (!IsReady()) return Fail(EAGAIN);
+        if (message.addr_len < sizeof address) return Fail(EINVAL);
         const Answer answer = m_Answers.front();
         const bool tooLong = answer.Data.size() > message.msg.data_len;
         if (tooLong && !truncate) return Fail(EMSGSIZE);
         m_Answers.pop_front();
 
-        ipmi_system_interface_addr address = {IPMI_SYSTEM_INTERFACE_ADDR_TYPE, IPMI_BMC_CHANNEL, 0};
-        std::memcpy(message.addr, &address, std::min<std::size_t>(message.addr_len, sizeof address));
+        std::memcpy(message.addr, &address, sizeof address);
         message.addr_len = sizeof address;
         message.recv_type = answer.Type;
         message.msgid = answer.MessageId;

@@ -25,6 +25,8 @@ int Carry(const void* pBuffer, int size, ZALCISTATUS* pStatus, Operation operati
     return carried;
 }
 
+bool g_bInitialized = false;
+
 bool IsPriority(int priority)
 {
     return priority == ZalCiNormalPriority || priority == ZalCiHighPriority ||
@@ -35,6 +37,7 @@ bool IsPriority(int priority)
 
 ZALCISTATUS ZalCiInitialize(void*)
 {
+    g_bInitialized = true;
     return Driver() ? ZalCiSuccess : ZalCiErrNoDriver;
 }
 
@@ -43,6 +46,7 @@ ZALCISTATUS ZalCiCreate(void*, ZALCIHANDLE* phChannel, ULONG SendEntries, ULONG 
 {
     if (!phChannel) return ZalCiErrBadParameter;
     *phChannel = nullptr;
+    if (!g_bInitialized) return ZalCiErrInterface;
     if (!Driver()) return ZalCiErrNoDriver;
     if (!IsPriority(Priority)) return ZalCiErrBadPriority;
     return sim::OrEndProcess([=] {

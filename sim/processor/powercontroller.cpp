@@ -158,9 +158,9 @@ class CPowerController : public I2CDevice
 
     bool Read(Bytes& bytes) override
     {
-        bytes.resize(std::min(bytes.size(), m_Reply.size()));
-        std::copy_n(m_Reply.begin(), bytes.size(), bytes.begin());
-        return !m_Reply.empty();
+        if (bytes.size() != m_Reply.size()) return false;
+        bytes = m_Reply;
+        return true;
     }
 
   private:
@@ -259,6 +259,7 @@ bool CPowerController::AccessRegister(const Bytes& request)
         m_Reply = {static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8)};
         m_Reply.push_back(static_cast<std::uint8_t>(-Sum(m_Reply)));
     } else {
+        if (IsFixed(number)) return false;
         SetRegister(number, static_cast<std::uint16_t>(request[1] | request[2] << 8));
         m_Reply = {request[3]};
     }
@@ -268,7 +269,6 @@ bool CPowerController::AccessRegister(const Bytes& request)
 
 void CPowerController::SetRegister(int number, std::uint16_t value)
 {
-    if (IsFixed(number)) return;
     if (number == m_Set.KeyholeRegister) return OpenKeyhole(value);
     m_Registers[number] = value;
     Save();

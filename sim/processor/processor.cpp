@@ -9,9 +9,9 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "platformids.h"
 #include "sim/base/clock.h"
 #include "sim/processor/inventory.h"
+#include "sim/processor/requests.h"
 
 namespace sim
 {
@@ -122,6 +122,7 @@ CProcessor::Answer CProcessor::Run(const Bytes& bytes, DWORD errorCode,
     std::memcpy(&request, bytes.data(), std::min(bytes.size(), sizeof request));
     if (errorCode == 0 && (bytes.size() != sizeof request || request.Length != sizeof request))
         errorCode = SmifError_BadLength;
+    if (errorCode == 0 && !IsTaken(request)) errorCode = SmifError_BadParameter;
     m_Extra = 0;
     if (errorCode == 0) errorCode = (this->*command)(request, reply);
     if (m_bDead) return {};
@@ -181,9 +182,6 @@ DWORD CProcessor::TransferI2C(const SMIFREQ_I2C_TRANSACTION& request, SMIFRSP_I2
 {
     reply.Address = request.Address;
     reply.Bus = request.Bus;
-    if (request.Magic[0] != PlatformI2CMagicLow || request.Magic[1] != PlatformI2CMagicHigh ||
-        request.WriteLength > sizeof request.Data || request.ReadLength > sizeof reply.Data)
-        return SmifError_BadParameter;
     Bytes read(request.ReadLength);
     if (!m_Buses.Transfer(request.Bus, request.Address, {request.Data, request.Data + request.WriteLength}, read))
         return SmifError_NoAcknowledge;
@@ -220,10 +218,9 @@ DWORD CProcessor::FlashDevice(const SMIFREQ_DEVICE_FLASH& request, SMIFRSP_DEVIC
     reply._Offset = request.Offset;
     reply._In = request.In;
     std::memcpy(reply._Handler, request.Handler, sizeof reply._Handler);
-    const std::string handler(request.Handler, strnlen(request.Handler, sizeof request.Handler));
+    const std::string handler = request.Handler;
     CFlashDevice* pDevice = FindFlashDevice(handler);
     if (!pDevice) return SmifError_NoDevice;
-    if (request.DataLength > sizeof request.Data) return SmifError_BadParameter;
 
     std::optional<DeviceFlashStatus> status = DeviceFlashStatus_OK;
     switch (request.Operation) {
@@ -307,7 +304,6 @@ DWORD CProcessor::ControlDeviceEx(const SMIFREQ_DEVICE_CONTROL_EX& request, SMIF
 DWORD CProcessor::ResetHost(const SMIFREQ_HOST_RESET& request, SMIFRSP_HOST_RESET& reply)
 {
     reply.Mode = request.Mode;
-    if (request.Mode > HostResetMode_AuxPowerCycle) return SmifError_BadParameter;
     m_HostResetMode = request.Mode;
     m_Journal.Write("processor host-reset mode=%d", m_HostResetMode);
     Save();

@@ -45,10 +45,9 @@ bool CRegisters::Access(DWORD operation, DWORD index, BYTE& value)
     if (access == std::end(Accesses)) return false;
     const auto file = m_Files.find(access->File);
     if (file == m_Files.end() || index >= file->second.size()) return false;
-    // This one wants the index in the place of the value too.
-    if (operation == IoAccessOp_GetGPO && value != static_cast<BYTE>(index)) return false;
-
     if (!access->Writes) {
+        // One operation wants the index in the place of the value too.
+        if (value != (operation == IoAccessOp_GetGPO ? static_cast<BYTE>(index) : 0)) return false;
         value = file->second[index];
         return true;
     }

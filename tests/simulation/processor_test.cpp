@@ -172,13 +172,6 @@ TEST_F(Processor, ReachesI2CDevices)
         EXPECT_TRUE(channel.I2CTransaction(1, 0x50, write, sizeof write, nullptr, 0));
         EXPECT_FALSE(channel.I2CTransaction(1, 0x51, write, 1, nullptr, 0));
         EXPECT_FALSE(channel.I2CTransaction(2, 0x50, write, 1, nullptr, 0));
-        SMIFREQ_I2C_TRANSACTION request = {};
-        request.Length = sizeof request;
-        request.Command = SMIFCMD_I2C_TRANSACTION;
-        request.Bus = 1;
-        request.Address = 0x50;
-        SMIFRSP_I2C_TRANSACTION response = {};
-        EXPECT_EQ(42, channel.SmifCommand(&request, &response, sizeof response, 1000));  // no magic
     }
     RestartServer();
     CChannelInterface channel;
@@ -447,6 +440,7 @@ TEST_F(Processor, AnswersMisuseOfItsChannelsWithAStatus)
         function(handle, buffer, size, &status, nullptr);
         return status;
     };
+    ZalCiInitialize(nullptr);
     EXPECT_EQ(ZalCiErrBadDescriptorCount, create(0, 4096, ZalCiNormalPriority));
     EXPECT_EQ(ZalCiErrBadDescriptorSize, create(2, 7, ZalCiNormalPriority));
     EXPECT_EQ(ZalCiErrBadPriority, create(2, 4096, 2));
