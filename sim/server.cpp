@@ -61,10 +61,10 @@ CServer::CServer(const std::filesystem::path& folder, const RunOptions& options)
       m_Description(ReadDescription(folder, options.Faults)),
       m_Journal(folder, options),
       m_FlashPart(m_Description.FlashPart, m_Folder, m_Journal),
-      m_Bmc(m_Description.Ipmi, folder, m_Journal)
+      m_Bmc(m_Description.Ipmi, m_Folder, m_Journal)
 {
     if (m_Description.Processor) {
-        m_pProcessor = std::make_unique<CProcessor>(*m_Description.Processor, folder, m_Journal);
+        m_pProcessor = std::make_unique<CProcessor>(*m_Description.Processor, m_Folder, m_Journal);
         m_pChannelDriver = std::make_unique<CChannelDriver>(*m_pProcessor, *m_Description.Processor, m_Journal);
     }
     m_Smbios = MakeSmbios();

@@ -30,6 +30,7 @@ class CServer
     CServer(const CServer&) = delete;
     CServer& operator=(const CServer&) = delete;
 
+    CServerFolder& GetFolder() { return m_Folder; }
     const ServerDescription& GetDescription() const { return m_Description; }
     const SmbiosTables& GetSmbios() const { return m_Smbios; }
     CMemory& GetMemory() { return m_Memory; }

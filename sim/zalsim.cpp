@@ -90,7 +90,7 @@ const char* ClassName(const sim::EventLogEntry& entry)
     return "other";
 }
 
-void ShowLog(const sim::CBmc& bmc)
+void ShowLog(sim::CBmc& bmc)
 {
     std::printf("  %4s  %-16s  %-11s  %-8s  %s\n", "no.", "time", "class", "severity", "text");
     for (const sim::EventLogEntry& entry : bmc.GetLog())

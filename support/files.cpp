@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -35,7 +36,7 @@ void WriteTo(const fs::path& file, int flags, std::string_view bytes)
 
 }  // namespace
 
-std::string ReadOpenFile(int descriptor, const fs::path& file, std::size_t maxSize)
+std::string ReadOpenFile(int descriptor, const fs::path& file, std::size_t maxSize, std::size_t most)
 {
     struct stat status = {};
     if (fstat(descriptor, &status) != 0) Refuse("can't read", file, std::strerror(errno));
@@ -43,7 +44,7 @@ std::string ReadOpenFile(int descriptor, const fs::path& file, std::size_t maxSi
     if (static_cast<std::uintmax_t>(status.st_size) > maxSize)
         Refuse("can't read", file, "it has more than " + std::to_string(maxSize) + " bytes");
 
-    std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
+    std::string bytes(std::min(static_cast<std::size_t>(status.st_size), most), '\0');
     std::size_t length = 0;
     while (length < bytes.size()) {
         const ssize_t part =

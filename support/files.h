@@ -25,8 +25,10 @@ void WriteWholeFile(const std::filesystem::path& file, std::string_view bytes);
 // Writes all of the bytes to a descriptor; false with errno when it takes no more.
 bool WriteAll(int descriptor, std::string_view bytes);
 
-// Reads a regular file that is open, from its start; throws as ReadWholeFile does, which calls the file by that name.
-std::string ReadOpenFile(int descriptor, const std::filesystem::path& file, std::size_t maxSize);
+// Reads a regular file that is open, from its start, or the first bytes of it, most of them. Throws as ReadWholeFile
+// does; sentences call the file by that name.
+std::string ReadOpenFile(int descriptor, const std::filesystem::path& file, std::size_t maxSize,
+                         std::size_t most = MaxFileSize);
 
 // The bytes of anything that stands in a row.
 template <typename Bytes>

@@ -71,7 +71,7 @@ CTranscript::~CTranscript()
             m_Text.replace(at, text.size(), name);
     if (m_Text.empty()) return;
     if (std::getenv("FLASHTEST_RECORD"))
-        std::ofstream(m_File) << m_Text;
+        WriteWholeFile(m_File, m_Text);
     else
         EXPECT_EQ(ReadFile(m_File), m_Text) << "in " << m_File;
 }

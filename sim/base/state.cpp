@@ -7,8 +7,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "support/files.h"
 
@@ -17,29 +19,35 @@ namespace sim
 
 namespace fs = std::filesystem;
 
-CServerFolder::CServerFolder(const fs::path& path)
-    : m_Path(path), m_Descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+CServerFolder::CServerFolder(const fs::path& path) : m_Path(path)
 {
-    if (m_Descriptor.Get() < 0)
+    if (Open().Get() < 0)
         throw std::runtime_error("There is no server in " + path.string() + ": " + std::strerror(errno));
 }
 
-CServerFolder::Lock::Lock(CServerFolder& folder) : m_Folder(folder)
+CDescriptor CServerFolder::Open() const
 {
-    m_Folder.m_Mutex.lock();
-    if (m_Folder.m_Locks++ > 0) return;
-    while (flock(m_Folder.m_Descriptor.Get(), LOCK_EX) != 0) {
-        if (errno == EINTR) continue;
-        m_Folder.m_Locks--;
-        m_Folder.m_Mutex.unlock();
-        throw std::runtime_error("Can't lock " + m_Folder.m_Path.string() + ": " + std::strerror(errno));
+    return CDescriptor(open(m_Path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+CServerFolder::Lock::Lock(CServerFolder& folder) : m_Guard(folder.m_Mutex), m_Folder(folder)
+{
+    if (m_Folder.m_Locks > 0) {
+        m_Folder.m_Locks++;
+        return;
     }
+    CDescriptor descriptor = m_Folder.Open();
+    int status = 0;
+    do status = flock(descriptor.Get(), LOCK_EX);
+    while (status != 0 && errno == EINTR);
+    if (status != 0) throw std::runtime_error("Can't lock " + folder.m_Path.string() + ": " + std::strerror(errno));
+    m_Folder.m_Locked = std::move(descriptor);
+    m_Folder.m_Locks = 1;
 }
 
 CServerFolder::Lock::~Lock()
 {
-    if (--m_Folder.m_Locks == 0) flock(m_Folder.m_Descriptor.Get(), LOCK_UN);
-    m_Folder.m_Mutex.unlock();
+    if (--m_Folder.m_Locks == 0) m_Folder.m_Locked.Reset(-1);
 }
 
 void CServerFolder::Restart()
@@ -73,7 +81,7 @@ void CStateFile::Open()
         throw std::runtime_error("Can't read " + m_Path.string() + ": " + std::strerror(errno));
 }
 
-bool CStateFile::Refresh(std::optional<std::string>& bytes)
+bool CStateFile::RefreshStart(std::optional<std::string>& bytes, std::size_t most)
 {
     struct stat now = {};
     struct stat known = {};
@@ -89,12 +97,12 @@ bool CStateFile::Refresh(std::optional<std::string>& bytes)
     Open();
     if (m_Known.Get() >= 0) {
         try {
-            bytes = ReadOpenFile(m_Known.Get(), m_Path, m_MaxSize);
+            bytes = ReadOpenFile(m_Known.Get(), m_Path, m_MaxSize, most);
         } catch (const std::exception& error) {
             RefuseContents(error.what());
         }
     }
-    m_KnownSize = bytes ? bytes->size() : 0;
+    m_KnownSize = bytes ? static_cast<std::size_t>(now.st_size) : 0;
     m_bKnown = true;
     return true;
 }
@@ -132,6 +140,16 @@ void CStateFile::Remove()
     m_Known.Reset(-1);
     m_KnownSize = 0;
     m_bKnown = true;
+}
+
+void CStateFile::TakeFrom(CStateFile& other)
+{
+    if (std::rename(other.m_Path.c_str(), m_Path.c_str()) != 0)
+        throw std::runtime_error("can't rename " + other.m_Path.string() + ": " + std::strerror(errno));
+    m_KnownSize = other.m_KnownSize;
+    m_bKnown = true;
+    Open();
+    other.Remove();
 }
 
 void CStateFile::RefuseContents(const std::string& why) const

@@ -22,8 +22,9 @@ namespace sim
 //     ...                   // the operation
 //     m_File.Write(...);
 //
-// The lock is the system's own (flock), so it goes with the process that holds it, however that ends. Nothing is synced
-// to the disk: a process dies here, not the machine.
+// The lock is the system's own (flock), so it goes with the process that holds it, however that ends. It is taken on a
+// descriptor of its own each time, which no process that was forked off before shares. Nothing is synced to the disk: a
+// process dies here, not the machine.
 class CServerFolder
 {
   public:
@@ -44,6 +45,7 @@ class CServerFolder
         Lock& operator=(const Lock&) = delete;
 
       private:
+        std::lock_guard<std::recursive_mutex> m_Guard;
         CServerFolder& m_Folder;
     };
 
@@ -55,8 +57,10 @@ class CServerFolder
     [[noreturn]] void LosePower();
 
   private:
+    CDescriptor Open() const;
+
     std::filesystem::path m_Path;
-    CDescriptor m_Descriptor;
+    CDescriptor m_Locked;  // open while the lock is held
     std::recursive_mutex m_Mutex;
     int m_Locks = 0;
 };
@@ -74,7 +78,13 @@ class CStateFile
 
     // When the file is not the one that was read or written last (another process wrote it, or nothing was read yet):
     // true, with its bytes, or with nothing where there is no file.
-    bool Refresh(std::optional<std::string>& bytes);
+    bool Refresh(std::optional<std::string>& bytes) { return RefreshStart(bytes, m_MaxSize); }
+
+    // The same with the first bytes alone, most of them, of a file that need not be in memory.
+    bool RefreshStart(std::optional<std::string>& bytes, std::size_t most);
+
+    // Bytes of the file that was read or written last; 0 where there was none.
+    std::size_t GetSize() const { return m_KnownSize; }
 
     // The same for a JSON object, which reader takes apart; what is missing in it, or the whole file, has the value
     // that reader gives it otherwise.
@@ -99,6 +109,9 @@ class CStateFile
     void Append(std::string_view bytes);
 
     void Remove();
+
+    // Makes the other file, which is then gone, the contents.
+    void TakeFrom(CStateFile& other);
 
     // Refuses what the file holds.
     [[noreturn]] void RefuseContents(const std::string& why) const;

@@ -1,10 +1,9 @@
 #include "sim/bmc/bmc.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
+#include <optional>
 
 #include "zalph/evtlog.h"
 
@@ -32,13 +31,8 @@ const std::uint8_t SubType_LogVrl = 7;
 // Get Device ID (IPMI 2.0, 20.1): an IPMI 2.0 controller with firmware 2.70.
 const Bytes DeviceId = {Completion_OK, 0x13, 0x01, 0x02, 0x70, 0x02, 0x02, 0, 0, 0, 0, 0, 0, 0, 0, 0};
 
+const std::size_t MaxLog = std::size_t{16} << 20;  // bytes
 const std::size_t RequestHeader = offsetof(LOG_VRL_REQUEST, VRLEntry);
-
-Bytes ReadWhole(const std::filesystem::path& file)
-{
-    std::ifstream stream(file, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
-}
 
 bool operator==(const _evtTimeStamp& one, const _evtTimeStamp& other)
 {
@@ -68,8 +62,8 @@ std::string TimeText(const _evtTimeStamp& time)
 
 }  // namespace
 
-CBmc::CBmc(const IpmiFaults& faults, const std::filesystem::path& folder, CJournal& journal)
-    : m_Faults(faults), m_File(folder / "vrl.bin"), m_Journal(journal)
+CBmc::CBmc(const IpmiFaults& faults, CServerFolder& folder, CJournal& journal)
+    : m_Faults(faults), m_Folder(folder), m_State(folder, "vrl.bin", MaxLog), m_Journal(journal)
 {
 }
 
@@ -91,6 +85,7 @@ Bytes CBmc::Execute(std::uint8_t lun, std::uint8_t netFunction, std::uint8_t com
 
 Bytes CBmc::AccessNvram(const Bytes& request)
 {
+    const CServerFolder::Lock lock(m_Folder);
     LOG_VRL_REQUEST access = {};
     if (request.size() < RequestHeader || request.size() > sizeof access) return {Completion_BadLength};
     std::memcpy(&access, request.data(), request.size());
@@ -110,24 +105,27 @@ Bytes CBmc::AccessNvram(const Bytes& request)
         response.AssignedEventNumber = static_cast<DWORD>(GetLog().size() + 1);
         entry.dwEvtNumber = response.AssignedEventNumber;
         std::memcpy(access.VRLEntry, &entry, sizeof entry);
-        std::ofstream file(m_File, std::ios::binary | std::ios::app);
-        if (!file.write(reinterpret_cast<const char*>(access.VRLEntry), entry.wEvtLength).flush())
-            throw std::runtime_error("Can't write " + m_File.string());
+        m_Entries.append(reinterpret_cast<const char*>(access.VRLEntry), entry.wEvtLength);
+        m_State.Write(m_Entries);
     }
     Bytes bytes(1 + sizeof response, Completion_OK);
     std::memcpy(bytes.data() + 1, &response, sizeof response);
     return bytes;
 }
 
-std::vector<EventLogEntry> CBmc::GetLog() const
+std::vector<EventLogEntry> CBmc::GetLog()
 {
+    const CServerFolder::Lock lock(m_Folder);
+    std::optional<std::string> read;
+    if (m_State.Refresh(read)) m_Entries = read.value_or("");
+    const std::string& bytes = m_Entries;
     std::vector<EventLogEntry> log;
-    const Bytes bytes = ReadWhole(m_File);
-    for (std::size_t offset = 0; bytes.size() - offset > sizeof(_evtLogHdr);) {
+    for (std::size_t offset = 0; offset < bytes.size();) {
         _evtLogHdr entry = {};
-        std::memcpy(&entry, bytes.data() + offset, sizeof entry);
-        if (entry.wEvtLength <= sizeof entry || entry.wEvtLength > bytes.size() - offset) break;
-        const char* pszText = reinterpret_cast<const char*>(bytes.data() + offset + sizeof entry);
+        std::memcpy(&entry, bytes.data() + offset, std::min(bytes.size() - offset, sizeof entry));
+        if (entry.wEvtLength <= sizeof entry || entry.wEvtLength > bytes.size() - offset)
+            m_State.RefuseContents("an entry is not whole");
+        const char* pszText = bytes.data() + offset + sizeof entry;
         log.push_back({entry.dwEvtNumber, entry.wClass, entry.wCode, entry.bSeverity, TimeText(entry.InitTime),
                        std::string(pszText, strnlen(pszText, entry.wEvtLength - sizeof entry))});
         offset += entry.wEvtLength;

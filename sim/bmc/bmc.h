@@ -2,11 +2,11 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "sim/base/journal.h"
+#include "sim/base/state.h"
 #include "sim/bmc/ipmifaults.h"
 
 namespace sim
@@ -26,20 +26,22 @@ class CBmc
 {
   public:
     // The log stands in vrl.bin in the folder: the entries as they came in, each with its number.
-    CBmc(const IpmiFaults& faults, const std::filesystem::path& folder, CJournal& journal);
+    CBmc(const IpmiFaults& faults, CServerFolder& folder, CJournal& journal);
 
     // The response to a command, its first byte the completion code (IPMI 2.0, 5.2).
     std::vector<std::uint8_t> Execute(std::uint8_t lun, std::uint8_t netFunction, std::uint8_t command,
                                       const std::vector<std::uint8_t>& request);
 
-    std::vector<EventLogEntry> GetLog() const;
+    std::vector<EventLogEntry> GetLog();
 
   private:
     std::vector<std::uint8_t> AccessNvram(const std::vector<std::uint8_t>& request);
 
     const IpmiFaults& m_Faults;
-    std::filesystem::path m_File;
+    CServerFolder& m_Folder;
+    CStateFile m_State;
     CJournal& m_Journal;
+    std::string m_Entries;  // as they came in
 };
 
 }  // namespace sim

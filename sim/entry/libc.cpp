@@ -270,7 +270,8 @@ ENTRY_POINT FILE* popen(const char* command, const char* mode)
     if (!sim::ReadsPciDevices(command)) return next(command, mode);
     const std::string redirected = sim::OrEndProcess([=] {
         const sim::ServerDescription& server = pServer->GetDescription();
-        return sim::WithPciDevices(command, server.Folder, server.Processor ? server.Processor->PciFunctions : 0);
+        return sim::WithPciDevices(command, pServer->GetFolder(),
+                                   server.Processor ? server.Processor->PciFunctions : 0);
     });
     return next(redirected.c_str(), mode);
 }

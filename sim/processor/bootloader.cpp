@@ -1,18 +1,15 @@
 #include "sim/processor/bootloader.h"
 
-#include <signal.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <limits>
 #include <numeric>
-#include <stdexcept>
 
 #include "sim/base/clock.h"
 #include "sim/images/crc.h"
 #include "sim/images/deviceimage.h"
+#include "support/files.h"
 
 namespace sim
 {
@@ -33,21 +30,32 @@ const std::uint8_t RecordType_ExtendedLinearAddress = 4;
 }  // namespace
 
 CBootLoader::CBootLoader(const std::string& family, const FirmwareVersion& shipped, const BootLoaderFaults& faults,
-                         const std::filesystem::path& folder, CJournal& journal)
+                         CServerFolder& folder, CJournal& journal)
     : m_Family(family),
       m_Faults(faults),
-      m_File(folder / "powercontroller.bin"),
+      m_Shipped(shipped),
+      m_Folder(folder),
+      m_State(folder, "powercontroller.bin", MemorySize),
       m_Journal(journal),
-      m_Version(shipped),
       m_Records(0),
       m_LinearAddress(0),
       m_End(0),
       m_Status(ProgrammingStatus_Done),
       m_BusyUntil(0)
 {
-    std::ifstream file(m_File, std::ios::binary);
-    if (!file) return;
-    m_Memory.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    Load();
+}
+
+// Where another process programmed the memory meanwhile, the records of this one no longer follow what is there.
+void CBootLoader::Load()
+{
+    std::optional<std::string> bytes;
+    if (!m_State.Refresh(bytes)) return;
+    m_End = 0;
+    m_Last.clear();
+    m_Version = m_Shipped;
+    if (!bytes) return;
+    m_Memory.assign(bytes->begin(), bytes->end());
     m_Memory.resize(MemorySize, 0xFF);
     m_Version = ReadVersion(MemorySize);
 }
@@ -70,6 +78,7 @@ ProgrammingStatus CBootLoader::GetStatus() const
 bool CBootLoader::Take(const Bytes& record)
 {
     if (GetStatus() == ProgrammingStatus_Busy) return false;
+    Load();
     m_Records++;
     m_BusyUntil = CClock::Instance().Now() + ProgrammingTime;
     if (m_Records == m_Faults.BusyAtRecord) {
@@ -119,7 +128,7 @@ ProgrammingStatus CBootLoader::Program(std::uint32_t address, const std::uint8_t
     if (m_Records == m_Faults.PowerLostAtRecord) {
         Store(address, data, size / 2);
         m_Journal.Write("power-controller power-lost record=%d", m_Records);
-        kill(getpid(), SIGKILL);
+        m_Folder.LosePower();
     }
     Store(address, data, size);
     const bool was = m_Version.has_value();
@@ -135,17 +144,14 @@ void CBootLoader::Erase()
     m_Journal.Write("power-controller programming-start record=%d", m_Records);
     m_BusyUntil += ErasureTime;
     m_Memory.assign(MemorySize, 0xFF);
-    if (!m_Stream.is_open()) m_Stream.open(m_File, std::ios::binary | std::ios::in | std::ios::out | std::ios::trunc);
-    Store(0, Bytes(m_Memory).data(), MemorySize);
 }
 
+// The memory is small, so that it is written whole with each record.
 void CBootLoader::Store(std::uint32_t address, const std::uint8_t* data, std::size_t size)
 {
     std::copy_n(data, size, m_Memory.begin() + address);
     m_End = address + static_cast<std::uint32_t>(size);
-    m_Stream.seekp(address);
-    if (!m_Stream.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size)).flush())
-        throw std::runtime_error("Can't write " + m_File.string());
+    m_State.Write(AsText(m_Memory));
 }
 
 }  // namespace sim

@@ -2,13 +2,12 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "sim/base/journal.h"
+#include "sim/base/state.h"
 #include "sim/images/firmwareversion.h"
 
 namespace sim
@@ -57,7 +56,7 @@ class CBootLoader
     // The program memory stands in powercontroller.bin in the folder once something was programmed; until then it holds
     // whole microcode of the shipped version.
     CBootLoader(const std::string& family, const FirmwareVersion& shipped, const BootLoaderFaults& faults,
-                const std::filesystem::path& folder, CJournal& journal);
+                CServerFolder& folder, CJournal& journal);
 
     // Takes a record, count to checksum, and is busy with it for a while. False while it is still busy. The record at
     // the start of the microcode erases all of it; the others follow in the order of their addresses.
@@ -72,14 +71,16 @@ class CBootLoader
     ProgrammingStatus Program(std::uint32_t address, const std::uint8_t* data, std::size_t size);
     void Erase();
     void Store(std::uint32_t address, const std::uint8_t* data, std::size_t size);
+    void Load();
     std::optional<FirmwareVersion> ReadVersion(std::uint32_t end) const;
 
     const std::string m_Family;
     const BootLoaderFaults m_Faults;
-    const std::filesystem::path m_File;
+    const FirmwareVersion m_Shipped;
+    CServerFolder& m_Folder;
+    CStateFile m_State;
     CJournal& m_Journal;
     Bytes m_Memory;
-    std::fstream m_Stream;
     std::optional<FirmwareVersion> m_Version;
 
     int m_Records;                  // that came

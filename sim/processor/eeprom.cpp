@@ -1,12 +1,12 @@
 // A serial EEPROM, "eeprom" in "i2c": "size" bytes behind a pointer of one byte, first all 0xFF, with the text "data"
 // at its start. With a "device_id" it is written only while that device is halted.
 #include <algorithm>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
+#include <optional>
 
 #include "sim/base/fields.h"
+#include "sim/base/state.h"
 #include "sim/processor/i2c.h"
+#include "support/files.h"
 
 namespace sim
 {
@@ -35,14 +35,15 @@ class CEeprom : public I2CDevice
 {
   public:
     CEeprom(const EepromDescription& eeprom, const I2CSite& site)
-        : m_File(site.Folder / ("eeprom-" + std::to_string(site.Bus) + "-" + std::to_string(site.Address) + ".bin")),
+        : m_State(site.Folder, "eeprom-" + std::to_string(site.Bus) + "-" + std::to_string(site.Address) + ".bin",
+                  eeprom.Shipped.size()),
           m_IsHalted(site.IsHalted),
           m_Owner(eeprom.Owner),
+          m_Shipped(eeprom.Shipped),
           m_Bytes(eeprom.Shipped),
           m_Pointer(0)
     {
-        std::ifstream file(m_File, std::ios::binary);
-        file.read(reinterpret_cast<char*>(m_Bytes.data()), static_cast<std::streamsize>(m_Bytes.size()));
+        Load();
     }
 
     bool Write(const Bytes& bytes) override
@@ -50,21 +51,28 @@ class CEeprom : public I2CDevice
         m_Pointer = bytes[0] % m_Bytes.size();
         if (bytes.size() == 1) return true;
         if (m_Owner != 0 && !m_IsHalted(m_Owner)) return false;
+        Load();
         for (std::size_t i = 1; i < bytes.size(); i++) Next() = bytes[i];
-        std::ofstream file(m_File, std::ios::binary);
-        const char* pBytes = reinterpret_cast<const char*>(m_Bytes.data());
-        if (!file.write(pBytes, static_cast<std::streamsize>(m_Bytes.size())).flush())
-            throw std::runtime_error("Can't write " + m_File.string());
+        m_State.Write(AsText(m_Bytes));
         return true;
     }
 
     bool Read(Bytes& bytes) override
     {
+        Load();
         for (std::uint8_t& byte : bytes) byte = Next();
         return true;
     }
 
   private:
+    void Load()
+    {
+        std::optional<std::string> bytes;
+        if (!m_State.Refresh(bytes)) return;
+        m_Bytes = m_Shipped;
+        if (bytes) std::copy(bytes->begin(), bytes->end(), m_Bytes.begin());
+    }
+
     std::uint8_t& Next()
     {
         std::uint8_t& byte = m_Bytes[m_Pointer];
@@ -72,9 +80,10 @@ class CEeprom : public I2CDevice
         return byte;
     }
 
-    std::filesystem::path m_File;
+    CStateFile m_State;
     std::function<bool(int)> m_IsHalted;
     int m_Owner;
+    const Bytes m_Shipped;
     Bytes m_Bytes;
     std::size_t m_Pointer;
 };

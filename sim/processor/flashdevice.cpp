@@ -1,33 +1,17 @@
 #include "sim/processor/flashdevice.h"
 
-#include <signal.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
-#include <stdexcept>
 
 #include "sim/base/clock.h"
 #include "sim/images/crc.h"
+#include "support/files.h"
 
 namespace sim
 {
 
 namespace
 {
-
-namespace fs = std::filesystem;
-
-// What a file holds: the version of an image for that handler, nothing when it is not whole.
-std::optional<FirmwareVersion> ReadFirmware(const fs::path& path, const std::string& handler)
-{
-    DeviceImageHeader header = {};
-    std::ifstream file(path, std::ios::binary);
-    if (!file.read(reinterpret_cast<char*>(&header), sizeof header) || !IsDeviceImage(header, handler) ||
-        fs::file_size(path) != header.Size)
-        return std::nullopt;
-    return VersionOf(header);
-}
 
 bool IsWithin(std::int64_t byte, std::uint32_t offset, std::uint32_t size)
 {
@@ -37,20 +21,40 @@ bool IsWithin(std::int64_t byte, std::uint32_t offset, std::uint32_t size)
 }  // namespace
 
 CFlashDevice::CFlashDevice(Kind kind, const FlashDescription& device, const FirmwareVersion& shipped,
-                           const ProcessorFaults& faults, const fs::path& folder, CJournal& journal)
+                           const ProcessorFaults& faults, CServerFolder& folder, CJournal& journal)
     : m_Device(device),
       m_Faults(faults),
-      m_File(folder / (device.Handler + ".fw")),
-      m_Upload(kind == Kind_Staged ? folder / (device.Handler + ".upload") : m_File),
+      m_Shipped(shipped),
+      m_Folder(folder),
+      m_File(folder, device.Handler + ".fw", MaxFileSize),
       m_Journal(journal),
-      m_Firmware(fs::exists(m_File) ? ReadFirmware(m_File, device.Handler) : shipped),
-      m_bFailed(!m_Firmware || (kind == Kind_Staged && fs::exists(m_Upload))),
+      m_bFailed(false),
       m_bOpen(false),
       m_Header(),
       m_Received(0),
       m_Crc(0),
       m_BusyUntil(0)
 {
+    if (kind == Kind_Staged) m_Staged.emplace(folder, device.Handler + ".upload", MaxFileSize);
+    Load();
+}
+
+// Where another process flashed the device meanwhile, the upload of this one is cut off.
+void CFlashDevice::Load()
+{
+    std::optional<std::string> start;
+    std::optional<std::string> upload;
+    const bool newFile = m_File.RefreshStart(start, sizeof m_Header);
+    const bool newUpload = m_Staged && m_Staged->RefreshStart(upload, 0);
+    if (newFile) {
+        DeviceImageHeader header = {};
+        if (start) std::memcpy(&header, start->data(), std::min(start->size(), sizeof header));
+        const bool whole = start && IsDeviceImage(header, m_Device.Handler) && m_File.GetSize() == header.Size;
+        m_Firmware = !start ? std::optional(m_Shipped) : whole ? std::optional(VersionOf(header)) : std::nullopt;
+    }
+    if (!newFile && !newUpload) return;
+    m_bOpen = false;
+    m_bFailed = !m_Firmware || (m_Staged && m_Staged->Exists());
 }
 
 bool CFlashDevice::IsBusy() const
@@ -60,16 +64,16 @@ bool CFlashDevice::IsBusy() const
 
 std::optional<FirmwareVersion> CFlashDevice::GetFirmware() const
 {
-    const bool loader = IsBusy() && m_Upload == m_File;
+    const bool loader = IsBusy() && !m_Staged;
     return loader ? std::nullopt : m_Firmware;
 }
 
 DeviceFlashStatus CFlashDevice::Open()
 {
+    Load();
     if (IsBusy()) return DeviceFlashStatus_Busy;
     m_Journal.Write("device open handler=%s", m_Device.Handler.c_str());
     m_bOpen = true;
-    m_Stream.close();
     m_Received = 0;
     m_Crc = 0;
     return DeviceFlashStatus_OK;
@@ -84,11 +88,11 @@ DeviceFlashStatus CFlashDevice::Query() const
 
 DeviceFlashStatus CFlashDevice::Reset()
 {
+    Load();
     if (IsBusy()) return DeviceFlashStatus_Busy;
     m_Journal.Write("device reset handler=%s", m_Device.Handler.c_str());
     m_bOpen = false;
-    m_Stream.close();
-    if (m_Upload != m_File) fs::remove(m_Upload);
+    if (m_Staged) m_Staged->Remove();
     m_bFailed = !m_Firmware;
     return DeviceFlashStatus_OK;
 }
@@ -96,6 +100,7 @@ DeviceFlashStatus CFlashDevice::Reset()
 std::optional<DeviceFlashStatus> CFlashDevice::Upload(std::uint32_t offset, const std::uint8_t* data,
                                                       std::uint32_t size)
 {
+    Load();
     if (IsBusy()) return DeviceFlashStatus_Busy;
     if (!m_bOpen) return Refuse(DeviceFlashStatus_Error, "not-open");
     if (offset != m_Received) return Refuse(DeviceFlashStatus_Error, "offset");
@@ -110,12 +115,11 @@ std::optional<DeviceFlashStatus> CFlashDevice::Upload(std::uint32_t offset, cons
     for (const std::int64_t byte : faulty) {
         if (!IsWithin(byte, offset, size)) continue;
         Store(data, static_cast<std::uint32_t>(byte - offset));
-        m_Stream.flush();
         if (byte == m_Faults.DeviceErrorAtByte) return Refuse(DeviceFlashStatus_Error, "device-error");
         const bool power = byte == m_Faults.PowerLostAtByte;
         m_Journal.Write("device %s handler=%s bytes=%u", power ? "power-lost" : "processor-died",
                         m_Device.Handler.c_str(), m_Received);
-        if (power) kill(getpid(), SIGKILL);
+        if (power) m_Folder.LosePower();
         return std::nullopt;
     }
     Store(data, size);
@@ -132,9 +136,9 @@ DeviceFlashStatus CFlashDevice::Begin(const std::uint8_t* data, std::uint32_t si
         return Refuse(DeviceFlashStatus_Error, "no-image");
     if (m_Header.Size > m_Device.Size) return Refuse(DeviceFlashStatus_Overflow, "too-large");
 
-    if (m_Upload == m_File) m_Firmware.reset();
+    Uploaded().Write("");
+    if (!m_Staged) m_Firmware.reset();
     m_bFailed = true;
-    m_Stream.open(m_Upload, std::ios::binary | std::ios::trunc);
     return DeviceFlashStatus_OK;
 }
 
@@ -143,7 +147,6 @@ DeviceFlashStatus CFlashDevice::Refuse(DeviceFlashStatus status, const char* rea
     m_Journal.Write("device refused handler=%s bytes=%u status=%d reason=%s", m_Device.Handler.c_str(), m_Received,
                     status, reason);
     m_bOpen = false;
-    m_Stream.close();
     return status;
 }
 
@@ -153,8 +156,7 @@ void CFlashDevice::Store(const std::uint8_t* data, std::uint32_t size)
     const std::uint32_t skipped = m_Received == 0 ? std::min<std::uint32_t>(size, sizeof m_Header) : 0;
     m_Crc = Crc32(data + skipped, size - skipped, m_Crc);
     m_Received += size;
-    if (!m_Stream.write(reinterpret_cast<const char*>(data), size))
-        throw std::runtime_error("Can't write " + m_Upload.string());
+    Uploaded().Append({reinterpret_cast<const char*>(data), size});  // any part of an image is an upload cut off
 }
 
 // The device checks its new firmware, and erases one that is damaged.
@@ -162,14 +164,13 @@ void CFlashDevice::Finish()
 {
     const bool whole = m_Crc == m_Header.Crc;
     m_bOpen = false;
-    m_Stream.close();
     m_BusyUntil = CClock::Instance().Now() + m_Device.BusySeconds * Second;
     m_bFailed = !whole;
     if (whole) {
         m_Firmware = VersionOf(m_Header);
-        if (m_Upload != m_File) fs::rename(m_Upload, m_File);
+        if (m_Staged) m_File.TakeFrom(*m_Staged);
     } else {
-        fs::resize_file(m_Upload, 0);
+        Uploaded().Write("");
     }
     m_Journal.Write("device end handler=%s bytes=%u whole=%s", m_Device.Handler.c_str(), m_Received,
                     whole ? "yes" : "no");

@@ -2,12 +2,11 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <optional>
 #include <string>
 
 #include "sim/base/journal.h"
+#include "sim/base/state.h"
 #include "sim/images/deviceimage.h"
 #include "sim/processor/processordescription.h"
 #include "smif.h"
@@ -26,7 +25,7 @@ class CFlashDevice
 
     // Its firmware stands in HANDLER.fw in the folder once something was flashed; until then it is the shipped one.
     CFlashDevice(Kind kind, const FlashDescription& device, const FirmwareVersion& shipped,
-                 const ProcessorFaults& faults, const std::filesystem::path& folder, CJournal& journal);
+                 const ProcessorFaults& faults, CServerFolder& folder, CJournal& journal);
 
     const FlashDescription& GetDescription() const { return m_Device; }
 
@@ -44,6 +43,8 @@ class CFlashDevice
     int GetProgress() const;
 
   private:
+    void Load();
+    CStateFile& Uploaded() { return m_Staged ? *m_Staged : m_File; }
     bool IsBusy() const;
     DeviceFlashStatus Begin(const std::uint8_t* data, std::uint32_t size);
     DeviceFlashStatus Refuse(DeviceFlashStatus status, const char* reason);
@@ -52,8 +53,10 @@ class CFlashDevice
 
     const FlashDescription& m_Device;
     const ProcessorFaults& m_Faults;
-    const std::filesystem::path m_File;
-    const std::filesystem::path m_Upload;  // where it goes until it is whole
+    const FirmwareVersion m_Shipped;
+    CServerFolder& m_Folder;
+    CStateFile m_File;
+    std::optional<CStateFile> m_Staged;  // where an upload goes until it is whole; nothing: into the file
     CJournal& m_Journal;
 
     std::optional<FirmwareVersion> m_Firmware;
@@ -62,7 +65,6 @@ class CFlashDevice
     DeviceImageHeader m_Header;  // of the upload
     std::uint32_t m_Received;    // bytes of it
     std::uint32_t m_Crc;
-    std::ofstream m_Stream;
     std::int64_t m_BusyUntil;
 };
 

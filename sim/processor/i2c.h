@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -10,11 +9,11 @@
 #include <vector>
 
 #include "sim/base/journal.h"
+#include "sim/base/state.h"
 
 namespace sim
 {
 
-class CFields;
 struct PowerPicDescription;
 
 // One device at one address. Registering its class makes it known to descriptions; see eeprom.cpp.
@@ -37,7 +36,7 @@ struct I2CSite
 {
     int Bus;
     int Address;
-    std::filesystem::path Folder;  // of the server, for what the device keeps
+    CServerFolder& Folder;  // for what the device keeps; it is locked while the device is asked for something
     CJournal& Journal;
     PowerPicDescription* pPowerPic;              // what the processor tells of the power PIC; null: there is none
     std::function<bool(int deviceID)> IsHalted;  // whether device control has stopped that device's own traffic

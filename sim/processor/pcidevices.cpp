@@ -1,10 +1,9 @@
 #include "sim/processor/pcidevices.h"
 
 #include <cstdio>
-#include <fstream>
-#include <stdexcept>
 
 #include "platformids.h"
+#include "support/files.h"
 
 namespace sim
 {
@@ -42,15 +41,15 @@ bool ReadsPciDevices(const std::string& command)
     return command.find(szPciDevices) != std::string::npos;
 }
 
-std::string WithPciDevices(const std::string& command, const std::filesystem::path& folder, int functions)
+std::string WithPciDevices(const std::string& command, CServerFolder& folder, int functions)
 {
-    const std::filesystem::path file = folder / "pci_devices";
-    std::ofstream stream(file);
-    stream << Line(0x0000, "90010001", "") << Line(0x00fa, "90010002", "sata");
+    std::string list = Line(0x0000, "90010001", "") + Line(0x00fa, "90010002", "sata");
     for (int i = 0; i < functions; i++)
-        stream << Line(0x0100 + i, ProcessorIds[static_cast<std::size_t>(i) % 4], i == 2 ? "chif" : "");
-    stream << Line(0x0200, "90020001", "nic");
-    if (!stream.flush()) throw std::runtime_error("Can't write " + file.string());
+        list += Line(0x0100 + i, ProcessorIds[static_cast<std::size_t>(i) % 4], i == 2 ? "chif" : "");
+    list += Line(0x0200, "90020001", "nic");
+    const CServerFolder::Lock lock(folder);
+    const std::filesystem::path file = folder.Path() / "pci_devices";
+    WriteWholeFile(file, list);
 
     std::string changed = command;
     return changed.replace(changed.find(szPciDevices), sizeof szPciDevices - 1, Quoted(file.string()));

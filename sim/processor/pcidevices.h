@@ -1,8 +1,9 @@
 // The host's PCI device list: what a shell reads in /proc/bus/pci/devices.
 #pragma once
 
-#include <filesystem>
 #include <string>
+
+#include "sim/base/state.h"
 
 namespace sim
 {
@@ -12,6 +13,6 @@ bool ReadsPciDevices(const std::string& command);
 
 // Writes the server's own list, with so many functions of the processor, to pci_devices in its folder; the command,
 // made to read it there.
-std::string WithPciDevices(const std::string& command, const std::filesystem::path& folder, int functions);
+std::string WithPciDevices(const std::string& command, CServerFolder& folder, int functions);
 
 }  // namespace sim

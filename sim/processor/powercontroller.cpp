@@ -10,12 +10,12 @@
 // The microcode then starts with registers that are 0.
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 #include <numeric>
 #include <stdexcept>
 
 #include "sim/base/clock.h"
 #include "sim/base/fields.h"
+#include "sim/base/state.h"
 #include "sim/processor/bootloader.h"
 #include "sim/processor/i2c.h"
 #include "sim/processor/processordescription.h"
@@ -34,6 +34,7 @@ const int Register_Status = 0;
 const int Register_MiscData = 2;
 const int Register_Flags = 0x6A;
 const int RegisterSpace = 256;
+const std::size_t MaxState = 65536;  // bytes of powercontroller.json
 
 const std::uint16_t Status_BootLoader = 0x08;
 const std::uint16_t Control_Update = 0x80;
@@ -148,6 +149,7 @@ class CPowerController : public I2CDevice
 
     bool Write(const Bytes& bytes) override
     {
+        Load();
         m_Reply.clear();
         m_Transactions++;
         if (m_Faults.NoAcknowledge.Has(m_Transactions) || CClock::Instance().Now() < m_AnswersAgain) return false;
@@ -175,9 +177,9 @@ class CPowerController : public I2CDevice
     void Start(bool bootLoader);
     void TellProcessor();
     void Load();
-    void Save() const;
+    void Save();
 
-    const std::filesystem::path m_File;
+    CStateFile m_State;
     CJournal& m_Journal;
     const std::function<bool(int)> m_IsHalted;
     PowerPicDescription& m_PowerPic;
@@ -196,7 +198,7 @@ class CPowerController : public I2CDevice
 };
 
 CPowerController::CPowerController(const PowerControllerDescription& controller, const I2CSite& site)
-    : m_File(site.Folder / "powercontroller.json"),
+    : m_State(site.Folder, "powercontroller.json", MaxState),
       m_Journal(site.Journal),
       m_IsHalted(site.IsHalted),
       m_PowerPic(PowerPic(site)),
@@ -212,7 +214,6 @@ CPowerController::CPowerController(const PowerControllerDescription& controller,
 {
     m_Registers[Register_MiscData] = m_Set.Number;
     Load();
-    m_bBootLoader = m_bBootLoader || !m_Loader.GetVersion();
     TellProcessor();
 }
 
@@ -320,18 +321,14 @@ void CPowerController::TellProcessor()
 
 void CPowerController::Load()
 {
-    std::ifstream file(m_File);
-    if (!file) return;
-    try {
-        const Json state = Json::parse(file);
-        m_bBootLoader = state.at("boot_loader").get<bool>();
-        m_Registers = CFields::Read(state.at("registers"), "registers", ReadRegisters);
-    } catch (const std::exception&) {
-        throw std::runtime_error(m_File.string() + " does not hold the power controller's state");
-    }
+    m_State.RefreshFields([this](CFields& fields) {
+        m_bBootLoader = fields.Flag("boot_loader");
+        if (fields.Find("registers")) m_Registers = fields.Object("registers", ReadRegisters);
+    });
+    m_bBootLoader = m_bBootLoader || !m_Loader.GetVersion();
 }
 
-void CPowerController::Save() const
+void CPowerController::Save()
 {
     Json state = {{"boot_loader", m_bBootLoader}, {"registers", Json::object()}};
     for (const auto& [number, value] : m_Registers) {
@@ -339,8 +336,7 @@ void CPowerController::Save() const
         std::snprintf(szNumber, sizeof szNumber, "0x%02X", static_cast<unsigned>(number));
         state["registers"][szNumber] = value;
     }
-    if (!(std::ofstream(m_File) << state.dump() << '\n').flush())
-        throw std::runtime_error("Can't write " + m_File.string());
+    m_State.WriteObject(state);
 }
 
 const bool bRegistered = RegisterI2CDevice("power_controller", [](CFields& device, CFields& faults) -> I2CMaker {

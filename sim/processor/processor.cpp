@@ -3,11 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <iterator>
 #include <limits>
-#include <nlohmann/json.hpp>
-#include <stdexcept>
 
 #include "sim/base/clock.h"
 #include "sim/processor/inventory.h"
@@ -22,6 +19,7 @@ namespace
 const std::int64_t Never = std::numeric_limits<std::int64_t>::max();
 
 const DWORD Flag_Halted = 1;
+const std::size_t MaxState = 65536;  // bytes of processor.json
 
 // Replies that tell a status of their own beside the error code.
 template <typename Reply>
@@ -46,9 +44,10 @@ CProcessor::Bytes Packet(SMIFRESPONSE& reply, std::size_t size, const SMIFHDR& r
 
 }  // namespace
 
-CProcessor::CProcessor(const ProcessorDescription& processor, const std::filesystem::path& folder, CJournal& journal)
+CProcessor::CProcessor(const ProcessorDescription& processor, CServerFolder& folder, CJournal& journal)
     : m_Description(processor),
-      m_File(folder / "processor.json"),
+      m_Folder(folder),
+      m_State(folder, "processor.json", MaxState),
       m_Journal(journal),
       m_PowerPic(processor.PowerPic),
       m_Registers(processor.Registers, folder, journal),
@@ -76,6 +75,8 @@ CProcessor::CProcessor(const ProcessorDescription& processor, const std::filesys
 
 CProcessor::Answer CProcessor::Execute(const Bytes& bytes, DWORD errorCode)
 {
+    const CServerFolder::Lock lock(m_Folder);
+    Load();
     SMIFHDR header = {};
     if (bytes.size() < sizeof header) return {};
     std::memcpy(&header, bytes.data(), sizeof header);
@@ -140,6 +141,7 @@ void CProcessor::Advance()
     m_GoesAway = 0;
     m_BootNumber++;
     m_Halted.clear();
+    const CServerFolder::Lock lock(m_Folder);
     Save();
     m_Version = GetFirmware(m_Description.Flash, m_Version).value_or(m_Version);
     m_Journal.Write("processor reset version=%d.%02d", m_Version.Major, m_Version.Minor);
@@ -341,27 +343,24 @@ DWORD CProcessor::GetBackplanes(const SMIFREQ_GET_NVME_BACKPLANE_INFO&, SMIFRSP_
     return SmifError_OK;
 }
 
+// What another process chose or halted meanwhile holds here, too.
 void CProcessor::Load()
 {
-    std::ifstream file(m_File);
-    if (!file) return;
-    try {
-        const nlohmann::json state = nlohmann::json::parse(file);
-        m_HostResetMode = state.at("host_reset_mode").get<int>();
-        for (int deviceID : state.at("halted").get<std::vector<int>>()) m_Halted[deviceID] = 0;
-    } catch (const nlohmann::json::exception&) {
-        throw std::runtime_error(m_File.string() + " does not hold the processor's state");
-    }
+    m_State.RefreshFields([this](CFields& fields) {
+        m_HostResetMode = fields.Numeric<int>("host_reset_mode", HostResetMode_Default);
+        for (auto halted = m_Halted.begin(); halted != m_Halted.end();)
+            halted = halted->second == 0 ? m_Halted.erase(halted) : std::next(halted);
+        for (const int deviceID : fields.Numbers<int>("halted")) m_Halted[deviceID] = 0;
+    });
 }
 
 // A halt that ends by itself does so before the next start.
-void CProcessor::Save() const
+void CProcessor::Save()
 {
-    nlohmann::json state = {{"host_reset_mode", m_HostResetMode}, {"halted", nlohmann::json::array()}};
+    Json state = {{"host_reset_mode", m_HostResetMode}, {"halted", Json::array()}};
     for (const auto& [deviceID, until] : m_Halted)
         if (until == 0) state["halted"].push_back(deviceID);
-    if (!(std::ofstream(m_File) << state.dump() << '\n').flush())
-        throw std::runtime_error("Can't write " + m_File.string());
+    m_State.WriteObject(state);
 }
 
 }  // namespace sim

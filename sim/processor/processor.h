@@ -3,13 +3,13 @@
 
 #include <cstdint>
 #include <deque>
-#include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "sim/base/journal.h"
+#include "sim/base/state.h"
 #include "sim/processor/flashdevice.h"
 #include "sim/processor/i2c.h"
 #include "sim/processor/processordescription.h"
@@ -43,7 +43,7 @@ class CProcessor
     };
 
     // What the host chose for its next reset and which devices are halted stand in processor.json in the folder.
-    CProcessor(const ProcessorDescription& processor, const std::filesystem::path& folder, CJournal& journal);
+    CProcessor(const ProcessorDescription& processor, CServerFolder& folder, CJournal& journal);
     CProcessor(const CProcessor&) = delete;
     CProcessor& operator=(const CProcessor&) = delete;
 
@@ -87,11 +87,12 @@ class CProcessor
     bool IsHalted(int deviceID);
     DWORD Control(int deviceID, int operation, DWORD seconds);
     void Load();
-    void Save() const;
+    void Save();
     void Advance();
 
     const ProcessorDescription& m_Description;
-    const std::filesystem::path m_File;
+    CServerFolder& m_Folder;
+    CStateFile m_State;
     CJournal& m_Journal;
     std::optional<PowerPicDescription> m_PowerPic;
     CRegisters m_Registers;

@@ -1,16 +1,15 @@
 #include "sim/processor/registers.h"
 
 #include <algorithm>
-#include <fstream>
 #include <iterator>
-#include <nlohmann/json.hpp>
-#include <stdexcept>
 
 namespace sim
 {
 
 namespace
 {
+
+const std::size_t MaxState = 65536;  // bytes of registers.json
 
 const struct
 {
@@ -26,20 +25,23 @@ const struct
 
 }  // namespace
 
-CRegisters::CRegisters(const Files& shipped, const std::filesystem::path& folder, CJournal& journal)
-    : m_File(folder / "registers.json"), m_Journal(journal), m_Files(shipped)
+CRegisters::CRegisters(const Files& shipped, CServerFolder& folder, CJournal& journal)
+    : m_State(folder, "registers.json", MaxState), m_Journal(journal), m_Shipped(shipped), m_Files(shipped)
 {
-    std::ifstream file(m_File);
-    if (!file) return;
-    try {
-        m_Files = nlohmann::json::parse(file).get<Files>();
-    } catch (const nlohmann::json::exception&) {
-        throw std::runtime_error(m_File.string() + " does not hold registers");
-    }
+    Load();
+}
+
+void CRegisters::Load()
+{
+    m_State.RefreshFields([this](CFields& fields) {
+        m_Files = m_Shipped;
+        for (const std::string& name : fields.Keys()) m_Files[name] = fields.Numbers<std::uint8_t>(name.c_str());
+    });
 }
 
 bool CRegisters::Access(DWORD operation, DWORD index, BYTE& value)
 {
+    Load();
     const auto access = std::find_if(std::begin(Accesses), std::end(Accesses),
                                      [=](const auto& candidate) { return candidate.Operation == operation; });
     if (access == std::end(Accesses)) return false;
@@ -53,14 +55,8 @@ bool CRegisters::Access(DWORD operation, DWORD index, BYTE& value)
     }
     m_Journal.Write("register %s[%u] = 0x%02X", access->File, index, value);
     file->second[index] = value;
-    Save();
+    m_State.WriteObject(Json(m_Files));
     return true;
-}
-
-void CRegisters::Save() const
-{
-    if (!(std::ofstream(m_File) << nlohmann::json(m_Files).dump() << '\n').flush())
-        throw std::runtime_error("Can't write " + m_File.string());
 }
 
 }  // namespace sim

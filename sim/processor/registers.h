@@ -2,12 +2,12 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "sim/base/journal.h"
+#include "sim/base/state.h"
 #include "smif.h"
 
 namespace sim
@@ -19,16 +19,17 @@ class CRegisters
     using Files = std::map<std::string, std::vector<std::uint8_t>>;
 
     // The files stand in registers.json in the folder once something was written; until then they are the shipped ones.
-    CRegisters(const Files& shipped, const std::filesystem::path& folder, CJournal& journal);
+    CRegisters(const Files& shipped, CServerFolder& folder, CJournal& journal);
 
     // Does an IoAccessOp: reads into value or writes it. False when there is no such operation or register.
     bool Access(DWORD operation, DWORD index, BYTE& value);
 
   private:
-    void Save() const;
+    void Load();
 
-    std::filesystem::path m_File;
+    CStateFile m_State;
     CJournal& m_Journal;
+    const Files m_Shipped;
     Files m_Files;
 };
 
