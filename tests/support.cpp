@@ -4,6 +4,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -54,7 +56,9 @@ CLogCapture::CLogCapture()
 
 std::string CLogCapture::Text() const
 {
-    return ReadWholeFile(std::getenv("QVFLASHLOG")).substr(m_Before);
+    std::ifstream file(std::getenv("QVFLASHLOG"), std::ios::binary);
+    file.seekg(static_cast<std::streamoff>(m_Before));
+    return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
 CTranscript::CTranscript(const char* pszName) : m_File(fs::path(TRACES) / "library" / (std::string(pszName) + ".txt"))

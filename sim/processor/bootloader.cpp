@@ -144,14 +144,16 @@ void CBootLoader::Erase()
     m_Journal.Write("power-controller programming-start record=%d", m_Records);
     m_BusyUntil += ErasureTime;
     m_Memory.assign(MemorySize, 0xFF);
+    m_State.Write("");
 }
 
-// The memory is small, so that it is written whole with each record.
+// The records come in the order of their addresses, so the file is the memory up to where the last one ends. Any part
+// of it is programming that was cut off.
 void CBootLoader::Store(std::uint32_t address, const std::uint8_t* data, std::size_t size)
 {
     std::copy_n(data, size, m_Memory.begin() + address);
     m_End = address + static_cast<std::uint32_t>(size);
-    m_State.Write(AsText(m_Memory));
+    m_State.Append(AsText(m_Memory).substr(m_State.GetSize(), m_End - m_State.GetSize()));
 }
 
 }  // namespace sim
