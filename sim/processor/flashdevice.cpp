@@ -48,7 +48,7 @@ void CFlashDevice::Load()
     const bool newUpload = m_Staged && m_Staged->RefreshStart(upload, 0);
     if (newFile) {
         DeviceImageHeader header = {};
-        if (start) std::memcpy(&header, start->data(), std::min(start->size(), sizeof header));
+        if (start) start->copy(reinterpret_cast<char*>(&header), sizeof header);
         const bool whole = start && IsDeviceImage(header, m_Device.Handler) && m_File.GetSize() == header.Size;
         m_Firmware = !start ? std::optional(m_Shipped) : whole ? std::optional(VersionOf(header)) : std::nullopt;
     }
