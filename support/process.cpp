@@ -12,23 +12,26 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 
 #include "support/descriptor.h"
+#include "support/printable.h"
 
 namespace
 {
 
-using ShowLine = std::function<void(const std::string&)>;
-
 const std::size_t MaxLineLength = 1000;
+const std::size_t MaxReportLength = 8192;
 const std::size_t MaxLines = 2000;
 const int LeftoverReads = 64;  // of the pipe of a process that has ended: more than a pipe holds
+const int TickLength = 250;    // ms
+const int ReportDescriptor = 3;
 
-// What a process prints on one of its descriptors, in lines.
-class COutput
+// The lines that a process writes to one of its descriptors.
+class CLines
 {
   public:
-    COutput(std::vector<std::string>& lines, const ShowLine& show) : m_Lines(lines), m_Show(show)
+    CLines()
     {
         int ends[] = {-1, -1};
         if (pipe2(ends, O_CLOEXEC) != 0) return;
@@ -36,6 +39,7 @@ class COutput
         m_WriteEnd.Reset(ends[1]);
         fcntl(ends[0], F_SETFL, O_NONBLOCK);
     }
+    virtual ~CLines() = default;
 
     int GetReadEnd() const { return m_ReadEnd.Get(); }
     int GetWriteEnd() const { return m_WriteEnd.Get(); }
@@ -47,34 +51,77 @@ class COutput
         char szPart[4096];
         const ssize_t length = read(m_ReadEnd.Get(), szPart, sizeof szPart);
         if (length == 0) m_ReadEnd.Reset(-1);
-        for (ssize_t i = 0; i < length; i++) {
-            if (szPart[i] == '\n' || m_Line.size() == MaxLineLength) EndLine();
-            if (szPart[i] != '\n') m_Line += szPart[i];
-        }
+        for (ssize_t i = 0; i < length; i++) Take(szPart[i]);
         return length > 0;
     }
 
-    // Takes the rest after the process has ended: another that it left behind may still print.
+    // Takes the rest after the process has ended: another that it left behind may still write.
     void Finish()
     {
         for (int i = 0; i < LeftoverReads && Read(); i++) continue;
-        if (!m_Line.empty()) EndLine();
+        if (!m_Line.empty()) Take('\n');
+    }
+
+  protected:
+    virtual void Take(char c) = 0;
+
+    std::string m_Line;  // so far
+
+  private:
+    CDescriptor m_ReadEnd;
+    CDescriptor m_WriteEnd;
+};
+
+// Lines for a terminal. One that is too long goes on in the next; one that is drawn anew counts as drawn last.
+class COutput : public CLines
+{
+  public:
+    COutput(std::vector<std::string>& lines, const std::function<void(const std::string&)>& show)
+        : m_Lines(lines), m_Show(show)
+    {
     }
 
   private:
+    void Take(char c) override
+    {
+        if (c == '\n' || m_Line.size() == MaxLineLength) EndLine();
+        if (m_bReturned && c != '\n') m_Line.clear();
+        m_bReturned = c == '\r';
+        if (c != '\n' && c != '\r') m_Line += c;
+    }
+
     void EndLine()
     {
         if (m_Lines.size() == MaxLines) m_Lines.pop_back();
         m_Lines.push_back(Printable(m_Line));
         m_Line.clear();
+        m_bReturned = false;
         if (m_Show) m_Show(m_Lines.back());
     }
 
     std::vector<std::string>& m_Lines;
-    const ShowLine& m_Show;
-    CDescriptor m_ReadEnd;
-    CDescriptor m_WriteEnd;
-    std::string m_Line;
+    const std::function<void(const std::string&)>& m_Show;
+    bool m_bReturned = false;  // the last character was a carriage return
+};
+
+// Lines for a program: none is changed.
+class CReports : public CLines
+{
+  public:
+    explicit CReports(const std::function<void(const std::string&)>& report) : m_Report(report) {}
+
+  private:
+    void Take(char c) override
+    {
+        if (c != '\n') {
+            if (m_Line.size() <= MaxReportLength) m_Line += c;
+            return;
+        }
+        if (m_Report && m_Line.size() <= MaxReportLength) m_Report(m_Line);
+        m_Line.clear();
+    }
+
+    const std::function<void(const std::string&)>& m_Report;
 };
 
 // Becomes readable whenever so many seconds have passed. The kernel's time, which no simulation moves.
@@ -94,14 +141,35 @@ bool HasExpired(int timer)
     return read(timer, &times, sizeof times) == sizeof times;
 }
 
+// What a process is started with.
+struct Descriptors
+{
+    int Output;
+    int Errors;
+    int Reports;
+};
+
+// This process's environment, with the number of the descriptor for reports.
+std::vector<std::string> Environment(const std::string& reportVariable)
+{
+    const std::string name = reportVariable + "=";
+    std::vector<std::string> environment;
+    for (char** ppVariable = environ; *ppVariable; ppVariable++)
+        if (std::strncmp(*ppVariable, name.c_str(), name.size()) != 0) environment.emplace_back(*ppVariable);
+    if (!reportVariable.empty()) environment.push_back(name + std::to_string(ReportDescriptor));
+    return environment;
+}
+
 // Starts a command in a process group of its own, without input; 0 or errno.
-int Spawn(const std::vector<std::string>& command, int output, int errors, const sigset_t& mask, pid_t& process)
+int Spawn(const std::vector<std::string>& command, const Descriptors& descriptors, const std::string& reportVariable,
+          const sigset_t& mask, pid_t& process)
 {
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);
     posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&files, output, STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&files, errors, STDERR_FILENO);
+    posix_spawn_file_actions_adddup2(&files, descriptors.Output, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&files, descriptors.Errors, STDERR_FILENO);
+    if (!reportVariable.empty()) posix_spawn_file_actions_adddup2(&files, descriptors.Reports, ReportDescriptor);
 
     sigset_t pipe;
     sigemptyset(&pipe);
@@ -114,7 +182,9 @@ int Spawn(const std::vector<std::string>& command, int output, int errors, const
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 
     const std::vector<char*> arguments = ToArguments(command);
-    const int error = posix_spawn(&process, arguments[0], &files, &attributes, arguments.data(), environ);
+    const std::vector<std::string> environment = Environment(reportVariable);
+    const int error =
+        posix_spawn(&process, arguments[0], &files, &attributes, arguments.data(), ToArguments(environment).data());
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&files);
     return error;
@@ -125,6 +195,38 @@ bool HasEnded(pid_t process)
 {
     siginfo_t info = {};
     return waitid(P_PID, static_cast<id_t>(process), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != 0;
+}
+
+// Where a process stands that has not ended.
+enum class Phase
+{
+    Runs,
+    Stopping,   // the operator wants to stop, and it was asked to end
+    OutOfTime,  // its time is up, and it was asked to end
+    Killed,     // it was ended, and should be gone
+    Abandoned,  // it can't be ended
+};
+
+// Asks or ends a process and all that it started, as its next phase wants.
+void Enter(Phase& phase, Phase next, pid_t process)
+{
+    phase = next;
+    if (next == Phase::Stopping || next == Phase::OutOfTime) kill(-process, SIGTERM);
+    if (next == Phase::Killed) kill(-process, SIGKILL);
+}
+
+// The phase that follows when time is up.
+Phase AfterTimeLimit(Phase phase, TimeLimit limit)
+{
+    if (phase == Phase::Killed) return Phase::Abandoned;
+    return limit == TimeLimit::End || phase == Phase::OutOfTime ? Phase::Killed : Phase::OutOfTime;
+}
+
+// What it means that a signal ended a process in that phase.
+ProcessEnd EndBySignal(Phase phase)
+{
+    if (phase == Phase::Runs) return ProcessEnd::Crashed;
+    return phase == Phase::Stopping ? ProcessEnd::Stopped : ProcessEnd::TimedOut;
 }
 
 }  // namespace
@@ -155,52 +257,63 @@ bool CProcessRunner::IsStopped()
     return m_bStopped;
 }
 
+bool CProcessRunner::WaitForInput(int descriptor)
+{
+    pollfd descriptors[] = {{descriptor, POLLIN, 0}, {m_Signals, POLLIN, 0}};
+    while (!IsStopped()) {
+        poll(descriptors, std::size(descriptors), -1);
+        if (descriptors[0].revents) return true;
+    }
+    return false;
+}
+
 ProcessResult CProcessRunner::Run(const std::vector<std::string>& command, double seconds, TimeLimit limit,
-                                  const ShowLine& show)
+                                  const ProcessWatch& watch)
 {
     ProcessResult result = {ProcessEnd::NotStarted, 0, {}, {}};
-    COutput output(result.Output, show);
-    COutput errors(result.Errors, show);
+    const std::function<void(const std::string&)> nothing;
+    COutput output(result.Output, watch.Line);
+    COutput errors(result.Errors, nothing);
+    CReports reports(watch.Report);
+    CLines* const all[] = {&output, &errors, &reports};
     const CDescriptor timer(StartTimer(seconds));
     const bool stoppedBefore = IsStopped();
     pid_t process = 0;
-    result.Status = Spawn(command, output.GetWriteEnd(), errors.GetWriteEnd(), m_Before, process);
-    output.CloseWriteEnd();
-    errors.CloseWriteEnd();
+    result.Status = Spawn(command, {output.GetWriteEnd(), errors.GetWriteEnd(), reports.GetWriteEnd()},
+                          watch.ReportVariable, m_Before, process);
+    for (CLines* pLines : all) pLines->CloseWriteEnd();
     if (result.Status != 0) return result;
 
-    ProcessEnd ours = ProcessEnd::Crashed;  // what it means when a signal ends it
-    bool killed = false;
-    while (!HasEnded(process)) {
+    Phase phase = Phase::Runs;
+    while (phase != Phase::Abandoned && !HasEnded(process)) {
         pollfd descriptors[] = {{output.GetReadEnd(), POLLIN, 0},
                                 {errors.GetReadEnd(), POLLIN, 0},
+                                {reports.GetReadEnd(), POLLIN, 0},
                                 {m_Signals, POLLIN, 0},
                                 {timer.Get(), POLLIN, 0}};
-        poll(descriptors, std::size(descriptors), -1);
-        if (descriptors[0].revents) output.Read();
-        if (descriptors[1].revents) errors.Read();
+        poll(descriptors, std::size(descriptors), watch.Tick ? TickLength : -1);
+        for (std::size_t i = 0; i < std::size(all); i++)
+            if (descriptors[i].revents) all[i]->Read();
         const bool stopped = IsStopped() && !stoppedBefore;
         if (HasExpired(timer.Get())) {
-            if (killed) {
-                m_bStopped = true;
-                result.End = ProcessEnd::StillRuns;
-                return result;
-            }
-            killed = limit == TimeLimit::End || ours == ProcessEnd::TimedOut;
-            kill(-process, killed ? SIGKILL : SIGTERM);
-            ours = ProcessEnd::TimedOut;
-        } else if (stopped && ours == ProcessEnd::Crashed) {
-            kill(-process, SIGTERM);
-            ours = ProcessEnd::Stopped;
+            Enter(phase, AfterTimeLimit(phase, limit), process);
+        } else if (phase == Phase::Runs && stopped) {
+            Enter(phase, Phase::Stopping, process);
+            if (watch.Stopping) watch.Stopping();
         }
+        if (watch.Tick) watch.Tick();
     }
-    output.Finish();
-    errors.Finish();
-    if (limit == TimeLimit::End || ours == ProcessEnd::TimedOut) kill(-process, SIGKILL);
+    if (phase == Phase::Abandoned) {
+        m_bStopped = true;
+        result.End = ProcessEnd::StillRuns;
+        return result;
+    }
+    for (CLines* pLines : all) pLines->Finish();
+    if (limit == TimeLimit::End || phase == Phase::OutOfTime) kill(-process, SIGKILL);
 
     int status = 0;
     waitpid(process, &status, 0);
-    result.End = WIFEXITED(status) ? ProcessEnd::Exited : ours;
+    result.End = WIFEXITED(status) ? ProcessEnd::Exited : EndBySignal(phase);
     result.Status = WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status);
     return result;
 }
@@ -218,16 +331,4 @@ std::string LastLine(const std::vector<std::string>& lines)
 {
     const auto line = std::find_if(lines.rbegin(), lines.rend(), [](const std::string& l) { return !l.empty(); });
     return line == lines.rend() ? "" : *line;
-}
-
-std::string Printable(std::string text)
-{
-    for (char& c : text) {
-        const unsigned char byte = static_cast<unsigned char>(c);
-        if (c == '\t')
-            c = ' ';
-        else if (byte < ' ' || byte == 0x7F)
-            c = '?';
-    }
-    return text;
 }

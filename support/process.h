@@ -34,6 +34,19 @@ enum class TimeLimit
     AskFirst,  // they are asked to end, and are ended when as much time is up again
 };
 
+// What to do while a process runs. Each may be empty.
+struct ProcessWatch
+{
+    std::function<void(const std::string&)> Line;  // it has printed that line on standard output
+    std::function<void()> Tick;                    // a quarter of a second has passed
+    std::function<void()> Stopping;                // the operator has asked to stop, and the process was told
+
+    // It has written that line, as it is, to a descriptor of its own, whose number the environment variable tells it.
+    // Lines above 8 KiB are left out.
+    std::function<void(const std::string&)> Report;
+    std::string ReportVariable;
+};
+
 // Starts processes one after the other. While an object lives, signals that ask to end are kept for it: a process that
 // writes firmware is never left alone.
 class CProcessRunner
@@ -47,10 +60,13 @@ class CProcessRunner
     // True once nothing more is to be started: the operator has asked to stop, or a process can't be ended.
     bool IsStopped();
 
-    // Runs a command, its program given by path, to its end. Its output goes line by line to show as it comes, if
-    // given. The time limit is in seconds of real time, whatever clock is simulated.
+    // Waits until the descriptor can be read; false when the operator has asked to stop.
+    bool WaitForInput(int descriptor);
+
+    // Runs a command, its program given by path, to its end. The time limit is in seconds of real time, whatever clock
+    // is simulated.
     ProcessResult Run(const std::vector<std::string>& command, double seconds, TimeLimit limit,
-                      const std::function<void(const std::string&)>& show = nullptr);
+                      const ProcessWatch& watch = {});
 
   private:
     sigset_t m_Before;  // the signal mask that processes are started with
@@ -63,6 +79,3 @@ std::vector<char*> ToArguments(const std::vector<std::string>& command);
 
 // The last line that is not empty; empty when there is none.
 std::string LastLine(const std::vector<std::string>& lines);
-
-// The text without what would confuse a terminal or a table.
-std::string Printable(std::string text);

@@ -12,9 +12,14 @@
 
 namespace fs = std::filesystem;
 
+std::string OwnProgram()
+{
+    return fs::read_symlink("/proc/self/exe").string();
+}
+
 fs::path FindZalsim()
 {
-    const fs::path own = fs::read_symlink("/proc/self/exe").parent_path();
+    const fs::path own = fs::path(OwnProgram()).parent_path();
     return fs::exists(own / "zalsim") ? own / "zalsim" : own.parent_path() / "sim" / "zalsim";
 }
 
@@ -29,7 +34,7 @@ bool RunOnServer(const std::string& folder, char** argv)
 {
     if (fs::absolute(folder) == sim::ReadRunOptions().Server) return true;
     std::vector<std::string> own;
-    own.push_back(fs::read_symlink("/proc/self/exe").string());  // the shell may have found it by its name
+    own.push_back(OwnProgram());
     for (argv++; *argv; argv++) own.emplace_back(*argv);
     const std::vector<std::string> command = OnServer(folder, own);
     const std::vector<char*> arguments = ToArguments(command);

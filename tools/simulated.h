@@ -8,6 +8,9 @@
 // zalsim, which is beside the tools or, where they are not installed, in a folder of its own.
 std::filesystem::path FindZalsim();
 
+// The path of this program: the shell may have found it by its name.
+std::string OwnProgram();
+
 // The command that runs a command on the simulated server in that folder.
 std::vector<std::string> OnServer(const std::string& folder, const std::vector<std::string>& command);
 

@@ -1,4 +1,5 @@
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "tests/support.h"
 
@@ -13,13 +14,27 @@ using Json = nlohmann::json;
 const char* const Script = R"sh(#!/bin/sh
 cd "$2"
 [ "$3" = /d ] || { install; exit; }
-action=rewrite
-[ $(cat device) = 2.0 ] || action=upgrade
+offered=$(cat offered)
+action=upgrade
+[ "$(cat device)" != "$offered" ] || action=rewrite
+[ $(cat device) != 9.0 ] || action=downgrade
 cat > "$4" <<END
-<qv_rom_discovery><alt_name value="Fan"/><takes_effect value="immediate"/><devices><device><device_id value="F&amp;1"/>
-<fw_item><version value="2.0"/><active_version value="$(cat device)"/><action value="$action"/>
-<duration value="$(cat duration)"/></fw_item>
-</device></devices></qv_rom_discovery>
+<qv_rom_discovery version="2.0.1.0">
+  <alt_name value="Fan"/>
+  <takes_effect value="immediate"/>
+  <devices>
+    <device>
+      <device_id value="F&"1<$(cat id)"/>
+      <fw_item>
+        <!-- InstallState = 2 -->
+        <version value="$offered"/>
+        <active_version value="$(cat device)"/>
+        <action value="$action"/>
+        <duration value="$(cat duration)"/>
+      </fw_item>
+    </device>
+  </devices>
+</qv_rom_discovery>
 END
 )sh";
 
@@ -37,27 +52,41 @@ class Zaldeploy : public testing::Test
         return Run("--server " + m_Server.Path().string() + " " + arguments);
     }
     // Waits for whatever has descriptor 9, too: for what a package leaves behind.
-    int RunScripts(const std::string& options) { return Run(options + " " + m_Packages.Path().string() + " 9>&1"); }
+    int RunScripts(const std::string& command)
+    {
+        return Run(command + " " + m_Packages.Path().string() + " 9>&1 </dev/null");
+    }
     bool Says(const std::string& text) const { return m_Output.find(text) != std::string::npos; }
 
     // Adds a package whose installer is that script.
-    fs::path Add(const std::string& name, const std::string& script)
+    fs::path Add(const std::string& name, const std::string& script, const std::string& offered = "2.0")
     {
         const fs::path folder = m_Packages.Path() / name;
         fs::create_directory(folder);
         m_Packages.Write(name + "/device", "1.0\n");
         m_Packages.Write(name + "/duration", "0\n");
+        m_Packages.Write(name + "/offered", offered + "\n");
+        m_Packages.Write(name + "/id", name + "\n");
         fs::permissions(m_Packages.Write(name + "/" + name, script), fs::perms::owner_all);
         return folder;
     }
 
     // Adds one whose discovery is sound, and whose installation does that.
-    fs::path AddSound(const std::string& name, const std::string& install)
+    fs::path AddSound(const std::string& name, const std::string& install, const std::string& offered = "2.0")
     {
-        return Add(name, "#!/bin/sh\ninstall() { " + install + "\n}\n" + Script);
+        return Add(name, "#!/bin/sh\ninstall() { " + install + "\n}\n" + Script, offered);
     }
 
-    Json Components() const { return Json::parse(m_Output).at("components"); }
+    Json Offers() const { return Json::parse(m_Output).at("packages"); }
+
+    // The output is what the schema says that scripts may rely on.
+    void ExpectSchema(const char* name)
+    {
+        EXPECT_EQ(name, Json::parse(m_Output).at("schema").at("name"));
+        const std::string file = m_Packages.Write("output.json", m_Output);
+        std::string problem;
+        EXPECT_EQ(0, RunCommand("/usr/bin/python3 -m jsonschema -i " + file + " " SCHEMA, problem)) << problem;
+    }
 
     CTestFolder m_Packages;
     CTestFolder m_Server;
@@ -72,50 +101,57 @@ TEST_F(Zaldeploy, InstallsWhatTheTableSaysAndNothingTwice)
     EXPECT_EQ(1, RunOnServer("'" PACKAGES "'")) << m_Output;
     EXPECT_TRUE(
         Says("Quorvant System ROM - P70                      P70      2.30 (09/12/2019)  2.40 (03/15/2021)  "
-             "upgrade  reboot        -\n"))
+             "upgrade  reboot\n"))
         << m_Output;
-    EXPECT_EQ(1, RunOnServer("--install --dry-run '" PACKAGES "'"));
+    EXPECT_EQ(7, RunOnServer("install '" PACKAGES "' </dev/null"));
+    EXPECT_TRUE(Says("--yes installs without asking")) << m_Output;
+    EXPECT_EQ(1, RunOnServer("install --dry-run '" PACKAGES "'"));
     EXPECT_TRUE(Says(PACKAGES "/devicefw/devicefw /y " PACKAGES "/devicefw\n")) << m_Output;
     EXPECT_FALSE(fs::exists(m_Server.Path() / "rom.bin"));
 
-    EXPECT_EQ(2, RunOnServer("--install '" PACKAGES "'")) << m_Output;
-    EXPECT_TRUE(Says("upgrade from 1.2.5 to 1.3.2\n")) << m_Output;
-    EXPECT_TRUE(Says("  Uploading: 100352 of 200000 bytes, 50%, ")) << m_Output;
-    EXPECT_FALSE(Says("Silent update")) << m_Output;
-    EXPECT_TRUE(Says("installed, restart  2.30 (09/12/2019)  2.30 (09/12/2019)  System ROM P70 2.40")) << m_Output;
+    EXPECT_EQ(2, RunOnServer("install --yes '" PACKAGES "'")) << m_Output;
+    EXPECT_TRUE(Says("upgrade from 1.2.5 to 1.3.2\n  installed: Tamberline controller firmware 1.3.2 was flashed"))
+        << m_Output;
+    EXPECT_FALSE(Says("Uploading")) << m_Output;
+    EXPECT_TRUE(Says("installed, restart  2.30 (09/12/2019)  2.30 (09/12/2019)\n")) << m_Output;
     EXPECT_TRUE(Says("\nRestart the server")) << m_Output;
 
     EXPECT_EQ(0, RunCommand(ZALSIM " --restart --server " + m_Server.Path().string(), m_Output)) << m_Output;
-    EXPECT_EQ(0, RunOnServer("--install '" PACKAGES "'")) << m_Output;
-    EXPECT_TRUE(Says("skip    reboot        This version is installed; --force writes it again.\n")) << m_Output;
-    EXPECT_EQ(0, RunOnServer("--install --force --json '" PACKAGES "/devicefw/'")) << m_Output;
-    const Json devicefw = Components().at(0);
-    EXPECT_EQ("rewrite", devicefw.at("action"));
-    EXPECT_EQ("installed", devicefw.at("outcome").at("result"));
+    EXPECT_EQ(0, RunOnServer("install --yes '" PACKAGES "'")) << m_Output;
+    EXPECT_TRUE(Says("current  reboot\n    This version is installed; --force writes it again.\n")) << m_Output;
+    EXPECT_EQ(0, RunOnServer("install --yes --verbose --force --only TMBR '" PACKAGES "'")) << m_Output;
+    EXPECT_TRUE(Says("  Uploading: 100352 of 200000 bytes, 50%, ")) << m_Output;
+    EXPECT_TRUE(Says("  log: CComponent::CComponent()\n")) << m_Output;
+    EXPECT_EQ(0, RunOnServer("install --yes --force --json '" PACKAGES "/devicefw/'")) << m_Output;
+    ExpectSchema("zaldeploy.install");
+    EXPECT_EQ("rewrite", Offers().at(0).at("action"));
+    EXPECT_EQ("installed", Offers().at(0).at("outcome").at("result"));
 }
 
 TEST_F(Zaldeploy, SaysWhyAComponentIsNotInstalled)
 {
     m_Server.Write("server.json", ReadFile(SERVERS "/blade/server.json"));
-    EXPECT_EQ(1, RunOnServer("--json '" PACKAGES "'")) << m_Output;
-    EXPECT_EQ("upgrade", Components().at(0).at("action"));
+    EXPECT_EQ(1, RunOnServer("plan --json '" PACKAGES "'")) << m_Output;
+    ExpectSchema("zaldeploy.plan");
+    EXPECT_EQ("install", Offers().at(0).at("verdict"));
     EXPECT_EQ("This package is not meant for this server: its rule \"$Generation >= 3 && !$Blade\" does not hold.",
-              Components().at(1).at("why_not"));
-    EXPECT_EQ("This package is for ROM family P70; this server has a ROM of family T46.",
-              Components().at(2).at("why_not"));
+              Offers().at(1).at("why"));
+    EXPECT_EQ("not needed", Offers().at(2).at("verdict"));
+    EXPECT_EQ("This package is for ROM family P70; this server has a ROM of family T46.", Offers().at(2).at("why"));
     UseRack(R"({"faults": {"processor": {"dead": true}}})");
-    EXPECT_EQ(3, RunOnServer("--install '" PACKAGES "/devicefw'")) << m_Output;
-    EXPECT_TRUE(Says("The management processor does not answer; restart it, then try again.\n")) << m_Output;
+    EXPECT_EQ(3, RunOnServer("install --yes '" PACKAGES "/devicefw'")) << m_Output;
+    EXPECT_TRUE(Says("    The management processor does not answer; restart it, then try again.\n")) << m_Output;
 }
 
 TEST_F(Zaldeploy, TellsWhatAPowerLossLeavesAndRecovers)
 {
     UseRack(R"({"faults": {"flash": {"power_lost_after_blocks": 5}}})");
-    EXPECT_EQ(6, RunOnServer("--install '" PACKAGES "/systemrom'")) << m_Output;
-    EXPECT_TRUE(Says("failed  2.30 (09/12/2019)  Incomplete  The installer crashed (Killed)")) << m_Output;
-    EXPECT_TRUE(Says("The device may be half written. Do not restart the server; run zaldeploy --install again."));
+    EXPECT_EQ(6, RunOnServer("install --yes --quiet '" PACKAGES "/systemrom'")) << m_Output;
+    EXPECT_TRUE(Says("failed  2.30 (09/12/2019)  Incomplete\n    The installer crashed (Killed)")) << m_Output;
+    EXPECT_TRUE(Says("The device may be half written. Do not restart the server; run zaldeploy install again."));
+    EXPECT_TRUE(Says("The debug log is ")) << m_Output;
     UseRack();
-    EXPECT_EQ(2, RunOnServer("--install '" PACKAGES "/systemrom'")) << m_Output;
+    EXPECT_EQ(2, RunOnServer("install --yes '" PACKAGES "/systemrom'")) << m_Output;
 }
 
 TEST_F(Zaldeploy, SurvivesDiscoveriesThatGoWrong)
@@ -123,33 +159,38 @@ TEST_F(Zaldeploy, SurvivesDiscoveriesThatGoWrong)
     const std::pair<const char*, const char*> cases[] = {
         {"#!/bin/sh\necho oops >&2\nkill -SEGV $$",
          "crashed (Segmentation fault): oops. Nothing was installed. Get the"},
-        {"#!/bin/sh\nprintf 'Broken\\033[2J!\\n'\nexit 3", "ended with exit status 3: Broken?[2J! Nothing was"},
+        {"#!/bin/sh\nprintf 'Broken\\033[2J\\302\\233 \\342\\200\\256.\\n'\nexit 3",
+         "ended with exit status 3: Broken?[2J? ?. Nothing was"},
         {"#!/bin/sh\nseq 9999\necho Lost.\nexit 3", "ended with exit status 3: Lost. Nothing was"},
         {"no program", "can't be started (Exec format error). Nothing"},
         {LeavesAnother, "wrote no discovery file. Nothing"},
         {"#!/bin/sh\nmkfifo $4", "wrote rubbish"},
         {"#!/bin/sh\nhead -c 2000000 /dev/zero > $4", "wrote rubbish"},
-        {"#!/bin/sh\necho '<a b=\"&\">' > $4", "is not well-formed XML"},
-        {"#!/bin/sh\necho '<qv_rom_discovery/>' > $4", "tells of no device"},
-        {"#!/bin/sh\necho '<qv_rom_discovery><devices><device><fw_item><action value=\"burn\"/></fw_item></device>"
-         "</devices></qv_rom_discovery>' > $4",
+        {"#!/bin/sh\necho '<a b=\"&\">' > $4", "discovery file is none"},
+        {"#!/bin/sh\necho '<qv_rom_discovery>' > $4", "breaks off"},
+        {"#!/bin/sh\nprintf '<qv_rom_discovery>\\n</qv_rom_discovery>\\n' > $4", "tells of no device"},
+        {"#!/bin/sh\nprintf '<qv_rom_discovery>\\n<fw_item>\\n<action value=\"burn\"/>\\n</qv_rom_discovery>\\n' > $4",
          "tells an action that is none: \"burn\""},
     };
     char name = 'a';
     for (const auto& c : cases) Add(std::string(1, name++), c.first);
+    fs::permissions(Add("plain", "") / "plain", fs::perms::owner_read);
+    m_Packages.Write("plain/qxplain.xml", "");
     AddSound("sound", "exit 9");
     EXPECT_EQ(4, RunScripts("--json"));
     EXPECT_FALSE(Says("left behind"));
-    const Json components = Components();
-    ASSERT_EQ(std::size(cases) + 1, components.size()) << m_Output;
+    const Json offers = Offers();
+    const std::size_t count = std::size(cases);
+    ASSERT_EQ(count + 2, offers.size()) << m_Output;
     EXPECT_EQ(4, Json::parse(m_Output).at("status"));
-    for (std::size_t i = 0; i < std::size(cases); i++) {
-        const std::string why = components[i].at("why_not");
+    for (std::size_t i = 0; i < count; i++) {
+        const std::string why = offers[i].at("why");
         EXPECT_NE(std::string::npos, why.find(cases[i].second)) << cases[i].first << "\n" << why;
-        EXPECT_EQ("failed", components[i].at("action"));
+        EXPECT_EQ("failed", offers[i].at("verdict"));
     }
-    EXPECT_EQ("F&1", components.back().at("device"));
-    EXPECT_EQ("upgrade", components.back().at("action"));
+    EXPECT_EQ("The installer plain may not be run. Make it executable (chmod +x).", offers[count].at("why"));
+    EXPECT_EQ("F&\"1<sound", offers.back().at("device"));
+    EXPECT_EQ("install", offers.back().at("verdict"));
 }
 
 TEST_F(Zaldeploy, EndsDiscoveriesThatDoNotEnd)
@@ -158,11 +199,34 @@ TEST_F(Zaldeploy, EndsDiscoveriesThatDoNotEnd)
     Add("writes", "#!/bin/sh\ntrap '' TERM\ntimeout --foreground 20 yes rubbish");
     EXPECT_EQ(4, RunScripts("--json --timeout 0.5"));
     EXPECT_FALSE(Says("left behind"));
-    for (const Json& component : Components())
+    for (const Json& offer : Offers())
         EXPECT_EQ(
             "The installer did not finish within 0.5 seconds and was ended. Nothing was installed. Try again with a "
             "longer --timeout.",
-            component.at("why_not"));
+            offer.at("why"));
+}
+
+TEST_F(Zaldeploy, KeepsTheNewestPackageForADevice)
+{
+    for (const auto& [name, offered] :
+         {std::pair("a", "2.9"), {"b", "2.10"}, {"c", "2.10 (01/02/2020)"}, {"d", "1.0"}}) {
+        AddSound(name, "echo $offered > device", offered);
+        m_Packages.Write(std::string(name) + "/id", "one");
+    }
+    AddSound("other", ":");
+    EXPECT_EQ(1, RunScripts("--json"));
+    for (int i : {0, 1, 3}) {
+        EXPECT_EQ("superseded", Offers().at(i).at("verdict")) << i;
+        EXPECT_EQ("A newer version, 2.10 (01/02/2020), is offered for this device by " +
+                      (m_Packages.Path() / "c").string() + ".",
+                  Offers().at(i).at("why"));
+    }
+    for (int i : {2, 4}) EXPECT_EQ("install", Offers().at(i).at("verdict")) << i;
+    EXPECT_EQ(1, RunScripts("--json --only a --only D"));
+    EXPECT_EQ(2u, Offers().size()) << m_Output;
+    EXPECT_EQ("install", Offers().at(0).at("verdict"));
+    EXPECT_EQ(7, RunScripts("--only e"));
+    EXPECT_TRUE(Says("--only e: no package, component or device has this name")) << m_Output;
 }
 
 TEST_F(Zaldeploy, BelievesTheDeviceAndNotTheInstaller)
@@ -176,18 +240,25 @@ TEST_F(Zaldeploy, BelievesTheDeviceAndNotTheInstaller)
         const char* Message;
     } cases[] = {
         {"echo 2.0 > device; echo Done.", 0, "installed", "2.0", "Done."},
-        {"echo Done.", 6, "not verified", "1.0", "Done. Yet the device runs 1.0. Do not restart"},
+        {"echo Done.", 6, "failed", "1.0", "Done. Yet the device runs 1.0. Do not restart"},
         {"echo 2.0 > device; rm $0; echo Done.", 4, "not verified", "", "Done. What the device runs now"},
         {"echo Restart.; exit 1", 2, "installed, restart", "1.0", "Restart."},
-        {"echo Refused.; exit 7", 6, "failed", "1.0", "Refused."},
+        {"echo 2.0 > device; exit 2", 0, "runs already", "2.0", "says that this version is installed already."},
+        {"exit 2", 6, "failed", "1.0", "says that this version is installed already."},
+        {"echo 9.0 > device; exit 3", 0, "runs already", "9.0", "says that a newer version is installed."},
+        {"echo Refused.; printf 'x 49%%\\r\\rx 50%%\\n'; exit 7", 6, "failed", "1.0", "Refused."},
+        {"echo 50%; exit 7", 6, "failed", "1.0", "says that it failed, and gives no reason."},
+        {"echo '{\"report\": \"result\", \"message\": \"No\\u202e.\", \"left\": \"untouched\"}' >&$FLASHLIB_REPORT; "
+         "echo Bye.; exit 7",
+         6, "failed", "1.0", "No?."},
         {"echo half > device; kill -9 $$", 6, "failed", "half", "crashed (Killed). The device may be half written."},
         {"echo half > device; exit 99", 6, "failed", "half", "exit status 99. The device may be half written."},
     };
     for (const auto& c : cases) {
         const fs::path folder = AddSound("fan", c.Install);
-        EXPECT_EQ(c.Status, RunScripts("--install --json")) << c.Install << m_Output;
-        EXPECT_EQ(c.Status, Components().at(0).at("status"));
-        const Json outcome = Components().at(0).at("outcome");
+        EXPECT_EQ(c.Status, RunScripts("install --yes --json")) << c.Install << m_Output;
+        EXPECT_EQ(c.Status, Offers().at(0).at("status"));
+        const Json outcome = Offers().at(0).at("outcome");
         EXPECT_EQ(c.Result, outcome.at("result")) << c.Install;
         EXPECT_EQ(c.Now, outcome.at("now")) << c.Install;
         EXPECT_NE(std::string::npos, outcome.at("message").get<std::string>().find(c.Message)) << c.Install << outcome;
@@ -201,13 +272,12 @@ TEST_F(Zaldeploy, AsksAnInstallationToEndBeforeItIsEnded)
     m_Packages.Write("announces/duration", "1\n");  // seconds
     AddSound("finishes", "trap 'echo 2.0 > device; echo Done.; exit 0' TERM; sleep 20");
     AddSound("ignores", "trap '' TERM; sleep 20");
-    EXPECT_EQ(6, RunScripts("--install --json --timeout 1"));
-    const Json components = Components();
-    for (int i : {0, 1}) EXPECT_EQ("installed", components[i].at("outcome").at("result")) << m_Output;
+    EXPECT_EQ(6, RunScripts("install --yes --json --timeout 1"));
+    for (int i : {0, 1}) EXPECT_EQ("installed", Offers()[i].at("outcome").at("result")) << m_Output;
     EXPECT_EQ(
         "The installer did not finish within 1 seconds and was ended. The device may be half written. Do not restart "
-        "the server; run zaldeploy --install again.",
-        components[2].at("outcome").at("message"));
+        "the server; run zaldeploy install again.",
+        Offers()[2].at("outcome").at("message"));
 }
 
 TEST_F(Zaldeploy, StopsAfterTheComponentThatRuns)
@@ -216,19 +286,15 @@ TEST_F(Zaldeploy, StopsAfterTheComponentThatRuns)
         "one",
         "trap 'echo 2.0 > device; echo Done.; exit 0' TERM; kill -TERM $PPID; for i in $(seq 100); do sleep 0.1; done");
     AddSound("two", "echo 2.0 > device");
-    EXPECT_EQ(5, RunScripts("--install")) << m_Output;
-    EXPECT_TRUE(Says("installed  1.0  2.0  Done.")) << m_Output;
-    EXPECT_TRUE(Says("not run    1.0  1.0  zaldeploy was stopped before. The device was not touched.")) << m_Output;
+    EXPECT_EQ(5, RunScripts("install --yes")) << m_Output;
+    EXPECT_TRUE(Says("Finishing Fan, then stopping; do not switch off.\n  installed: Done.")) << m_Output;
+    EXPECT_TRUE(Says("not run    1.0  1.0\n    zaldeploy was stopped before. The device was not touched.")) << m_Output;
     EXPECT_EQ("1.0\n", ReadFile(m_Packages.Path() / "two" / "device"));
 
     Add("one", "#!/bin/sh\nkill -HUP $PPID\nsleep 20");
-    EXPECT_EQ(5, RunScripts("--install")) << m_Output;
+    EXPECT_EQ(5, RunScripts("install --yes")) << m_Output;
     EXPECT_TRUE(Says("The installer was stopped. Nothing was installed. Run zaldeploy again.")) << m_Output;
-    EXPECT_TRUE(Says("two        -       -        -        failed  -             zaldeploy was stopped")) << m_Output;
-
-    Add("one", std::string("#!/bin/sh\ntrap '' TERM\nkill -TERM $PPID\n") + Script);
-    EXPECT_EQ(5, RunScripts("--install")) << m_Output;
-    EXPECT_TRUE(Says("Fan        not run  1.0  1.0  zaldeploy was stopped before.")) << m_Output;
+    EXPECT_TRUE(Says("two        -       -        -        stopped  -\n    zaldeploy was stopped")) << m_Output;
 }
 
 TEST_F(Zaldeploy, ShowsWhatTheServerIsMadeOf)
@@ -236,10 +302,13 @@ TEST_F(Zaldeploy, ShowsWhatTheServerIsMadeOf)
     UseRack();
     EXPECT_EQ(0, RunOnServer("inventory")) << m_Output;
     EXPECT_TRUE(
-        Says("system ROM            P70                                   2.30 (09/12/2019)  redundant rom v2.10"));
+        Says("system ROM            P70                                   2.30 (09/12/2019)\n"
+             "    redundant rom v2.10 (03/02/2018), boot block 04/17/2016\n"))
+        << m_Output;
     EXPECT_EQ(0, RunOnServer("inventory --json"));
-    const Json server = Json::parse(m_Output);
-    EXPECT_EQ("Quorvant RK740", server.at("product").at("name"));
+    ExpectSchema("zaldeploy.inventory");
+    EXPECT_EQ("SIM7400001", Json::parse(m_Output).at("serial"));
+    const Json server = Json::parse(m_Output).at("parts");
     EXPECT_EQ("enabled", server.at("product").at("tpm"));
     EXPECT_EQ("3.14 (04/21/2019)", server.at("processor").at("version"));
     EXPECT_EQ(Json({{"name", "NVME-BP-8SFF-A2"}, {"version", "1.18"}, {"index", 1}, {"type", 2}}),
@@ -251,19 +320,51 @@ TEST_F(Zaldeploy, ShowsWhatTheServerIsMadeOf)
     EXPECT_EQ("5A1F0C22-4B7E-4D02-9C31-0800200C9A66", server.at("power_supplies").at(1).at("name"));
     UseRack(R"({"faults": {"processor": {"dead": true}}})");
     EXPECT_EQ(4, RunOnServer("inventory"));
-    EXPECT_TRUE(Says("state does not answer: restart it\n")) << m_Output;
+    EXPECT_TRUE(Says("can't be read\n    does not answer: restart it\n")) << m_Output;
     m_Server.Write("server.json", ReadFile(SERVERS "/bare/server.json"));
-    EXPECT_EQ(4, RunOnServer("inventory")) << m_Output;
+    EXPECT_EQ(4, RunOnServer("inventory --json")) << m_Output;
+    ExpectSchema("zaldeploy.inventory");
+}
+
+TEST_F(Zaldeploy, FitsTheScreen)
+{
+    UseRack();
+    for (const int width : {60, 80, 130}) {
+        const std::string columns = "COLUMNS=" + std::to_string(width) + " " ZALDEPLOY " --server ";
+        for (const char* command : {" '" PACKAGES "'", " inventory", " install --yes --force '" PACKAGES "'"}) {
+            RunCommand(columns + m_Server.Path().string() + command, m_Output);
+            std::istringstream lines(m_Output);
+            for (std::string line; std::getline(lines, line);)
+                EXPECT_GE(static_cast<std::size_t>(width), line.size()) << line;
+        }
+    }
 }
 
 TEST_F(Zaldeploy, SaysWhenItCanNotRun)
 {
     EXPECT_EQ(0, Run("--help"));
     EXPECT_TRUE(Says("  6  an installation failed\n")) << m_Output;
-    for (const char* arguments : {"", "inventory folder", "--timeout 0 folder", "--nothing", "/nowhere"})
-        EXPECT_EQ(7, Run(arguments)) << arguments << m_Output;
-    EXPECT_EQ(7, Run(m_Packages.Path().string()));
-    EXPECT_TRUE(Says("there is no component package in ")) << m_Output;
-    EXPECT_EQ(4, Run("--server /nowhere '" PACKAGES "/systemrom'")) << m_Output;
-    EXPECT_TRUE(Says("ended with exit status 126: zalsim: ")) << m_Output;
+    AddSound("sound", ":");
+    const std::string folder = " " + m_Packages.Path().string();
+    const std::pair<std::string, const char*> cases[] = {
+        {"", "A subcommand is required"},
+        {"inventory folder", "not expected"},
+        {"--timeout 0" + folder, "--timeout"},
+        {"--nothing" + folder, "--nothing"},
+        {"/nowhere", "there is no folder /nowhere"},
+        {m_Server.Path().string(), "there is no component package in "},
+        {"--quiet --verbose" + folder, "excludes"},
+        {"--server /nowhere" + folder, "the simulated server in /nowhere can't be opened: "},
+        {"--log /nowhere/log" + folder, "can't write the log /nowhere/log: No such file"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(7, Run(c.first)) << c.first << m_Output;
+        EXPECT_TRUE(Says(c.second)) << c.first << m_Output;
+    }
+    EXPECT_EQ(7, RunCommand("TMPDIR=/nowhere " ZALDEPLOY + folder, m_Output));
+    EXPECT_TRUE(Says("there is no folder /nowhere for temporary files; TMPDIR names another")) << m_Output;
+    for (const std::string& command : {std::string("--version"), "--json" + folder, std::string("inventory")}) {
+        EXPECT_EQ(7, RunCommand("{ " ZALDEPLOY " " + command + " >/dev/full; }", m_Output)) << command;
+        EXPECT_TRUE(Says("can't be printed: No space left on device")) << m_Output;
+    }
 }

@@ -1,12 +1,16 @@
 #include "tools/deploy/serverview.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
 
 #include "chif.h"
-#include "support/process.h"
+#include "support/printable.h"
 #include "tools/deploy/table.h"
 #include "zalph.h"
 
@@ -17,18 +21,52 @@ using Json = nlohmann::ordered_json;
 
 const int MaxPowerSupplies = 8;
 
+const char* const SmbiosNode = "/vmfs/devices/char/mem/smbios";
+const char* const RomDriverNode = "/dev/qvrcru";
+
 struct PartKind
 {
     const char* pszKey;
     const char* pszName;
-    const char* pszNull;  // what it means that there is nothing
 };
 
 const PartKind Kinds[] = {
-    {"product", "product", "can't be read"},        {"system_rom", "system ROM", "can't be read"},
-    {"processor", "management processor", "none"},  {"backplanes", "NVMe backplane", "can't be read"},
-    {"controllers", "controller", "can't be read"}, {"power_supplies", "power supply", "can't be read"},
+    {"product", "product"},           {"system_rom", "system ROM"},  {"processor", "management processor"},
+    {"backplanes", "NVMe backplane"}, {"controllers", "controller"}, {"power_supplies", "power supply"},
 };
+
+// A part that is there and can't be read.
+Json Unreadable(const std::string& name, const std::string& problem)
+{
+    return {{"name", name}, {"version", ""}, {"problem", problem}};
+}
+
+// Why a device node can't be opened; empty: it can.
+std::string NodeProblem(const char* node, const char* missing)
+{
+    const int descriptor = open(node, O_RDONLY | O_CLOEXEC);
+    if (descriptor >= 0) {
+        close(descriptor);
+        return "";
+    }
+    if (errno == EACCES || errno == EPERM) return std::string(node) + " may not be opened: run as root";
+    return errno == ENOENT || errno == ENXIO || errno == ENODEV ? missing
+                                                                : std::string(node) + ": " + std::strerror(errno);
+}
+
+// Why SMBIOS and the ROM area, which the ROM utility driver reads, tell nothing.
+std::string MemoryProblem()
+{
+    std::string problem = NodeProblem(SmbiosNode, "no SMBIOS: this host has no /vmfs/devices/char/mem/smbios");
+    if (problem.empty()) problem = NodeProblem(RomDriverNode, "no driver: the ROM utility driver is not loaded");
+    return problem.empty() ? "the server does not tell" : problem;
+}
+
+std::string NoDriver()
+{
+    return geteuid() == 0 ? "no driver: its driver is not loaded"
+                          : "no driver: its driver is not loaded, or may not be opened: run as root";
+}
 
 Json Text(const CStr& text)
 {
@@ -46,7 +84,7 @@ std::string Format(const char* format, Arguments... arguments)
 Json ReadProduct(CSystem& system)
 {
     const CStr name = system.GetProductName();
-    if (name.IsEmpty()) return nullptr;
+    if (name.IsEmpty()) return Unreadable("", MemoryProblem());
     static const char* const tpm[] = {"not present", "enabled", "disabled", "unknown"};
     return {{"name", Text(name)},
             {"version", ""},
@@ -59,7 +97,7 @@ Json ReadProduct(CSystem& system)
 Json ReadRom(CSystem& system)
 {
     const CStr family = system.GetROMFamily();
-    if (family.IsEmpty()) return nullptr;
+    if (family.IsEmpty()) return Unreadable("", MemoryProblem());
     CFwVersion version;
     version.Parse(system.GetROMVersion());
     version.SetDate(system.GetROMDate());
@@ -74,12 +112,11 @@ Json ReadProcessor(const CChannelInterface& channel)
     switch (channel.GetState()) {
         case ChannelState_Open:
             return {{"name", "Mox " + std::to_string(channel.GetMOXGeneration())},
-                    {"version", Text(channel.GetMOXFwVersion().ToString())},
-                    {"state", "open"}};
+                    {"version", Text(channel.GetMOXFwVersion().ToString())}};
         case ChannelState_NoDriver:
-            return {{"name", "Mox"}, {"version", ""}, {"state", "its driver is not loaded"}};
+            return Unreadable("Mox", NoDriver());
         case ChannelState_Broken:
-            return {{"name", "Mox"}, {"version", ""}, {"state", "does not answer: restart it"}};
+            return Unreadable("Mox", "does not answer: restart it");
         default:
             return nullptr;
     }
@@ -97,7 +134,7 @@ Json ReadBackplanes(CChannelInterface& channel)
         BOOL bootLoader = FALSE;
         if (!channel.GetNVMeBackplaneInfo(i, &type, reinterpret_cast<UINT8*>(szId)) ||
             !channel.GetNVMeBackplaneVersion(i, &major, &minor, &bootLoader)) {
-            backplanes.push_back(nullptr);
+            backplanes.push_back(Unreadable("", "the management processor does not tell"));
             continue;
         }
         backplanes.push_back({{"name", Printable(szId)},
@@ -156,7 +193,7 @@ std::string Details(const Json& part)
     std::string text;
     for (const auto& [key, value] : part.items()) {
         const std::string shown = value.is_string() ? value.get<std::string>() : value.dump();
-        if (key == "name" || key == "version" || shown.empty()) continue;
+        if (key == "name" || key == "version" || key == "problem" || shown.empty()) continue;
         text.append(text.empty() ? "" : ", ").append(key).append(" ").append(shown);
     }
     std::replace(text.begin(), text.end(), '_', ' ');
@@ -176,24 +213,26 @@ Json ReadServer()
 
 bool IsIncomplete(const Json& server)
 {
-    const Json& processor = server.at("processor");
-    const Json& backplanes = server.at("backplanes");
-    return server.at("product").is_null() || server.at("system_rom").is_null() ||
-           (!processor.is_null() && processor.at("state") != "open") ||
-           std::find(backplanes.begin(), backplanes.end(), nullptr) != backplanes.end();
+    for (const Json& value : server)
+        for (const Json& part : value.is_array() ? value : Json::array({value}))
+            if (part.contains("problem")) return true;
+    return false;
 }
 
-void PrintServer(const Json& server)
+std::string ServerText(const CScreen& screen, const Json& server)
 {
-    std::vector<std::vector<std::string>> rows = {{"part", "name", "version", "details"}};
+    const std::vector<Column> columns = {{"part", Narrow::Above}, {"name"}, {"version"}};
+    std::vector<Row> rows;
     for (const PartKind& kind : Kinds) {
         const Json& value = server.at(kind.pszKey);
         for (const Json& part : value.is_array() ? value : Json::array({value})) {
             if (part.is_null())
-                rows.push_back({kind.pszName, kind.pszNull, "", ""});
+                rows.push_back({{kind.pszName, "none", ""}, ""});
+            else if (part.contains("problem"))
+                rows.push_back({{kind.pszName, part.at("name"), "can't be read"}, part.at("problem"), Colour::Red});
             else
-                rows.push_back({kind.pszName, part.at("name"), part.at("version"), Details(part)});
+                rows.push_back({{kind.pszName, part.at("name"), part.at("version")}, Details(part)});
         }
     }
-    PrintTable(rows);
+    return TableText(screen, columns, rows);
 }

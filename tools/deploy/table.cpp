@@ -1,42 +1,115 @@
 #include "tools/deploy/table.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace
 {
 
-using Row = std::vector<std::string>;
+const int Gap = 2;
+const int NoteIndentation = 4;
 
-// Columns on the screen of UTF-8 text.
-std::size_t Width(const std::string& text)
+class CTable
 {
-    return static_cast<std::size_t>(
-        std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
-}
-
-void PrintRow(const Row& row, const std::vector<std::size_t>& widths)
-{
-    std::string line;
-    for (std::size_t i = 0; i < row.size(); i++) {
-        const std::string cell = row[i].empty() ? "-" : row[i];
-        line += cell;
-        if (i + 1 < row.size()) line.append(widths[i] - Width(cell) + 2, ' ');
+  public:
+    CTable(const CScreen& screen, const std::vector<Column>& columns, const std::vector<Row>& rows)
+        : m_Screen(screen), m_Columns(columns), m_Rows(rows), m_Width(screen.Width())
+    {
+        for (std::size_t i = 0; i < columns.size(); i++) {
+            m_Widths.push_back(std::max(Columns(columns[i].Title), 1));
+            for (const Row& row : rows) m_Widths[i] = std::max(m_Widths[i], Columns(row.Cells[i]));
+            m_Shown.push_back(true);
+        }
     }
-    std::printf("%s\n", line.c_str());
-}
+
+    std::string Text()
+    {
+        Fit();
+        Row head;
+        Row rule;
+        for (std::size_t i = 0; i < m_Columns.size(); i++) {
+            head.Cells.push_back(m_Columns[i].Title);
+            rule.Cells.emplace_back(IsLast(i) ? Columns(m_Columns[i].Title) : m_Widths[i], '-');
+        }
+        std::string text = Line(head) + Line(rule);
+        for (const Row& row : m_Rows) text += Above(row) + Line(row) + Below(row);
+        return text;
+    }
+
+  private:
+    // Takes columns out until the rest is not too wide.
+    void Fit()
+    {
+        for (std::size_t i = 0; i < m_Columns.size(); i++) Remove(i, Narrow::Above);
+        for (std::size_t i = m_Columns.size(); i-- > 0;) Remove(i, Narrow::Below);
+    }
+
+    void Remove(std::size_t i, Narrow narrow)
+    {
+        if (m_Columns[i].Narrow == narrow && IsTooWide()) m_Shown[i] = false;
+    }
+
+    bool IsTooWide() const
+    {
+        int width = Indentation() - Gap;
+        for (std::size_t i = 0; i < m_Columns.size(); i++)
+            if (m_Shown[i]) width += m_Widths[i] + Gap;
+        return m_Width > 0 && width > m_Width;
+    }
+
+    bool IsLast(std::size_t i) const
+    {
+        return std::none_of(m_Shown.begin() + static_cast<std::ptrdiff_t>(i) + 1, m_Shown.end(),
+                            [](bool b) { return b; });
+    }
+
+    // Of a row that has something above it.
+    int Indentation() const { return m_Shown[0] ? 0 : Gap; }
+
+    std::string Line(const Row& row) const
+    {
+        std::string line(static_cast<std::size_t>(Indentation()), ' ');
+        for (std::size_t i = 0; i < row.Cells.size(); i++) {
+            if (!m_Shown[i]) continue;
+            const std::string cell = row.Cells[i].empty() ? "-" : row.Cells[i];
+            const Colour colour = m_Columns[i].Coloured ? row.Colour : Colour::None;
+            line += m_Screen.Paint(cell, colour);
+            const int padding = m_Widths[i] - Columns(cell) + Gap;
+            if (!IsLast(i)) line.append(static_cast<std::size_t>(padding), ' ');
+        }
+        return line + "\n";
+    }
+
+    std::string Above(const Row& row) const
+    {
+        std::string text;
+        for (std::size_t i = 0; i < m_Columns.size(); i++)
+            if (!m_Shown[i] && m_Columns[i].Narrow == Narrow::Above) text += Wrap(row.Cells[i], 0, m_Width) + "\n";
+        return text;
+    }
+
+    std::string Below(const Row& row) const
+    {
+        std::string text;
+        for (std::size_t i = 0; i < m_Columns.size(); i++)
+            if (!m_Shown[i] && m_Columns[i].Narrow == Narrow::Below && !row.Cells[i].empty())
+                text += Wrap(m_Columns[i].Title + ": " + row.Cells[i], NoteIndentation, m_Width) + "\n";
+        if (!row.Note.empty()) text += Wrap(row.Note, NoteIndentation, m_Width) + "\n";
+        return text;
+    }
+
+    const CScreen& m_Screen;
+    const std::vector<Column>& m_Columns;
+    const std::vector<Row>& m_Rows;
+    const int m_Width;
+    std::vector<int> m_Widths;
+    std::vector<bool> m_Shown;
+};
 
 }  // namespace
 
-void PrintTable(const std::vector<Row>& rows)
+std::string TableText(const CScreen& screen, const std::vector<Column>& columns, const std::vector<Row>& rows)
 {
-    std::vector<std::size_t> widths(rows[0].size(), 1);
-    for (const Row& row : rows)
-        for (std::size_t i = 0; i < row.size(); i++) widths[i] = std::max(widths[i], Width(row[i]));
-    PrintRow(rows[0], widths);
-    Row rule;
-    for (std::size_t i = 0; i < widths.size(); i++)
-        rule.emplace_back(i + 1 < widths.size() ? widths[i] : Width(rows[0][i]), '-');
-    PrintRow(rule, widths);
-    for (std::size_t i = 1; i < rows.size(); i++) PrintRow(rows[i], widths);
+    std::string text = CTable(screen, columns, rows).Text();
+    text.pop_back();  // the end of the last line
+    return text;
 }

@@ -1,8 +1,33 @@
-// Tables on standard output.
+// Tables on the screen.
 #pragma once
 
 #include <string>
 #include <vector>
 
-// Prints rows in columns, the first row above a line. An empty cell shows as "-".
-void PrintTable(const std::vector<std::vector<std::string>>& rows);
+#include "tools/deploy/screen.h"
+
+// Where a column goes when the table is too wide for the screen.
+enum class Narrow
+{
+    Keep,
+    Above,  // its text stands above the row
+    Below,  // it stands below the row, behind its title
+};
+
+struct Column
+{
+    std::string Title;
+    ::Narrow Narrow = Narrow::Keep;
+    bool Coloured = false;  // in the colour of its row
+};
+
+struct Row
+{
+    std::vector<std::string> Cells;  // an empty one shows as "-"
+    std::string Note;                // sentences, which stand below the row
+    ::Colour Colour = Colour::None;
+};
+
+// The lines of a table that fits the screen: what makes it too wide leaves the columns, the first that may and then the
+// last ones. No cell is broken.
+std::string TableText(const CScreen& screen, const std::vector<Column>& columns, const std::vector<Row>& rows);

@@ -1,0 +1,17 @@
+// The commands of zaldeploy. Each returns its exit status, and throws std::runtime_error where it could not run.
+#pragma once
+
+#include "tools/deploy/offerview.h"
+#include "tools/deploy/options.h"
+
+// Shows what packages offer to the server, and changes nothing.
+int RunPlan(const DeployOptions& options);
+
+// Installs it.
+int RunInstall(const DeployOptions& options);
+
+// Shows what the server is made of, and changes nothing. argv starts this program anew on a simulated server.
+int RunInventory(const DeployOptions& options, char** argv);
+
+// What packages offer: the first step of plan and install.
+Offers AskPackages(Session& session);

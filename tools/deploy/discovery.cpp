@@ -1,0 +1,96 @@
+#include "tools/deploy/discovery.h"
+
+#include <cerrno>
+
+#include "component.h"
+#include "host/propertytable.h"
+#include "tools/deploy/decision.h"
+#include "tools/deploy/discoveryfile.h"
+#include "tools/deploy/installer.h"
+
+namespace
+{
+
+const char* const NothingInstalled = " Nothing was installed. ";
+
+// What to do about a discovery that ended in that way.
+std::string Advice(const InstallerRun& run)
+{
+    switch (run.Process.End) {
+        case ProcessEnd::Stopped:
+            return "Run zaldeploy again.";
+        case ProcessEnd::TimedOut:
+            return "Try again with a longer --timeout.";
+        case ProcessEnd::StillRuns:
+            return "A driver holds it: restart the server.";
+        case ProcessEnd::NotStarted:
+            if (run.Process.Status == EACCES) return "See whether its file system is mounted without exec.";
+            [[fallthrough]];
+        default:
+            return "Get the package anew; if that does not help, tell its maker.";
+    }
+}
+
+// What an installer that does not report prints.
+void ReadTable(const std::vector<std::string>& lines, Discovery& found)
+{
+    std::string name;
+    std::string value;
+    for (const std::string& line : lines) {
+        if (!ReadPropertyRow(line, name, value)) continue;
+        if (name == PropertyRow_InstallState) found.State = InstallStateFromText(value);
+        if (name == PropertyRow_Message) found.Reason = value;
+    }
+}
+
+// What is known without a document. A server without the device is none of the package's faults.
+void DecideWithoutDocument(Session& session, Offer& offer, const InstallerRun& run, const std::string& problem)
+{
+    const bool explains = run.Process.End == ProcessEnd::Exited && !offer.Found.Reason.empty();
+    const int state = offer.Found.State;
+    if (explains && IsNotNeeded(state)) return Decide(offer, Verdict::NotNeeded, offer.Found.Reason);
+    if (explains && state == ZALSTATE_INSTALLNOTALLOWED) return Decide(offer, Verdict::NotAllowed, offer.Found.Reason);
+    if (run.Process.End == ProcessEnd::Stopped)
+        return Decide(offer, Verdict::Stopped, problem + NothingInstalled + Advice(run));
+    const std::string room = session.Work.Problem();
+    const std::string why =
+        room.empty() ? problem + NothingInstalled + Advice(run) : "Discovery failed: " + room + "." + NothingInstalled;
+    Decide(offer, Verdict::Failed, why);
+}
+
+}  // namespace
+
+Offer Discover(Session& session, const Package& package, const std::string& label)
+{
+    Offer offer;
+    offer.Package = package;
+    if (!package.Problem.empty()) {
+        Decide(offer, Verdict::Failed, package.Problem);
+        return offer;
+    }
+    session.Screen.Begin(label);
+    const std::filesystem::path file = session.Work.DiscoveryFile();
+    const InstallerRun run =
+        RunInstaller(session, InstallerCommand(package, session.Options, {"/d", file.string()}),
+                     session.Options.Timeout, TimeLimit::End, "Stopping; nothing is being written.");
+    session.Screen.End();
+
+    offer.Found = run.Report.Properties();
+    if (!run.Report.IsGiven()) ReadTable(run.Process.Output, offer.Found);
+    const bool succeeded = run.Process.End == ProcessEnd::Exited && run.Process.Status == ReturnCodeNone;
+    const std::string problem = succeeded ? ReadDiscoveryFile(file, offer.Found) : DescribeEnd(run);
+    if (!problem.empty()) {
+        DecideWithoutDocument(session, offer, run, problem);
+        return offer;
+    }
+    DecideByWord(offer, session.Options.Force);
+    return offer;
+}
+
+Offer NotAsked(const Package& package)
+{
+    Offer offer;
+    offer.Package = package;
+    Decide(offer, Verdict::Stopped, "zaldeploy was stopped before. Nothing was installed. Run zaldeploy again.");
+    return offer;
+}

@@ -1,0 +1,132 @@
+#include "tools/deploy/installer.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+
+#include "component.h"
+#include "tools/deploy/activity.h"
+#include "tools/simulated.h"
+
+namespace
+{
+
+// A percentage stands in the line.
+bool IsProgress(const std::string& line)
+{
+    const std::size_t sign = line.find('%');
+    return sign != std::string::npos && line.find_last_of("0123456789", sign) != std::string::npos;
+}
+
+// The last line that is no progress; empty when there is none.
+std::string LastSentence(const std::vector<std::string>& lines)
+{
+    const auto line =
+        std::find_if(lines.rbegin(), lines.rend(), [](const std::string& l) { return !l.empty() && !IsProgress(l); });
+    return line == lines.rend() ? "" : *line;
+}
+
+const char* StatusSentence(int status)
+{
+    switch (status) {
+        case ReturnCodeNone:
+            return "The installer says that it is done.";
+        case ReturnCodeReboot:
+            return "The installer says that it is done, and that the server must be restarted.";
+        case ReturnCodeTargetCurrent:
+            return "The installer says that this version is installed already.";
+        case ReturnCodeTargetNewer:
+            return "The installer says that a newer version is installed.";
+        case ReturnCodeNoTarget:
+            return "The installer says that there is no such device.";
+        case ReturnCodeCanceledByUser:
+            return "The installer says that it was cancelled.";
+        case ReturnCodeCouldNotRun:
+            return "The installer says that it could not run.";
+        default:
+            return "The installer says that it failed, and gives no reason.";
+    }
+}
+
+std::string Sentence(const std::string& text)
+{
+    return std::strchr(".!?", text.back()) ? text : text + ".";
+}
+
+}  // namespace
+
+bool InstallerRun::HasSaid() const
+{
+    return Process.End == ProcessEnd::Exited && Process.Status <= ReturnCodeErrorReturn;
+}
+
+std::vector<std::string> InstallerCommand(const Package& package, const DeployOptions& options,
+                                          const std::vector<std::string>& switches)
+{
+    std::vector<std::string> command = {package.Installer.string(), "/y", package.Folder.string()};
+    command.insert(command.end(), switches.begin(), switches.end());
+    return options.Server.empty() ? command : OnServer(options.Server, command);
+}
+
+InstallerRun RunInstaller(Session& session, const std::vector<std::string>& command, double seconds, TimeLimit limit,
+                          const std::string& subject)
+{
+    InstallerRun run = {};
+    run.Limit = seconds;
+    CActivity activity(session.Screen, session.Log.File, run.Report);
+    ProcessWatch watch;
+    watch.Line = [&activity](const std::string& line) { activity.ShowLine(line); };
+    watch.Tick = [&activity] { activity.Show(); };
+    watch.Stopping = [&session, &subject] { session.Screen.Notice(subject); };
+    watch.Report = [&run](const std::string& line) { run.Report.Read(line); };
+    watch.ReportVariable = ReportVariable;
+
+    const auto start = std::chrono::steady_clock::now();
+    run.Process = session.Runner.Run(command, seconds, limit, watch);
+    run.Seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return run;
+}
+
+std::string DescribeReason(const InstallerRun& run)
+{
+    std::string reason;
+    if (run.Report.Result())
+        reason = run.Report.Result()->Message;
+    else if (!run.Report.IsGiven())
+        reason = LastSentence(run.Process.Output);
+    if (reason.empty()) reason = LastLine(run.Process.Errors);
+    return reason.empty() ? StatusSentence(run.Process.Status) : Sentence(reason);
+}
+
+std::string DescribeEnd(const InstallerRun& run)
+{
+    char szLimit[32];
+    std::snprintf(szLimit, sizeof szLimit, "%g", run.Limit);
+    const ProcessResult& process = run.Process;
+    std::string text = "The installer ";
+    switch (process.End) {
+        case ProcessEnd::Exited:
+            text += "ended with exit status " + std::to_string(process.Status);
+            break;
+        case ProcessEnd::Crashed:
+            text += std::string("crashed (") + strsignal(process.Status) + ")";
+            break;
+        case ProcessEnd::TimedOut:
+            text += std::string("did not finish within ") + szLimit + " seconds and was ended";
+            break;
+        case ProcessEnd::Stopped:
+            text += "was stopped";
+            break;
+        case ProcessEnd::StillRuns:
+            text += std::string("did not finish within ") + szLimit + " seconds and can't be ended";
+            break;
+        case ProcessEnd::NotStarted:
+            text += std::string("can't be started (") + std::strerror(process.Status) + ")";
+            break;
+    }
+    std::string last = process.End == ProcessEnd::Exited ? LastSentence(process.Output) : "";
+    if (last.empty()) last = LastLine(process.Errors);
+    if (!last.empty()) text += ": " + last;
+    return Sentence(text);
+}

@@ -1,0 +1,48 @@
+#include "tools/deploy/offer.h"
+
+#include "support/printable.h"
+
+std::string Offer::Name() const
+{
+    return Found.Name.empty() ? Printable(Package.Name()) : Found.Name;
+}
+
+const char* ToText(Action action)
+{
+    static const char* const names[] = {"skip", "upgrade", "rewrite", "downgrade"};
+    return names[static_cast<int>(action)];
+}
+
+const char* ToText(Verdict verdict)
+{
+    static const char* const names[] = {"install",    "current",     "newer",  "not needed",
+                                        "superseded", "not allowed", "failed", "stopped"};
+    return names[static_cast<int>(verdict)];
+}
+
+const char* ToText(Result result)
+{
+    static const char* const names[] = {"installed", "installed, restart", "runs already", "not verified", "not run",
+                                        "failed"};
+    return names[static_cast<int>(result)];
+}
+
+const char* ToText(Left left)
+{
+    static const char* const names[] = {"untouched", "runs old", "runs new", "incomplete", "unknown"};
+    return names[static_cast<int>(left)];
+}
+
+std::optional<Action> ActionFromText(const std::string& text)
+{
+    for (Action action : {Action::Skip, Action::Upgrade, Action::Rewrite, Action::Downgrade})
+        if (text == ToText(action)) return action;
+    return std::nullopt;
+}
+
+std::optional<Left> LeftFromText(const std::string& text)
+{
+    for (Left left : {Left::Untouched, Left::RunsOld, Left::RunsNew, Left::Incomplete, Left::Unknown})
+        if (text == ToText(left)) return left;
+    return std::nullopt;
+}

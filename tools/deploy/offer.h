@@ -1,0 +1,99 @@
+// An offer of a package: what its discovery tells, what zaldeploy makes of it, and what came of that.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "tools/deploy/options.h"
+#include "tools/deploy/package.h"
+
+// What the installer says that an installation would do.
+enum class Action
+{
+    Skip,
+    Upgrade,
+    Rewrite,
+    Downgrade,
+};
+
+// What zaldeploy makes of it.
+enum class Verdict
+{
+    Install,
+    Current,     // the device runs this version
+    Newer,       // the device runs a newer version
+    NotNeeded,   // the server has no such device, or the package is not for it
+    Superseded,  // another package has a newer version for the device
+    NotAllowed,  // something on this server speaks against it
+    Failed,      // it could not be found out
+    Stopped,     // the operator has stopped before
+};
+
+// How an installation ended.
+enum class Result
+{
+    Installed,
+    Restart,  // takes effect when the server is restarted
+    RunsAlready,
+    NotVerified,  // the installer says done; what the device runs can't be read
+    NotRun,
+    Failed,
+};
+
+// What an installation leaves in the device.
+enum class Left
+{
+    Untouched,
+    RunsOld,
+    RunsNew,
+    Incomplete,
+    Unknown,
+};
+
+// What discovery tells. Texts are fit for a terminal, and empty where nothing is known.
+struct Discovery
+{
+    std::string Name;
+    std::string Device;
+    std::string ProductId;
+    std::string Current;  // version
+    std::string Offered;
+    std::string TakesEffect;
+    int Duration = 0;    // seconds that the installation is expected to take
+    int State = 0;       // ZALSTATE_..; 0: not told
+    std::string Reason;  // why the installer would not install
+    std::optional<Action> Word;
+};
+
+struct Outcome
+{
+    ::Result Result;
+    std::string Now;      // the version that discovery finds afterwards
+    std::string Message;  // for the operator
+    ::Left Left = Left::Unknown;
+    double Seconds = 0;
+};
+
+struct Offer
+{
+    ::Package Package;
+    Discovery Found;
+    ::Verdict Verdict = Verdict::Failed;
+    std::string Why;  // why nothing is installed, and what to do
+    int Status = DeployStatus_Unknown;
+    std::optional<::Outcome> Outcome;
+
+    // The component's name; the folder's where it has none of its own.
+    std::string Name() const;
+    bool IsOffered() const { return Verdict == Verdict::Install; }
+};
+
+// In words.
+const char* ToText(Action action);
+const char* ToText(Verdict verdict);
+const char* ToText(Result result);
+const char* ToText(Left left);
+
+// The action or state of that name.
+std::optional<Action> ActionFromText(const std::string& text);
+std::optional<Left> LeftFromText(const std::string& text);

@@ -1,0 +1,132 @@
+#include "tools/deploy/offerview.h"
+
+#include <algorithm>
+
+#include "tools/deploy/installation.h"
+#include "tools/deploy/jsonoutput.h"
+#include "tools/deploy/table.h"
+
+namespace
+{
+
+using Json = nlohmann::ordered_json;
+
+Colour ColourOf(int status)
+{
+    switch (status) {
+        case DeployStatus_Well:
+            return Colour::Green;
+        case DeployStatus_Offered:
+        case DeployStatus_Restart:
+            return Colour::Yellow;
+        default:
+            return Colour::Red;
+    }
+}
+
+bool IsProblem(const Offer& offer)
+{
+    return offer.Status >= DeployStatus_NotAllowed;
+}
+
+Row OfferRow(const Offer& o)
+{
+    const char* pszAction = o.IsOffered() ? ToText(*o.Found.Word) : ToText(o.Verdict);
+    const Colour colour = o.Verdict == Verdict::Install ? Colour::Yellow : IsProblem(o) ? Colour::Red : Colour::None;
+    return {
+        {o.Name(), o.Found.Device, o.Found.Current, o.Found.Offered, pszAction, o.Found.TakesEffect}, o.Why, colour};
+}
+
+Row OutcomeRow(const Offer& o)
+{
+    return {{o.Name(), ToText(o.Outcome->Result), o.Found.Current, o.Outcome->Now},
+            IsProblem(o) ? o.Outcome->Message : "",
+            ColourOf(o.Status)};
+}
+
+Json ToJson(const Offer& offer, const DeployOptions& options)
+{
+    const Discovery& found = offer.Found;
+    Json json = {{"package", offer.Package.Folder.string()},
+                 {"component", offer.Name()},
+                 {"device", found.Device},
+                 {"product_id", found.ProductId},
+                 {"current", found.Current},
+                 {"offered", found.Offered},
+                 {"action", found.Word ? Json(ToText(*found.Word)) : Json(nullptr)},
+                 {"verdict", ToText(offer.Verdict)},
+                 {"why", offer.Why},
+                 {"takes_effect", found.TakesEffect},
+                 {"duration", found.Duration},
+                 {"status", offer.Status}};
+    if (offer.IsOffered()) json["command"] = InstallCommand(offer, options);
+    if (offer.Outcome)
+        json["outcome"] = {{"result", ToText(offer.Outcome->Result)},
+                           {"now", offer.Outcome->Now},
+                           {"message", offer.Outcome->Message},
+                           {"left", ToText(offer.Outcome->Left)},
+                           {"seconds", offer.Outcome->Seconds}};
+    return json;
+}
+
+}  // namespace
+
+int WorstStatus(const Offers& offers)
+{
+    int status = DeployStatus_Well;
+    for (const Offer& offer : offers) status = std::max(status, offer.Status);
+    return status;
+}
+
+void ShowOffers(Session& session, const Offers& offers)
+{
+    const std::vector<Column> columns = {
+        {"component", Narrow::Above},   {"device", Narrow::Below},      {"current"}, {"offered"},
+        {"action", Narrow::Keep, true}, {"takes effect", Narrow::Below}};
+    std::vector<Row> rows;
+    for (const Offer& offer : offers)
+        if (!session.Screen.IsQuiet() || IsProblem(offer)) rows.push_back(OfferRow(offer));
+    if (!rows.empty()) session.Screen.PrintProblem(TableText(session.Screen, columns, rows));
+}
+
+void ShowOutcomes(Session& session, const Offers& offers)
+{
+    const std::vector<Column> columns = {
+        {"component", Narrow::Above}, {"result", Narrow::Keep, true}, {"was"}, {"now"}};
+    std::vector<Row> rows;
+    for (const Offer& offer : offers)
+        if (offer.Outcome && (!session.Screen.IsQuiet() || IsProblem(offer))) rows.push_back(OutcomeRow(offer));
+    if (rows.empty()) return;
+    session.Screen.Print("\nSummary:\n");
+    session.Screen.PrintProblem(TableText(session.Screen, columns, rows));
+}
+
+void ShowAdvice(Session& session, const Offers& offers)
+{
+    static const std::pair<int, const char*> advice[] = {
+        {DeployStatus_Offered, "Updates are offered: zaldeploy install installs them."},
+        {DeployStatus_Restart, "Restart the server: what was installed takes effect then."},
+        {DeployStatus_NotAllowed, "A component may not be installed on this server as it is: the table says why."},
+        {DeployStatus_Unknown, "Not all could be found out: the tables say why, and what to do."},
+        {DeployStatus_Stopped, "Stopped before all was done: run zaldeploy again."},
+        {DeployStatus_Failed, "An installation failed: the summary says what state the device is in, and what to do."},
+    };
+    CScreen& screen = session.Screen;
+    screen.Print("");
+    for (const auto& [status, text] : advice)
+        if (std::any_of(offers.begin(), offers.end(), [s = status](const Offer& o) { return o.Status == s; }))
+            screen.Print(Wrap(text, 0, screen.Width()));
+    if (WorstStatus(offers) == DeployStatus_Well) screen.Print("All is well.");
+    if (WorstStatus(offers) >= DeployStatus_NotAllowed)
+        screen.PrintProblem(Wrap(session.Log.Describe(), 0, screen.Width()));
+}
+
+Json ToJson(const char* schema, const Session& session, const Offers& offers)
+{
+    Json json = JsonHead(schema, session.Server);
+    json["log"] = TextOrNull(session.Log.File.string());
+    json["packages"] = Json::array();
+    for (const Offer& offer : offers) json["packages"].push_back(ToJson(offer, session.Options));
+    json["status"] = WorstStatus(offers);
+    return json;
+}

@@ -1,0 +1,33 @@
+// What the commands of zaldeploy are asked for, and how they end.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// Exit status of zaldeploy, from the best to the worst result; also of each package.
+enum DeployStatus
+{
+    DeployStatus_Well = 0,
+    DeployStatus_Offered = 1,
+    DeployStatus_Restart = 2,
+    DeployStatus_NotAllowed = 3,
+    DeployStatus_Unknown = 4,
+    DeployStatus_Stopped = 5,
+    DeployStatus_Failed = 6,
+    DeployStatus_CouldNotRun = 7,
+};
+
+struct DeployOptions
+{
+    std::vector<std::string> Folders;
+    std::vector<std::string> Only;  // names of packages; empty: all
+    std::string Server;             // folder of a simulated server; empty: this server
+    std::string Log;                // file of the debug log; empty: chosen
+    double Timeout = 300;           // seconds
+    bool DryRun = false;
+    bool Force = false;
+    bool Yes = false;
+    bool Json = false;
+    bool Quiet = false;
+    bool Verbose = false;
+};

@@ -1,0 +1,77 @@
+#include <strings.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "support/printable.h"
+#include "tools/deploy/commands.h"
+#include "tools/deploy/decision.h"
+#include "tools/deploy/discovery.h"
+#include "tools/deploy/jsonoutput.h"
+
+namespace
+{
+
+bool IsSame(const std::string& a, const std::string& b)
+{
+    return strcasecmp(a.c_str(), b.c_str()) == 0;
+}
+
+bool IsNamed(const Offer& offer, const std::string& name)
+{
+    return IsSame(offer.Package.Name(), name) || IsSame(offer.Name(), name) || IsSame(offer.Found.Device, name);
+}
+
+// Leaves those that --only names.
+void Select(Offers& offers, const std::vector<std::string>& only)
+{
+    if (only.empty()) return;
+    for (const std::string& name : only)
+        if (std::none_of(offers.begin(), offers.end(), [&name](const Offer& o) { return IsNamed(o, name); }))
+            throw std::runtime_error("--only " + name + ": no package, component or device has this name");
+    const auto isLeftOut = [&only](const Offer& offer) {
+        return std::none_of(only.begin(), only.end(), [&offer](const std::string& n) { return IsNamed(offer, n); });
+    };
+    offers.erase(std::remove_if(offers.begin(), offers.end(), isLeftOut), offers.end());
+}
+
+// Packages that --only names all by their folders need no discovery of the others.
+void SelectByFolder(std::vector<Package>& packages, const std::vector<std::string>& only)
+{
+    const auto isLeftOut = [&only](const Package& package) {
+        return std::none_of(only.begin(), only.end(), [&](const std::string& n) { return IsSame(package.Name(), n); });
+    };
+    const auto isFolder = [&packages](const std::string& name) {
+        return std::any_of(packages.begin(), packages.end(), [&](const Package& p) { return IsSame(p.Name(), name); });
+    };
+    if (!only.empty() && std::all_of(only.begin(), only.end(), isFolder))
+        packages.erase(std::remove_if(packages.begin(), packages.end(), isLeftOut), packages.end());
+}
+
+}  // namespace
+
+Offers AskPackages(Session& session)
+{
+    std::vector<Package> packages = FindPackages(session.Options.Folders);
+    SelectByFolder(packages, session.Options.Only);
+    Offers offers;
+    offers.reserve(packages.size());
+    for (const Package& package : packages) {
+        const std::string label = "[" + std::to_string(offers.size() + 1) + "/" + std::to_string(packages.size()) +
+                                  "] Asking " + Printable(package.Name());
+        offers.push_back(session.Runner.IsStopped() ? NotAsked(package) : Discover(session, package, label));
+    }
+    if (!session.Runner.IsStopped()) Select(offers, session.Options.Only);
+    KeepNewest(offers);
+    return offers;
+}
+
+int RunPlan(const DeployOptions& options)
+{
+    Session session(options);
+    const Offers offers = AskPackages(session);
+    ShowOffers(session, offers);
+    ShowAdvice(session, offers);
+    if (options.Json) PrintJson(ToJson("zaldeploy.plan", session, offers));
+    return WorstStatus(offers);
+}

@@ -1,0 +1,50 @@
+// What an installer may tell a deployment tool beside what it prints: JSON lines of at most 8 KiB on the descriptor
+// that the environment variable FLASHLIB_REPORT names. "report" says what a line is:
+//   "properties"  "name", "current", "offered", "state", "message"
+//   "progress"    "what", "done", "total"
+//   "result"      "message", "left": "untouched", "runs old", "runs new", "incomplete" or "unknown"
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "tools/deploy/offer.h"
+
+// The environment variable that holds the number of the descriptor.
+extern const char* const ReportVariable;
+
+struct Progress
+{
+    std::string What;  // "Uploading"
+    long long Done = 0;
+    long long Total = 0;  // above 0
+};
+
+struct ReportedResult
+{
+    std::string Message;
+    ::Left Left = Left::Unknown;
+};
+
+// Gathers the lines of one run. What is no such line, or says what is not known here, is left out.
+class CReport
+{
+  public:
+    void Read(const std::string& line);
+
+    // True when the installer reports at all.
+    bool IsGiven() const { return m_bGiven; }
+
+    // The properties, with nothing of what only a discovery document has.
+    const Discovery& Properties() const { return m_Properties; }
+
+    const std::optional<Progress>& LastProgress() const { return m_Progress; }
+    const std::optional<ReportedResult>& Result() const { return m_Result; }
+
+  private:
+    bool m_bGiven = false;
+    Discovery m_Properties;
+    std::optional<Progress> m_Progress;
+    std::optional<ReportedResult> m_Result;
+};

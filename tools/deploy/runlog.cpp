@@ -1,0 +1,97 @@
+#include "tools/deploy/runlog.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <stdexcept>
+#include <vector>
+
+#include "tools/deploy/statefolder.h"
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+const std::size_t MaxLogs = 50;
+
+// Why nothing can be written into the file; empty: it can.
+std::string TryToWrite(const fs::path& file)
+{
+    std::FILE* pFile = std::fopen(file.c_str(), "ae");
+    if (!pFile) return std::strerror(errno);
+    std::fclose(pFile);
+    return "";
+}
+
+// "2026-11-25T101500Z-1234.log": names in order of time.
+std::string NewName()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm parts = {};
+    gmtime_r(&now, &parts);
+    char szTime[32];
+    std::strftime(szTime, sizeof szTime, "%Y-%m-%dT%H%M%SZ", &parts);
+    return std::string(szTime) + "-" + std::to_string(getpid()) + ".log";
+}
+
+void RemoveOldest(const fs::path& folder)
+{
+    std::vector<fs::path> logs;
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(folder, ignored))
+        if (entry.path().extension() == ".log") logs.push_back(entry.path());
+    std::sort(logs.begin(), logs.end());
+    for (std::size_t i = 0; i + MaxLogs < logs.size(); i++) fs::remove(logs[i], ignored);
+}
+
+// A new file in the state folder. That of a server that does not exist is not made.
+RunLog NewLog(const DeployOptions& options)
+{
+    std::error_code error;
+    const fs::path folder = StateFolder(options) / "log";
+    if (options.Server.empty() || fs::is_directory(options.Server, error)) fs::create_directories(folder, error);
+    const fs::path file = folder / NewName();
+    const std::string problem = error ? error.message() : TryToWrite(file);
+    if (!problem.empty())
+        return {{},
+                "No debug log is kept: nothing can be written to " + folder.string() + " (" + problem +
+                    "). --log FILE names one."};
+    RemoveOldest(folder);
+    return {file, ""};
+}
+
+RunLog Choose(const DeployOptions& options)
+{
+    if (!options.Log.empty()) {
+        const std::string problem = TryToWrite(options.Log);
+        if (!problem.empty()) throw std::runtime_error("can't write the log " + options.Log + ": " + problem);
+        return {fs::absolute(options.Log), ""};
+    }
+    const char* pszNamed = std::getenv("QVFLASHLOG");
+    if (!pszNamed || !*pszNamed) return NewLog(options);
+    const std::string problem = TryToWrite(pszNamed);
+    if (problem.empty()) return {pszNamed, ""};
+    return {{},
+            std::string("No debug log is kept: QVFLASHLOG names ") + pszNamed + ", which can't be written (" + problem +
+                "). --log FILE names another."};
+}
+
+}  // namespace
+
+std::string RunLog::Describe() const
+{
+    return File.empty() ? Problem : "The debug log is " + File.string() + ".";
+}
+
+RunLog ChooseLog(const DeployOptions& options)
+{
+    RunLog log = Choose(options);
+    if (!log.File.empty()) setenv("QVFLASHLOG", log.File.c_str(), 1);
+    return log;
+}

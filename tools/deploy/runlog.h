@@ -1,0 +1,21 @@
+// The debug log of a run.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "tools/deploy/options.h"
+
+struct RunLog
+{
+    std::filesystem::path File;  // empty: none is kept
+    std::string Problem;         // why, and what to do: a sentence
+
+    // A sentence that names the log, or says why there is none.
+    std::string Describe() const;
+};
+
+// Chooses the file that installers and this process log into, and sets QVFLASHLOG to it: what --log says, else what
+// QVFLASHLOG says, else a new file in the state folder, which keeps the last 50. Throws std::runtime_error when --log
+// names a file that can't be written.
+RunLog ChooseLog(const DeployOptions& options);

@@ -1,0 +1,13 @@
+// Where zaldeploy keeps what outlives a run.
+#pragma once
+
+#include <filesystem>
+
+#include "tools/deploy/options.h"
+
+// /var/lib/flashlib; of a simulated server the folder of that path in the server's own.
+inline std::filesystem::path StateFolder(const DeployOptions& options)
+{
+    const std::filesystem::path folder = "var/lib/flashlib";
+    return (options.Server.empty() ? "/" : std::filesystem::absolute(options.Server)) / folder;
+}
