@@ -14,7 +14,7 @@
 # The debug information stays in the build folder.
 install(CODE "set(CMAKE_INSTALL_DO_STRIP ON)")
 
-install(TARGETS flash componenthost EXPORT FlashLib LIBRARY DESTINATION lib ARCHIVE DESTINATION lib)
+install(TARGETS flash flashhost EXPORT FlashLib LIBRARY DESTINATION lib ARCHIVE DESTINATION lib)
 install(DIRECTORY include/ DESTINATION include/flashlib)
 install(DIRECTORY components/host DESTINATION include/flashlib FILES_MATCHING PATTERN "*.h")
 foreach(closed zalxml zalftbl zalci)

@@ -54,10 +54,10 @@ void PlayNode(sim::IDevice* pNode)
 
 int CMemoryNode::Ioctl(unsigned long request, void* argument)
 {
-    if (request != RomDriverRequest_ReadMemory) return Fail(EINVAL);
+    if (request != RomDriverRequest_ReadMemory) return Errno(EINVAL);
     const _pmemRead* pRead = static_cast<const _pmemRead*>(argument);
     auto* pBuffer = reinterpret_cast<std::uint8_t*>(pRead->userBuffer);
-    return ReadMemory(pRead->startPhysicalMemAddress, pBuffer, pRead->readSize) ? 0 : Fail(EFAULT);
+    return ReadMemory(pRead->startPhysicalMemAddress, pBuffer, pRead->readSize) ? 0 : Errno(EFAULT);
 }
 
 #define NEXT(function) static auto* const next = reinterpret_cast<decltype(&(function))>(dlsym(RTLD_NEXT, #function))

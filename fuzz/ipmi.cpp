@@ -23,14 +23,14 @@ class CIpmiDriver : public sim::IDevice
 
     int Ioctl(unsigned long request, void* argument) override
     {
-        if (m_Input.Byte() == 0xFF) return Fail(EIO);
+        if (m_Input.Byte() == 0xFF) return Errno(EIO);
         return request == IPMICTL_RECEIVE_MSG_TRUNC ? Receive(*static_cast<ipmi_recv*>(argument)) : 0;
     }
 
     int Poll(short events, int, short& occurred) override
     {
         const int outcome = m_Input.Byte();
-        if (outcome >= 0xFE) return Fail(outcome == 0xFF ? EINTR : EIO);
+        if (outcome >= 0xFE) return Errno(outcome == 0xFF ? EINTR : EIO);
         occurred = events;
         return outcome != 0xFD;
     }

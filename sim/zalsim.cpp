@@ -72,9 +72,9 @@ void Describe(sim::CServer& simulated)
     line("system ROM", running);
     if (next != running) line("  after restart", next);
     line("ROM driver", DriverText(server.RomDriver));
-    line("SMBIOS", server.Smbios.Fault == sim::SmbiosFault::Missing ? ""
-                   : server.Smbios.Dump.empty()                     ? "built from the description"
-                                                                    : server.Smbios.Dump.string());
+    line("SMBIOS", server.Smbios.Fault == sim::SmbiosFault_Missing ? ""
+                   : server.Smbios.Dump.empty()                    ? "built from the description"
+                                                                   : server.Smbios.Dump.string());
     DescribeProcessor(simulated);
 }
 

@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 namespace
 {
 
-[[noreturn]] void Refuse(const char* what, const fs::path& file, const std::string& why)
+[[noreturn]] void Throw(const char* what, const fs::path& file, const std::string& why)
 {
     throw std::runtime_error(std::string(what) + " " + file.string() + ": " + why);
 }
@@ -31,7 +31,7 @@ void WriteTo(const fs::path& file, int flags, std::string_view bytes)
 {
     CDescriptor descriptor(open(file.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | flags, 0666));
     if (descriptor.Get() < 0 || !WriteAll(descriptor.Get(), bytes) || !descriptor.Close())
-        Refuse("can't write", file, std::strerror(errno));
+        Throw("can't write", file, std::strerror(errno));
 }
 
 }  // namespace
@@ -39,10 +39,10 @@ void WriteTo(const fs::path& file, int flags, std::string_view bytes)
 std::string ReadOpenFile(int descriptor, const fs::path& file, std::size_t maxSize, std::size_t most)
 {
     struct stat status = {};
-    if (fstat(descriptor, &status) != 0) Refuse("can't read", file, std::strerror(errno));
-    if (!S_ISREG(status.st_mode)) Refuse("can't read", file, "it is no regular file");
+    if (fstat(descriptor, &status) != 0) Throw("can't read", file, std::strerror(errno));
+    if (!S_ISREG(status.st_mode)) Throw("can't read", file, "it is no regular file");
     if (static_cast<std::uintmax_t>(status.st_size) > maxSize)
-        Refuse("can't read", file, "it has more than " + std::to_string(maxSize) + " bytes");
+        Throw("can't read", file, "it has more than " + std::to_string(maxSize) + " bytes");
 
     std::string bytes(std::min(static_cast<std::size_t>(status.st_size), most), '\0');
     std::size_t length = 0;
@@ -50,7 +50,7 @@ std::string ReadOpenFile(int descriptor, const fs::path& file, std::size_t maxSi
         const ssize_t part =
             pread(descriptor, bytes.data() + length, bytes.size() - length, static_cast<off_t>(length));
         if (part < 0 && errno == EINTR) continue;
-        if (part < 0) Refuse("can't read", file, std::strerror(errno));
+        if (part < 0) Throw("can't read", file, std::strerror(errno));
         if (part == 0) break;  // it was cut meanwhile
         length += static_cast<std::size_t>(part);
     }
@@ -62,14 +62,14 @@ std::optional<std::string> ReadFileIfThere(const fs::path& file, std::size_t max
 {
     const CDescriptor descriptor = OpenToRead(file);
     if (descriptor.Get() < 0 && errno == ENOENT) return std::nullopt;
-    if (descriptor.Get() < 0) Refuse("can't read", file, std::strerror(errno));
+    if (descriptor.Get() < 0) Throw("can't read", file, std::strerror(errno));
     return ReadOpenFile(descriptor.Get(), file, maxSize);
 }
 
 std::string ReadWholeFile(const fs::path& file, std::size_t maxSize)
 {
     std::optional<std::string> bytes = ReadFileIfThere(file, maxSize);
-    if (!bytes) Refuse("can't read", file, std::strerror(ENOENT));
+    if (!bytes) Throw("can't read", file, std::strerror(ENOENT));
     return std::move(*bytes);
 }
 
@@ -84,7 +84,7 @@ void WriteWholeFile(const fs::path& file, std::string_view bytes)
     const fs::path temporary = target.string() + ".new";
     try {
         WriteTo(temporary, O_CREAT | O_TRUNC, bytes);
-        if (std::rename(temporary.c_str(), target.c_str()) != 0) Refuse("can't replace", file, std::strerror(errno));
+        if (std::rename(temporary.c_str(), target.c_str()) != 0) Throw("can't replace", file, std::strerror(errno));
     } catch (...) {
         fs::remove(temporary, ignored);
         throw;

@@ -198,35 +198,35 @@ bool HasEnded(pid_t process)
 }
 
 // Where a process stands that has not ended.
-enum class Phase
+enum Phase
 {
-    Runs,
-    Stopping,   // the operator wants to stop, and it was asked to end
-    OutOfTime,  // its time is up, and it was asked to end
-    Killed,     // it was ended, and should be gone
-    Abandoned,  // it can't be ended
+    Phase_Runs,
+    Phase_Stopping,   // the operator wants to stop, and it was asked to end
+    Phase_OutOfTime,  // its time is up, and it was asked to end
+    Phase_Killed,     // it was ended, and should be gone
+    Phase_Abandoned,  // it can't be ended
 };
 
 // Asks or ends a process and all that it started, as its next phase wants.
 void Enter(Phase& phase, Phase next, pid_t process)
 {
     phase = next;
-    if (next == Phase::Stopping || next == Phase::OutOfTime) kill(-process, SIGTERM);
-    if (next == Phase::Killed) kill(-process, SIGKILL);
+    if (next == Phase_Stopping || next == Phase_OutOfTime) kill(-process, SIGTERM);
+    if (next == Phase_Killed) kill(-process, SIGKILL);
 }
 
 // The phase that follows when time is up.
 Phase AfterTimeLimit(Phase phase, TimeLimit limit)
 {
-    if (phase == Phase::Killed) return Phase::Abandoned;
-    return limit == TimeLimit::End || phase == Phase::OutOfTime ? Phase::Killed : Phase::OutOfTime;
+    if (phase == Phase_Killed) return Phase_Abandoned;
+    return limit == TimeLimit_End || phase == Phase_OutOfTime ? Phase_Killed : Phase_OutOfTime;
 }
 
 // What it means that a signal ended a process in that phase.
 ProcessEnd EndBySignal(Phase phase)
 {
-    if (phase == Phase::Runs) return ProcessEnd::Crashed;
-    return phase == Phase::Stopping ? ProcessEnd::Stopped : ProcessEnd::TimedOut;
+    if (phase == Phase_Runs) return ProcessEnd_Crashed;
+    return phase == Phase_Stopping ? ProcessEnd_Stopped : ProcessEnd_TimedOut;
 }
 
 }  // namespace
@@ -270,7 +270,7 @@ bool CProcessRunner::WaitForInput(int descriptor)
 ProcessResult CProcessRunner::Run(const std::vector<std::string>& command, double seconds, TimeLimit limit,
                                   const ProcessWatch& watch)
 {
-    ProcessResult result = {ProcessEnd::NotStarted, 0, {}, {}};
+    ProcessResult result = {ProcessEnd_NotStarted, 0, {}, {}};
     const std::function<void(const std::string&)> nothing;
     COutput output(result.Output, watch.Line);
     COutput errors(result.Errors, nothing);
@@ -284,8 +284,8 @@ ProcessResult CProcessRunner::Run(const std::vector<std::string>& command, doubl
     for (CLines* pLines : all) pLines->CloseWriteEnd();
     if (result.Status != 0) return result;
 
-    Phase phase = Phase::Runs;
-    while (phase != Phase::Abandoned && !HasEnded(process)) {
+    Phase phase = Phase_Runs;
+    while (phase != Phase_Abandoned && !HasEnded(process)) {
         pollfd descriptors[] = {{output.GetReadEnd(), POLLIN, 0},
                                 {errors.GetReadEnd(), POLLIN, 0},
                                 {reports.GetReadEnd(), POLLIN, 0},
@@ -297,23 +297,23 @@ ProcessResult CProcessRunner::Run(const std::vector<std::string>& command, doubl
         const bool stopped = IsStopped() && !stoppedBefore;
         if (HasExpired(timer.Get())) {
             Enter(phase, AfterTimeLimit(phase, limit), process);
-        } else if (phase == Phase::Runs && stopped) {
-            Enter(phase, Phase::Stopping, process);
+        } else if (phase == Phase_Runs && stopped) {
+            Enter(phase, Phase_Stopping, process);
             if (watch.Stopping) watch.Stopping();
         }
         if (watch.Tick) watch.Tick();
     }
-    if (phase == Phase::Abandoned) {
+    if (phase == Phase_Abandoned) {
         m_bStopped = true;
-        result.End = ProcessEnd::StillRuns;
+        result.End = ProcessEnd_StillRuns;
         return result;
     }
     for (CLines* pLines : all) pLines->Finish();
-    if (limit == TimeLimit::End || phase == Phase::OutOfTime) kill(-process, SIGKILL);
+    if (limit == TimeLimit_End || phase == Phase_OutOfTime) kill(-process, SIGKILL);
 
     int status = 0;
     waitpid(process, &status, 0);
-    result.End = WIFEXITED(status) ? ProcessEnd::Exited : EndBySignal(phase);
+    result.End = WIFEXITED(status) ? ProcessEnd_Exited : EndBySignal(phase);
     result.Status = WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status);
     return result;
 }

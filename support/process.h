@@ -8,14 +8,14 @@
 #include <string>
 #include <vector>
 
-enum class ProcessEnd
+enum ProcessEnd
 {
-    Exited,
-    Crashed,    // a signal that is not ours
-    TimedOut,   // was ended at its time limit
-    Stopped,    // was ended because the operator wants to stop
-    StillRuns,  // can't be ended: a driver holds it
-    NotStarted,
+    ProcessEnd_Exited,
+    ProcessEnd_Crashed,    // a signal that is not ours
+    ProcessEnd_TimedOut,   // was ended at its time limit
+    ProcessEnd_Stopped,    // was ended because the operator wants to stop
+    ProcessEnd_StillRuns,  // can't be ended: a driver holds it
+    ProcessEnd_NotStarted,
 };
 
 struct ProcessResult
@@ -28,10 +28,10 @@ struct ProcessResult
 };
 
 // What happens to a process and all that it started when time is up.
-enum class TimeLimit
+enum TimeLimit
 {
-    End,       // they are ended; what it leaves behind when it ends by itself, too
-    AskFirst,  // they are asked to end, and are ended when as much time is up again
+    TimeLimit_End,       // they are ended; what it leaves behind when it ends by itself, too
+    TimeLimit_AskFirst,  // they are asked to end, and are ended when as much time is up again
 };
 
 // What to do while a process runs. Each may be empty.

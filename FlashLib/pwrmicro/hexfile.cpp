@@ -9,9 +9,9 @@ namespace
 
 enum HexRecordType
 {
-    HexRecord_Data = 0,
-    HexRecord_EndOfFile = 1,
-    HexRecord_ExtendedLinearAddress = 4,
+    HexRecordType_Data = 0,
+    HexRecordType_EndOfFile = 1,
+    HexRecordType_ExtendedLinearAddress = 4,
 };
 
 // A record in binary: count, address high and low, type, data, checksum.
@@ -171,13 +171,13 @@ BOOL CPowerMicro::HexWorker(const char* pHexImage, int ImageLength, BOOL bUpload
     CHexRecord record = {};
     while (reader.Read(record)) {
         switch (record.Type()) {
-            case HexRecord_EndOfFile:
+            case HexRecordType_EndOfFile:
                 _DebugPrintf("CPowerMicro::HexWorker: All done!\n");
                 return TRUE;
-            case HexRecord_Data:
+            case HexRecordType_Data:
                 if (!image.Store(record)) return Refuse("Address outside of image buffer", record.Offset);
                 break;
-            case HexRecord_ExtendedLinearAddress:
+            case HexRecordType_ExtendedLinearAddress:
                 image.SetExtendedAddress(record.DataByte(0) << 8 | record.DataByte(1));
                 break;
             default:

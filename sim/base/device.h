@@ -15,8 +15,8 @@ class IDevice
   public:
     virtual ~IDevice() = default;
 
-    virtual ssize_t Read(void*, std::size_t) { return Fail(EINVAL); }
-    virtual int Ioctl(unsigned long, void*) { return Fail(ENOTTY); }
+    virtual ssize_t Read(void*, std::size_t) { return Errno(EINVAL); }
+    virtual int Ioctl(unsigned long, void*) { return Errno(ENOTTY); }
 
     // Waits at most timeout milliseconds (negative: for ever) for one of the events. Returns 1 with those in occurred,
     // 0 when the time is over.
@@ -27,7 +27,8 @@ class IDevice
     }
 
   protected:
-    static int Fail(int error)
+    // Sets errno; -1.
+    static int Errno(int error)
     {
         errno = error;
         return -1;

@@ -40,10 +40,10 @@ CJournal::CJournal(const std::filesystem::path& folder, const RunOptions& option
 void CJournal::Open()
 {
     m_Descriptor.Reset(open(m_File.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0666));
-    if (m_Descriptor.Get() < 0) Refuse();
+    if (m_Descriptor.Get() < 0) ThrowCantWrite();
 }
 
-void CJournal::Refuse() const
+void CJournal::ThrowCantWrite() const
 {
     throw std::runtime_error("Can't write the journal " + m_File.string() + ": " + std::strerror(errno));
 }
@@ -62,7 +62,7 @@ void CJournal::Write(const char* format, ...)
     // One write, so that lines of two processes do not mix.
     const ssize_t written = write(m_Descriptor.Get(), line.data(), line.size());
     if (written >= 0 && static_cast<std::size_t>(written) != line.size()) errno = ENOSPC;
-    if (written < 0 || static_cast<std::size_t>(written) != line.size()) Refuse();
+    if (written < 0 || static_cast<std::size_t>(written) != line.size()) ThrowCantWrite();
 }
 
 }  // namespace sim

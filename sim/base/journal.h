@@ -25,7 +25,7 @@ class CJournal
 
   private:
     void Open();
-    [[noreturn]] void Refuse() const;
+    [[noreturn]] void ThrowCantWrite() const;
 
     bool m_bNamed;  // by the run options
     std::filesystem::path m_File;

@@ -36,7 +36,7 @@ class CIpmiNode : public IDevice
             case IPMICTL_RECEIVE_MSG:
                 return Receive(*static_cast<ipmi_recv*>(argument), false);
             default:
-                return Fail(ENOTTY);
+                return Errno(ENOTTY);
         }
     }
 
@@ -44,7 +44,7 @@ class CIpmiNode : public IDevice
     {
         if (m_Interruptions > 0) {
             m_Interruptions--;
-            return Fail(EINTR);
+            return Errno(EINTR);
         }
         CClock& clock = CClock::Instance();
         std::int64_t wait = timeout < 0 ? 3600000 * Millisecond : timeout * Millisecond;
@@ -70,13 +70,13 @@ class CIpmiNode : public IDevice
     int Send(const ipmi_req& request)
     {
         ipmi_system_interface_addr address = {};
-        if (request.addr_len > sizeof(ipmi_addr) || request.addr_len < sizeof address) return Fail(EINVAL);
+        if (request.addr_len > sizeof(ipmi_addr) || request.addr_len < sizeof address) return Errno(EINVAL);
         std::memcpy(&address, request.addr, sizeof address);
         if (address.addr_type != IPMI_SYSTEM_INTERFACE_ADDR_TYPE || address.channel != IPMI_BMC_CHANNEL ||
             address.lun > 3 || (request.msg.netfn & 1) != 0)
-            return Fail(EINVAL);
-        if (request.msg.data_len > MaxMessage) return Fail(EMSGSIZE);
-        if (m_Faults.SendFails) return Fail(EIO);
+            return Errno(EINVAL);
+        if (request.msg.data_len > MaxMessage) return Errno(EMSGSIZE);
+        if (m_Faults.SendFails) return Errno(EIO);
 
         std::vector<std::uint8_t> response = m_Bmc.Execute(address.lun, request.msg.netfn, request.msg.cmd,
                                                            {request.msg.data, request.msg.data + request.msg.data_len});
@@ -94,11 +94,11 @@ class CIpmiNode : public IDevice
     int Receive(ipmi_recv& message, bool truncate)
     {
         const ipmi_system_interface_addr address = {IPMI_SYSTEM_INTERFACE_ADDR_TYPE, IPMI_BMC_CHANNEL, 0};
-        if (!IsReady()) return Fail(EAGAIN);
-        if (message.addr_len < sizeof address) return Fail(EINVAL);
+        if (!IsReady()) return Errno(EAGAIN);
+        if (message.addr_len < sizeof address) return Errno(EINVAL);
         const Answer answer = m_Answers.front();
         const bool tooLong = answer.Data.size() > message.msg.data_len;
-        if (tooLong && !truncate) return Fail(EMSGSIZE);
+        if (tooLong && !truncate) return Errno(EMSGSIZE);
         m_Answers.pop_front();
 
         std::memcpy(message.addr, &address, sizeof address);
@@ -109,7 +109,7 @@ class CIpmiNode : public IDevice
         message.msg.cmd = answer.Command;
         if (!tooLong) message.msg.data_len = static_cast<unsigned short>(answer.Data.size());
         std::copy_n(answer.Data.begin(), message.msg.data_len, message.msg.data);
-        return tooLong ? Fail(EMSGSIZE) : 0;
+        return tooLong ? Errno(EMSGSIZE) : 0;
     }
 
     CBmc& m_Bmc;

@@ -58,7 +58,7 @@ class CCuseDevice
             case FUSE_INTERRUPT:
                 return true;  // every request is answered at once
             default:
-                return Fail(ENOSYS);
+                return ReplyError(ENOSYS);
         }
     }
 
@@ -81,7 +81,7 @@ class CCuseDevice
         return Send(0, &body, sizeof body, data, dataSize);
     }
 
-    bool Fail(int error) { return Send(error, nullptr, 0, nullptr, 0); }
+    bool ReplyError(int error) { return Send(error, nullptr, 0, nullptr, 0); }
 
     bool Initialize()
     {
@@ -96,7 +96,7 @@ class CCuseDevice
     bool Ioctl()
     {
         const fuse_ioctl_in& ioctl = m_Message.As<fuse_ioctl_in>();
-        if (!(ioctl.flags & FUSE_IOCTL_COMPAT)) return Fail(EINVAL);
+        if (!(ioctl.flags & FUSE_IOCTL_COMPAT)) return ReplyError(EINVAL);
         switch (ioctl.cmd) {
             case RomDriverRequest_Version:
                 if (ioctl.out_size == 0) return AskFor({ioctl.arg, 0}, {ioctl.arg, sizeof Version});
@@ -104,7 +104,7 @@ class CCuseDevice
             case RenumberedReadMemory:
                 return Read();
             default:
-                return Fail(EINVAL);
+                return ReplyError(EINVAL);
         }
     }
 
@@ -133,7 +133,7 @@ class CCuseDevice
 
         std::vector<unsigned char> memory(read.readSize);
         const int error = ReadPhysical(read.startPhysicalMemAddress, memory);
-        return error ? Fail(error) : Reply(fuse_ioctl_out{}, memory.data(), memory.size());
+        return error ? ReplyError(error) : Reply(fuse_ioctl_out{}, memory.data(), memory.size());
     }
 
     // Fills memory from a physical address; 0, or the error. Firmware tables may lie above the RAM that read reaches.

@@ -57,11 +57,11 @@ RomDriverDescription DescribeRomDriver(CFields& server, CFields& faults)
 {
     RomDriverDescription driver = {};
     driver.Version = server.Object("driver", DriverVersion);
-    driver.Fault = faults.Choice<DriverFault>("driver", {{"none", DriverFault::None},
-                                                         {"missing", DriverFault::Missing},
-                                                         {"refuses", DriverFault::Refuses},
-                                                         {"fails", DriverFault::Fails}});
-    if (!driver.Version) driver.Fault = DriverFault::Missing;
+    driver.Fault = faults.Choice<DriverFault>("driver", {{"none", DriverFault_None},
+                                                         {"missing", DriverFault_Missing},
+                                                         {"refuses", DriverFault_Refuses},
+                                                         {"fails", DriverFault_Fails}});
+    if (!driver.Version) driver.Fault = DriverFault_Missing;
     return driver;
 }
 

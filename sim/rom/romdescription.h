@@ -32,12 +32,12 @@ struct FlashPartDescription
     FlashFaults Faults;
 };
 
-enum class DriverFault
+enum DriverFault
 {
-    None,
-    Missing,  // no device node
-    Refuses,  // does not know the version query
-    Fails,    // answers every request with an error
+    DriverFault_None,
+    DriverFault_Missing,  // no device node
+    DriverFault_Refuses,  // does not know the version query
+    DriverFault_Fails,    // answers every request with an error
 };
 
 struct RomDriverDescription

@@ -16,11 +16,11 @@ class CRomDriver : public IDevice
 
     int Ioctl(unsigned long request, void* argument) override
     {
-        if (m_Driver.Fault == DriverFault::Fails) return Fail(EIO);
+        if (m_Driver.Fault == DriverFault_Fails) return Errno(EIO);
         const bool isKnown = request == RomDriverRequest_ReadMemory ||
-                             (request == RomDriverRequest_Version && m_Driver.Fault != DriverFault::Refuses);
-        if (!isKnown) return Fail(EINVAL);
-        if (!argument) return Fail(EFAULT);
+                             (request == RomDriverRequest_Version && m_Driver.Fault != DriverFault_Refuses);
+        if (!isKnown) return Errno(EINVAL);
+        if (!argument) return Errno(EFAULT);
         return request == RomDriverRequest_Version ? TellVersion(*static_cast<_versioninfo*>(argument))
                                                    : Read(*static_cast<const _pmemRead*>(argument));
     }
@@ -37,7 +37,7 @@ class CRomDriver : public IDevice
     {
         // The record carries the address as a number.
         void* pBuffer = reinterpret_cast<void*>(read.userBuffer);  // NOLINT(performance-no-int-to-ptr)
-        if (!pBuffer || !m_Memory.Read(read.startPhysicalMemAddress, pBuffer, read.readSize)) return Fail(EFAULT);
+        if (!pBuffer || !m_Memory.Read(read.startPhysicalMemAddress, pBuffer, read.readSize)) return Errno(EFAULT);
         return 0;
     }
 
@@ -49,7 +49,7 @@ class CRomDriver : public IDevice
 
 std::unique_ptr<IDevice> OpenRomDriver(const CMemory& memory, const RomDriverDescription& driver)
 {
-    if (driver.Fault == DriverFault::Missing) {
+    if (driver.Fault == DriverFault_Missing) {
         errno = ENOENT;
         return nullptr;
     }

@@ -59,16 +59,16 @@ SmbiosDescription DescribeSmbios(CFields& server, CFields& rom, CFields& faults)
     server.Object("flash_buffer", [&](CFields& buffer) { FlashBuffer(buffer, smbios); });
 
     smbios.Dump = server.Text("smbios_dump");
-    smbios.Fault = faults.Choice<SmbiosFault>("smbios", {{"none", SmbiosFault::None},
-                                                         {"missing", SmbiosFault::Missing},
-                                                         {"empty", SmbiosFault::Empty},
-                                                         {"read_error", SmbiosFault::ReadError},
-                                                         {"no_anchor", SmbiosFault::NoAnchor},
-                                                         {"false_anchor", SmbiosFault::FalseAnchor},
-                                                         {"misaligned", SmbiosFault::Misaligned},
-                                                         {"zero_address", SmbiosFault::ZeroAddress},
-                                                         {"truncated", SmbiosFault::Truncated},
-                                                         {"unreadable", SmbiosFault::Unreadable}});
+    smbios.Fault = faults.Choice<SmbiosFault>("smbios", {{"none", SmbiosFault_None},
+                                                         {"missing", SmbiosFault_Missing},
+                                                         {"empty", SmbiosFault_Empty},
+                                                         {"read_error", SmbiosFault_ReadError},
+                                                         {"no_anchor", SmbiosFault_NoAnchor},
+                                                         {"false_anchor", SmbiosFault_FalseAnchor},
+                                                         {"misaligned", SmbiosFault_Misaligned},
+                                                         {"zero_address", SmbiosFault_ZeroAddress},
+                                                         {"truncated", SmbiosFault_Truncated},
+                                                         {"unreadable", SmbiosFault_Unreadable}});
     return smbios;
 }
 

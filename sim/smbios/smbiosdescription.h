@@ -21,18 +21,18 @@ struct FirmwareDescription
     std::vector<std::uint8_t> Data;  // at most 12 bytes
 };
 
-enum class SmbiosFault
+enum SmbiosFault
 {
-    None,
-    Missing,      // no device node
-    Empty,        // the node has nothing to read
-    ReadError,    // reading it fails
-    NoAnchor,     // it holds something else
-    FalseAnchor,  // an anchor without the rest of an entry point, then a true one
-    Misaligned,   // the entry point is not at a multiple of 4
-    ZeroAddress,  // the entry point tells no address
-    Truncated,    // the table is shorter than its structure count says
-    Unreadable,   // the entry point tells an address at which there is no memory
+    SmbiosFault_None,
+    SmbiosFault_Missing,      // no device node
+    SmbiosFault_Empty,        // the node has nothing to read
+    SmbiosFault_ReadError,    // reading it fails
+    SmbiosFault_NoAnchor,     // it holds something else
+    SmbiosFault_FalseAnchor,  // an anchor without the rest of an entry point, then a true one
+    SmbiosFault_Misaligned,   // the entry point is not at a multiple of 4
+    SmbiosFault_ZeroAddress,  // the entry point tells no address
+    SmbiosFault_Truncated,    // the table is shorter than its structure count says
+    SmbiosFault_Unreadable,   // the entry point tells an address at which there is no memory
 };
 
 // Marks the reserved memory that is for flashing: the characters "$SRB", in the one order or the other.

@@ -16,20 +16,20 @@ class CSmbiosNode : public IDevice
     CSmbiosNode(const SmbiosTables& tables, SmbiosFault fault) : m_Fault(fault), m_Position(0)
     {
         SMBIOSEntryPoint entry = tables.Entry;
-        if (fault == SmbiosFault::NoAnchor) std::memcpy(entry.sAnchorString, "_sm_", 4);
-        if (fault == SmbiosFault::ZeroAddress) entry.dwSTAddr = 0;
-        if (fault == SmbiosFault::Unreadable) entry.dwSTAddr = 0xFFFFFF00;
+        if (fault == SmbiosFault_NoAnchor) std::memcpy(entry.sAnchorString, "_sm_", 4);
+        if (fault == SmbiosFault_ZeroAddress) entry.dwSTAddr = 0;
+        if (fault == SmbiosFault_Unreadable) entry.dwSTAddr = 0xFFFFFF00;
         // Cuts the last structures off, in the middle of one.
-        if (fault == SmbiosFault::Truncated) entry.wSTLength = static_cast<WORD>(entry.wSTLength * 2 / 3);
-        if (fault == SmbiosFault::Misaligned) m_Region.resize(2);
-        if (fault == SmbiosFault::FalseAnchor) m_Region = {'_', 'S', 'M', '_', 0, 0, 0, 0};
+        if (fault == SmbiosFault_Truncated) entry.wSTLength = static_cast<WORD>(entry.wSTLength * 2 / 3);
+        if (fault == SmbiosFault_Misaligned) m_Region.resize(2);
+        if (fault == SmbiosFault_FalseAnchor) m_Region = {'_', 'S', 'M', '_', 0, 0, 0, 0};
         const BYTE* pEntry = reinterpret_cast<const BYTE*>(&entry);
-        if (fault != SmbiosFault::Empty) m_Region.insert(m_Region.end(), pEntry, pEntry + sizeof entry);
+        if (fault != SmbiosFault_Empty) m_Region.insert(m_Region.end(), pEntry, pEntry + sizeof entry);
     }
 
     ssize_t Read(void* buffer, std::size_t size) override
     {
-        if (m_Fault == SmbiosFault::ReadError) return Fail(EIO);
+        if (m_Fault == SmbiosFault_ReadError) return Errno(EIO);
         const std::size_t length = std::min(size, m_Region.size() - m_Position);
         std::copy_n(m_Region.begin() + static_cast<std::ptrdiff_t>(m_Position), length, static_cast<BYTE*>(buffer));
         m_Position += length;
@@ -46,7 +46,7 @@ class CSmbiosNode : public IDevice
 
 std::unique_ptr<IDevice> OpenSmbiosNode(const SmbiosTables& tables, SmbiosFault fault)
 {
-    if (fault == SmbiosFault::Missing) {
+    if (fault == SmbiosFault_Missing) {
         errno = ENOENT;
         return nullptr;
     }

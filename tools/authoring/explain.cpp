@@ -49,7 +49,7 @@ class CExplainer
     }
 
   private:
-    std::string Fail()
+    std::string SyntaxError()
     {
         m_bValid = false;
         return "";
@@ -65,7 +65,7 @@ class CExplainer
     std::string Binary(std::size_t level)
     {
         if (level == Levels().size()) return Unary();
-        if (++m_Depth > MaxDepth) return Fail();
+        if (++m_Depth > MaxDepth) return SyntaxError();
         std::string left = Binary(level + 1);
         const char* pszOperator = m_bValid ? TakeOperator(level) : nullptr;
         if (pszOperator) left = "(" + left + " " + pszOperator + " " + Binary(level) + ")";
@@ -91,24 +91,24 @@ class CExplainer
         if (token.IsIdentifier()) return token.Value.pszIdentifier + Arguments();
         if (token.IsToken(Token_LeftParen)) {
             const std::string inner = Binary(0);
-            return m_bValid && m_Lexer.EatToken(Token_RightParen) ? inner : Fail();
+            return m_bValid && m_Lexer.EatToken(Token_RightParen) ? inner : SyntaxError();
         }
         if (token.IsToken(Token_DollarSign) && m_Lexer.Current.IsIdentifier()) {
             const std::string name = m_Lexer.Current.Value.pszIdentifier;
             m_Lexer.GetNext();
             return "$" + name;
         }
-        return Fail();
+        return SyntaxError();
     }
 
     std::string Arguments()
     {
-        if (!m_Lexer.EatToken(Token_LeftParen)) return Fail();
+        if (!m_Lexer.EatToken(Token_LeftParen)) return SyntaxError();
         std::string text = "(" + Binary(0);
         for (;;) {
             if (!m_bValid || m_Lexer.EatToken(Token_RightParen)) return text + ")";
             const bool comma = m_Lexer.EatToken(Token_Comma);
-            if (!comma && !m_Lexer.EatToken(Token_Colon)) return Fail();
+            if (!comma && !m_Lexer.EatToken(Token_Colon)) return SyntaxError();
             text += (comma ? ", " : ":") + Binary(0);
         }
     }

@@ -137,11 +137,11 @@ class CCase
     {
         std::vector<std::string> command = {FindZalsim().string(), "--server", m_Server.string()};
         command.insert(command.end(), arguments.begin(), arguments.end());
-        const ProcessResult result = m_Runner.Run(command, MaxSeconds, TimeLimit::End);
+        const ProcessResult result = m_Runner.Run(command, MaxSeconds, TimeLimit_End);
         const std::string sentence = LastLine(result.Output);
-        const int status = result.End == ProcessEnd::Exited    ? result.Status
-                           : result.End == ProcessEnd::Crashed ? 128 + result.Status
-                                                               : Status_None;
+        const int status = result.End == ProcessEnd_Exited    ? result.Status
+                           : result.End == ProcessEnd_Crashed ? 128 + result.Status
+                                                              : Status_None;
         return {status, sentence.empty() ? LastLine(result.Errors) : sentence};
     }
 

@@ -13,13 +13,13 @@ const int StateNotTold = 0;
 int StatusOf(Verdict verdict)
 {
     switch (verdict) {
-        case Verdict::Install:
+        case Verdict_Install:
             return DeployStatus_Offered;
-        case Verdict::NotAllowed:
+        case Verdict_NotAllowed:
             return DeployStatus_NotAllowed;
-        case Verdict::Failed:
+        case Verdict_Failed:
             return DeployStatus_Unknown;
-        case Verdict::Stopped:
+        case Verdict_Stopped:
             return DeployStatus_Stopped;
         default:
             return DeployStatus_Well;
@@ -74,12 +74,12 @@ int CompareTexts(const std::string& a, const std::string& b)
 // What a device runs is older than an upgrade and newer than a downgrade.
 int Rank(Action action)
 {
-    return action == Action::Downgrade ? -1 : action == Action::Upgrade ? 1 : 0;
+    return action == Action_Downgrade ? -1 : action == Action_Upgrade ? 1 : 0;
 }
 
 bool IsForDevice(const Offer& offer)
 {
-    return offer.Found.Word && *offer.Found.Word != Action::Skip && !offer.Found.Device.empty();
+    return offer.Found.Word && *offer.Found.Word != Action_Skip && !offer.Found.Device.empty();
 }
 
 bool IsSameDevice(const Offer& a, const Offer& b)
@@ -106,13 +106,13 @@ void DecideByWord(Offer& offer, bool force)
 {
     const Discovery& found = offer.Found;
     const Action word = *found.Word;
-    if (word == Action::Upgrade || (word != Action::Skip && force)) return Decide(offer, Verdict::Install, "");
-    if (word == Action::Rewrite)
-        return Decide(offer, Verdict::Current, "This version is installed; --force writes it again.");
-    if (word == Action::Downgrade)
-        return Decide(offer, Verdict::Newer, "A newer version is installed; --force goes back to this one.");
+    if (word == Action_Upgrade || (word != Action_Skip && force)) return Decide(offer, Verdict_Install, "");
+    if (word == Action_Rewrite)
+        return Decide(offer, Verdict_Current, "This version is installed; --force writes it again.");
+    if (word == Action_Downgrade)
+        return Decide(offer, Verdict_Newer, "A newer version is installed; --force goes back to this one.");
     const bool harmless = found.State == StateNotTold || IsNotNeeded(found.State);
-    Decide(offer, harmless ? Verdict::NotNeeded : Verdict::NotAllowed,
+    Decide(offer, harmless ? Verdict_NotNeeded : Verdict_NotAllowed,
            found.Reason.empty() ? "The installer gives no reason." : found.Reason);
 }
 
@@ -129,7 +129,7 @@ void KeepNewest(std::vector<Offer>& offers)
         }
         if (pNewest == &offer) continue;
         const bool same = CompareOffers(offer.Found, pNewest->Found) == 0;
-        Decide(offer, Verdict::Superseded,
+        Decide(offer, Verdict_Superseded,
                (same ? "The same version" : "A newer version, " + pNewest->Found.Offered + ",") +
                    " is offered for this device by " + pNewest->Package.Folder.string() + ".");
     }

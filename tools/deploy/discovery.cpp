@@ -17,13 +17,13 @@ const char* const NothingInstalled = " Nothing was installed. ";
 std::string Advice(const InstallerRun& run)
 {
     switch (run.Process.End) {
-        case ProcessEnd::Stopped:
+        case ProcessEnd_Stopped:
             return "Run zaldeploy again.";
-        case ProcessEnd::TimedOut:
+        case ProcessEnd_TimedOut:
             return "Try again with a longer --timeout.";
-        case ProcessEnd::StillRuns:
+        case ProcessEnd_StillRuns:
             return "A driver holds it: restart the server.";
-        case ProcessEnd::NotStarted:
+        case ProcessEnd_NotStarted:
             if (run.Process.Status == EACCES) return "See whether its file system is mounted without exec.";
             [[fallthrough]];
         default:
@@ -46,16 +46,16 @@ void ReadTable(const std::vector<std::string>& lines, Discovery& found)
 // What is known without a document. A server without the device is none of the package's faults.
 void DecideWithoutDocument(Session& session, Offer& offer, const InstallerRun& run, const std::string& problem)
 {
-    const bool explains = run.Process.End == ProcessEnd::Exited && !offer.Found.Reason.empty();
+    const bool explains = run.Process.End == ProcessEnd_Exited && !offer.Found.Reason.empty();
     const int state = offer.Found.State;
-    if (explains && IsNotNeeded(state)) return Decide(offer, Verdict::NotNeeded, offer.Found.Reason);
-    if (explains && state == ZALSTATE_INSTALLNOTALLOWED) return Decide(offer, Verdict::NotAllowed, offer.Found.Reason);
-    if (run.Process.End == ProcessEnd::Stopped)
-        return Decide(offer, Verdict::Stopped, problem + NothingInstalled + Advice(run));
+    if (explains && IsNotNeeded(state)) return Decide(offer, Verdict_NotNeeded, offer.Found.Reason);
+    if (explains && state == ZALSTATE_INSTALLNOTALLOWED) return Decide(offer, Verdict_NotAllowed, offer.Found.Reason);
+    if (run.Process.End == ProcessEnd_Stopped)
+        return Decide(offer, Verdict_Stopped, problem + NothingInstalled + Advice(run));
     const std::string room = session.Work.Problem();
     const std::string why =
         room.empty() ? problem + NothingInstalled + Advice(run) : "Discovery failed: " + room + "." + NothingInstalled;
-    Decide(offer, Verdict::Failed, why);
+    Decide(offer, Verdict_Failed, why);
 }
 
 }  // namespace
@@ -65,19 +65,19 @@ Offer Discover(Session& session, const Package& package, const std::string& labe
     Offer offer;
     offer.Package = package;
     if (!package.Problem.empty()) {
-        Decide(offer, Verdict::Failed, package.Problem);
+        Decide(offer, Verdict_Failed, package.Problem);
         return offer;
     }
     session.Screen.Begin(label);
     const std::filesystem::path file = session.Work.DiscoveryFile();
     const InstallerRun run =
         RunInstaller(session, InstallerCommand(package, session.Options, {"/d", file.string()}),
-                     session.Options.Timeout, TimeLimit::End, "Stopping; nothing is being written.");
+                     session.Options.Timeout, TimeLimit_End, "Stopping; nothing is being written.");
     session.Screen.End();
 
     offer.Found = run.Report.Properties();
     if (!run.Report.IsGiven()) ReadTable(run.Process.Output, offer.Found);
-    const bool succeeded = run.Process.End == ProcessEnd::Exited && run.Process.Status == ReturnCodeNone;
+    const bool succeeded = run.Process.End == ProcessEnd_Exited && run.Process.Status == ReturnCodeNone;
     const std::string problem = succeeded ? ReadDiscoveryFile(file, offer.Found) : DescribeEnd(run);
     if (!problem.empty()) {
         DecideWithoutDocument(session, offer, run, problem);
@@ -91,6 +91,6 @@ Offer NotAsked(const Package& package)
 {
     Offer offer;
     offer.Package = package;
-    Decide(offer, Verdict::Stopped, "zaldeploy was stopped before. Nothing was installed. Run zaldeploy again.");
+    Decide(offer, Verdict_Stopped, "zaldeploy was stopped before. Nothing was installed. Run zaldeploy again.");
     return offer;
 }

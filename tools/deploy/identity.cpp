@@ -83,10 +83,10 @@ Identity ReadIdentity(CProcessRunner& runner, const DeployOptions& options)
 {
     std::vector<std::string> command = {OwnProgram(), "identity"};
     if (!options.Server.empty()) command = OnServer(options.Server, command);
-    const ProcessResult result = runner.Run(command, MaxSeconds, TimeLimit::End);
-    if (result.End == ProcessEnd::Exited && result.Status == 0 && result.Output.size() == 3)
+    const ProcessResult result = runner.Run(command, MaxSeconds, TimeLimit_End);
+    if (result.End == ProcessEnd_Exited && result.Status == 0 && result.Output.size() == 3)
         return {result.Output[0], result.Output[1], result.Output[2]};
-    if (options.Server.empty() || result.End == ProcessEnd::Stopped) return {HostName(), "", ""};
+    if (options.Server.empty() || result.End == ProcessEnd_Stopped) return {HostName(), "", ""};
     std::string reason = LastLine(result.Errors);
     const std::string mark = "zalsim: ";
     if (reason.rfind(mark, 0) == 0) reason.erase(0, mark.size());

@@ -23,65 +23,65 @@ void End(Offer& offer, Result result, int status)
 bool LookAgain(Session& session, Offer& offer)
 {
     const Offer now = Discover(session, offer.Package, "Asking " + offer.Name() + " once more");
-    offer.Outcome = ::Outcome{Result::NotRun, now.Found.Current, "", Left::Untouched};
+    offer.Outcome = ::Outcome{Result_NotRun, now.Found.Current, "", Left_Untouched};
     if (now.IsOffered()) {
         offer.Found = now.Found;
         return true;
     }
     offer.Outcome->Message = "It is no more what it was before: " + now.Why;
-    End(offer, now.Verdict == Verdict::Current ? Result::RunsAlready : Result::NotRun, now.Status);
+    End(offer, now.Verdict == Verdict_Current ? Result_RunsAlready : Result_NotRun, now.Status);
     return false;
 }
 
 // What is left in the device, where the installer does not tell.
 Left Compare(const Discovery& before, const Discovery& after)
 {
-    if (after.Word == Action::Rewrite) return Left::RunsNew;
-    return !after.Current.empty() && after.Current == before.Current ? Left::RunsOld : Left::Unknown;
+    if (after.Word == Action_Rewrite) return Left_RunsNew;
+    return !after.Current.empty() && after.Current == before.Current ? Left_RunsOld : Left_Unknown;
 }
 
 // What to make of an installer that says that it is done: the device must run what was offered by then.
 void Verify(Offer& offer, const Offer& after)
 {
-    if (after.Found.Word == Action::Rewrite) return End(offer, Result::Installed, DeployStatus_Well);
+    if (after.Found.Word == Action_Rewrite) return End(offer, Result_Installed, DeployStatus_Well);
     std::string& message = offer.Outcome->Message;
     if (!after.Found.Word) {
         message += " What the device runs now can't be read: " + after.Why;
-        return End(offer, Result::NotVerified, DeployStatus_Unknown);
+        return End(offer, Result_NotVerified, DeployStatus_Unknown);
     }
     message += " Yet the device runs " + after.Found.Current + ". " + InstallAgain;
-    End(offer, Result::Failed, DeployStatus_Failed);
+    End(offer, Result_Failed, DeployStatus_Failed);
 }
 
 // What to make of an installer that did nothing, because the device needs nothing: true when that is so.
 bool RunsAlready(const Offer& offer, const InstallerRun& run, const Offer& after)
 {
-    if (run.Process.Status == ReturnCodeTargetCurrent) return after.Found.Word == Action::Rewrite;
-    return run.Process.Status == ReturnCodeTargetNewer && offer.Found.Word == Action::Upgrade &&
-           (after.Found.Word == Action::Rewrite || after.Found.Word == Action::Downgrade);
+    if (run.Process.Status == ReturnCodeTargetCurrent) return after.Found.Word == Action_Rewrite;
+    return run.Process.Status == ReturnCodeTargetNewer && offer.Found.Word == Action_Upgrade &&
+           (after.Found.Word == Action_Rewrite || after.Found.Word == Action_Downgrade);
 }
 
 void JudgeStatus(Offer& offer, const InstallerRun& run, const Offer& after)
 {
-    if (run.Process.Status == ReturnCodeReboot) return End(offer, Result::Restart, DeployStatus_Restart);
+    if (run.Process.Status == ReturnCodeReboot) return End(offer, Result_Restart, DeployStatus_Restart);
     if (run.Process.Status == ReturnCodeNone) return Verify(offer, after);
-    if (RunsAlready(offer, run, after)) return End(offer, Result::RunsAlready, DeployStatus_Well);
-    End(offer, Result::Failed, DeployStatus_Failed);
+    if (RunsAlready(offer, run, after)) return End(offer, Result_RunsAlready, DeployStatus_Well);
+    End(offer, Result_Failed, DeployStatus_Failed);
 }
 
 // Behind an installer that did not get to say what state the device is in.
 void JudgeEnd(Offer& offer, const InstallerRun& run)
 {
     std::string& message = offer.Outcome->Message;
-    if (run.Process.End == ProcessEnd::NotStarted)
+    if (run.Process.End == ProcessEnd_NotStarted)
         message += " Nothing was installed. Get the package anew; if that does not help, tell its maker.";
-    else if (offer.Outcome->Left == Left::Untouched)
+    else if (offer.Outcome->Left == Left_Untouched)
         message += " The device was not touched. Run zaldeploy install again.";
-    else if (run.Process.End == ProcessEnd::StillRuns)
+    else if (run.Process.End == ProcessEnd_StillRuns)
         message += " The device may be half written. Do not restart the server before its maker is asked.";
     else
         message += std::string(" The device may be half written. ") + InstallAgain;
-    End(offer, Result::Failed, DeployStatus_Failed);
+    End(offer, Result_Failed, DeployStatus_Failed);
 }
 
 }  // namespace
@@ -89,7 +89,7 @@ void JudgeEnd(Offer& offer, const InstallerRun& run)
 std::vector<std::string> InstallCommand(const Offer& offer, const DeployOptions& options)
 {
     std::vector<std::string> switches;
-    if (offer.Found.Word != Action::Upgrade) switches.emplace_back("/f");
+    if (offer.Found.Word != Action_Upgrade) switches.emplace_back("/f");
     return InstallerCommand(offer.Package, options, switches);
 }
 
@@ -100,10 +100,10 @@ void Install(Session& session, Offer& offer)
     const double seconds =
         std::max(session.Options.Timeout, static_cast<double>(offer.Found.Duration) * DurationFactor);
     session.Screen.Begin("Installing");
-    const InstallerRun run = RunInstaller(session, InstallCommand(offer, session.Options), seconds, TimeLimit::AskFirst,
+    const InstallerRun run = RunInstaller(session, InstallCommand(offer, session.Options), seconds, TimeLimit_AskFirst,
                                           "Finishing " + name + ", then stopping; do not switch off.");
     session.Screen.End();
-    const bool stillRuns = run.Process.End == ProcessEnd::StillRuns;
+    const bool stillRuns = run.Process.End == ProcessEnd_StillRuns;
     const Offer after = stillRuns ? Offer() : Discover(session, offer.Package, "Asking " + name + " what runs now");
 
     Outcome& outcome = *offer.Outcome;
@@ -119,7 +119,7 @@ void Install(Session& session, Offer& offer)
 
 void LeaveOut(Offer& offer)
 {
-    offer.Outcome = ::Outcome{Result::NotRun, offer.Found.Current,
-                              "zaldeploy was stopped before. The device was not touched.", Left::Untouched};
+    offer.Outcome = ::Outcome{Result_NotRun, offer.Found.Current,
+                              "zaldeploy was stopped before. The device was not touched.", Left_Untouched};
     offer.Status = DeployStatus_Stopped;
 }

@@ -58,7 +58,7 @@ std::string Sentence(const std::string& text)
 
 bool InstallerRun::HasSaid() const
 {
-    return Process.End == ProcessEnd::Exited && Process.Status <= ReturnCodeErrorReturn;
+    return Process.End == ProcessEnd_Exited && Process.Status <= ReturnCodeErrorReturn;
 }
 
 std::vector<std::string> InstallerCommand(const Package& package, const DeployOptions& options,
@@ -106,26 +106,26 @@ std::string DescribeEnd(const InstallerRun& run)
     const ProcessResult& process = run.Process;
     std::string text = "The installer ";
     switch (process.End) {
-        case ProcessEnd::Exited:
+        case ProcessEnd_Exited:
             text += "ended with exit status " + std::to_string(process.Status);
             break;
-        case ProcessEnd::Crashed:
+        case ProcessEnd_Crashed:
             text += std::string("crashed (") + strsignal(process.Status) + ")";
             break;
-        case ProcessEnd::TimedOut:
+        case ProcessEnd_TimedOut:
             text += std::string("did not finish within ") + szLimit + " seconds and was ended";
             break;
-        case ProcessEnd::Stopped:
+        case ProcessEnd_Stopped:
             text += "was stopped";
             break;
-        case ProcessEnd::StillRuns:
+        case ProcessEnd_StillRuns:
             text += std::string("did not finish within ") + szLimit + " seconds and can't be ended";
             break;
-        case ProcessEnd::NotStarted:
+        case ProcessEnd_NotStarted:
             text += std::string("can't be started (") + std::strerror(process.Status) + ")";
             break;
     }
-    std::string last = process.End == ProcessEnd::Exited ? LastSentence(process.Output) : "";
+    std::string last = process.End == ProcessEnd_Exited ? LastSentence(process.Output) : "";
     if (last.empty()) last = LastLine(process.Errors);
     if (!last.empty()) text += ": " + last;
     return Sentence(text);

@@ -35,14 +35,14 @@ const char* ToText(Left left)
 
 std::optional<Action> ActionFromText(const std::string& text)
 {
-    for (Action action : {Action::Skip, Action::Upgrade, Action::Rewrite, Action::Downgrade})
+    for (Action action : {Action_Skip, Action_Upgrade, Action_Rewrite, Action_Downgrade})
         if (text == ToText(action)) return action;
     return std::nullopt;
 }
 
 std::optional<Left> LeftFromText(const std::string& text)
 {
-    for (Left left : {Left::Untouched, Left::RunsOld, Left::RunsNew, Left::Incomplete, Left::Unknown})
+    for (Left left : {Left_Untouched, Left_RunsOld, Left_RunsNew, Left_Incomplete, Left_Unknown})
         if (text == ToText(left)) return left;
     return std::nullopt;
 }

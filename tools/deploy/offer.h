@@ -8,46 +8,46 @@
 #include "tools/deploy/package.h"
 
 // What the installer says that an installation would do.
-enum class Action
+enum Action
 {
-    Skip,
-    Upgrade,
-    Rewrite,
-    Downgrade,
+    Action_Skip,
+    Action_Upgrade,
+    Action_Rewrite,
+    Action_Downgrade,
 };
 
 // What zaldeploy makes of it.
-enum class Verdict
+enum Verdict
 {
-    Install,
-    Current,     // the device runs this version
-    Newer,       // the device runs a newer version
-    NotNeeded,   // the server has no such device, or the package is not for it
-    Superseded,  // another package has a newer version for the device
-    NotAllowed,  // something on this server speaks against it
-    Failed,      // it could not be found out
-    Stopped,     // the operator has stopped before
+    Verdict_Install,
+    Verdict_Current,     // the device runs this version
+    Verdict_Newer,       // the device runs a newer version
+    Verdict_NotNeeded,   // the server has no such device, or the package is not for it
+    Verdict_Superseded,  // another package has a newer version for the device
+    Verdict_NotAllowed,  // something on this server speaks against it
+    Verdict_Failed,      // it could not be found out
+    Verdict_Stopped,     // the operator has stopped before
 };
 
 // How an installation ended.
-enum class Result
+enum Result
 {
-    Installed,
-    Restart,  // takes effect when the server is restarted
-    RunsAlready,
-    NotVerified,  // the installer says done; what the device runs can't be read
-    NotRun,
-    Failed,
+    Result_Installed,
+    Result_Restart,  // takes effect when the server is restarted
+    Result_RunsAlready,
+    Result_NotVerified,  // the installer says done; what the device runs can't be read
+    Result_NotRun,
+    Result_Failed,
 };
 
 // What an installation leaves in the device.
-enum class Left
+enum Left
 {
-    Untouched,
-    RunsOld,
-    RunsNew,
-    Incomplete,
-    Unknown,
+    Left_Untouched,
+    Left_RunsOld,
+    Left_RunsNew,
+    Left_Incomplete,
+    Left_Unknown,
 };
 
 // What discovery tells. Texts are fit for a terminal, and empty where nothing is known.
@@ -70,7 +70,7 @@ struct Outcome
     ::Result Result;
     std::string Now;      // the version that discovery finds afterwards
     std::string Message;  // for the operator
-    ::Left Left = Left::Unknown;
+    ::Left Left = Left_Unknown;
     double Seconds = 0;
 };
 
@@ -78,14 +78,14 @@ struct Offer
 {
     ::Package Package;
     Discovery Found;
-    ::Verdict Verdict = Verdict::Failed;
+    ::Verdict Verdict = Verdict_Failed;
     std::string Why;  // why nothing is installed, and what to do
     int Status = DeployStatus_Unknown;
     std::optional<::Outcome> Outcome;
 
     // The component's name; the folder's where it has none of its own.
     std::string Name() const;
-    bool IsOffered() const { return Verdict == Verdict::Install; }
+    bool IsOffered() const { return Verdict == Verdict_Install; }
 };
 
 // In words.

@@ -15,12 +15,12 @@ Colour ColourOf(int status)
 {
     switch (status) {
         case DeployStatus_Well:
-            return Colour::Green;
+            return Colour_Green;
         case DeployStatus_Offered:
         case DeployStatus_Restart:
-            return Colour::Yellow;
+            return Colour_Yellow;
         default:
-            return Colour::Red;
+            return Colour_Red;
     }
 }
 
@@ -32,7 +32,7 @@ bool IsProblem(const Offer& offer)
 Row OfferRow(const Offer& o)
 {
     const char* pszAction = o.IsOffered() ? ToText(*o.Found.Word) : ToText(o.Verdict);
-    const Colour colour = o.Verdict == Verdict::Install ? Colour::Yellow : IsProblem(o) ? Colour::Red : Colour::None;
+    const Colour colour = o.Verdict == Verdict_Install ? Colour_Yellow : IsProblem(o) ? Colour_Red : Colour_None;
     return {
         {o.Name(), o.Found.Device, o.Found.Current, o.Found.Offered, pszAction, o.Found.TakesEffect}, o.Why, colour};
 }
@@ -81,8 +81,8 @@ int WorstStatus(const Offers& offers)
 void ShowOffers(Session& session, const Offers& offers)
 {
     const std::vector<Column> columns = {
-        {"component", Narrow::Above},   {"device", Narrow::Below},      {"current"}, {"offered"},
-        {"action", Narrow::Keep, true}, {"takes effect", Narrow::Below}};
+        {"component", Narrow_Above},   {"device", Narrow_Below},      {"current"}, {"offered"},
+        {"action", Narrow_Keep, true}, {"takes effect", Narrow_Below}};
     std::vector<Row> rows;
     for (const Offer& offer : offers)
         if (!session.Screen.IsQuiet() || IsProblem(offer)) rows.push_back(OfferRow(offer));
@@ -91,8 +91,7 @@ void ShowOffers(Session& session, const Offers& offers)
 
 void ShowOutcomes(Session& session, const Offers& offers)
 {
-    const std::vector<Column> columns = {
-        {"component", Narrow::Above}, {"result", Narrow::Keep, true}, {"was"}, {"now"}};
+    const std::vector<Column> columns = {{"component", Narrow_Above}, {"result", Narrow_Keep, true}, {"was"}, {"now"}};
     std::vector<Row> rows;
     for (const Offer& offer : offers)
         if (offer.Outcome && (!session.Screen.IsQuiet() || IsProblem(offer))) rows.push_back(OutcomeRow(offer));

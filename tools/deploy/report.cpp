@@ -44,5 +44,5 @@ void CReport::Read(const std::string& line)
         if (progress.Done >= 0 && progress.Done <= progress.Total && progress.Total > 0) m_Progress = progress;
     }
     if (kind == "result")
-        m_Result = {Text(object, "message"), LeftFromText(Text(object, "left")).value_or(Left::Unknown)};
+        m_Result = {Text(object, "message"), LeftFromText(Text(object, "left")).value_or(Left_Unknown)};
 }

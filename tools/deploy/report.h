@@ -24,7 +24,7 @@ struct Progress
 struct ReportedResult
 {
     std::string Message;
-    ::Left Left = Left::Unknown;
+    ::Left Left = Left_Unknown;
 };
 
 // Gathers the lines of one run. What is no such line, or says what is not known here, is left out.

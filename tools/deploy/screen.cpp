@@ -92,7 +92,7 @@ int CScreen::Width() const
 std::string CScreen::Paint(const std::string& text, Colour colour) const
 {
     static const char* const codes[] = {"", "32", "33", "31"};
-    if (!m_bColours || colour == Colour::None) return text;
+    if (!m_bColours || colour == Colour_None) return text;
     return std::string("\033[") + codes[static_cast<int>(colour)] + "m" + text + "\033[0m";
 }
 

@@ -6,12 +6,12 @@
 
 #include "tools/deploy/options.h"
 
-enum class Colour
+enum Colour
 {
-    None,
-    Green,
-    Yellow,
-    Red,
+    Colour_None,
+    Colour_Green,
+    Colour_Yellow,
+    Colour_Red,
 };
 
 // Columns on the screen of UTF-8 text.

@@ -221,7 +221,7 @@ bool IsIncomplete(const Json& server)
 
 std::string ServerText(const CScreen& screen, const Json& server)
 {
-    const std::vector<Column> columns = {{"part", Narrow::Above}, {"name"}, {"version"}};
+    const std::vector<Column> columns = {{"part", Narrow_Above}, {"name"}, {"version"}};
     std::vector<Row> rows;
     for (const PartKind& kind : Kinds) {
         const Json& value = server.at(kind.pszKey);
@@ -229,7 +229,7 @@ std::string ServerText(const CScreen& screen, const Json& server)
             if (part.is_null())
                 rows.push_back({{kind.pszName, "none", ""}, ""});
             else if (part.contains("problem"))
-                rows.push_back({{kind.pszName, part.at("name"), "can't be read"}, part.at("problem"), Colour::Red});
+                rows.push_back({{kind.pszName, part.at("name"), "can't be read"}, part.at("problem"), Colour_Red});
             else
                 rows.push_back({{kind.pszName, part.at("name"), part.at("version")}, Details(part)});
         }

@@ -39,8 +39,8 @@ class CTable
     // Takes columns out until the rest is not too wide.
     void Fit()
     {
-        for (std::size_t i = 0; i < m_Columns.size(); i++) Remove(i, Narrow::Above);
-        for (std::size_t i = m_Columns.size(); i-- > 0;) Remove(i, Narrow::Below);
+        for (std::size_t i = 0; i < m_Columns.size(); i++) Remove(i, Narrow_Above);
+        for (std::size_t i = m_Columns.size(); i-- > 0;) Remove(i, Narrow_Below);
     }
 
     void Remove(std::size_t i, Narrow narrow)
@@ -71,7 +71,7 @@ class CTable
         for (std::size_t i = 0; i < row.Cells.size(); i++) {
             if (!m_Shown[i]) continue;
             const std::string cell = row.Cells[i].empty() ? "-" : row.Cells[i];
-            const Colour colour = m_Columns[i].Coloured ? row.Colour : Colour::None;
+            const Colour colour = m_Columns[i].Coloured ? row.Colour : Colour_None;
             line += m_Screen.Paint(cell, colour);
             const int padding = m_Widths[i] - Columns(cell) + Gap;
             if (!IsLast(i)) line.append(static_cast<std::size_t>(padding), ' ');
@@ -83,7 +83,7 @@ class CTable
     {
         std::string text;
         for (std::size_t i = 0; i < m_Columns.size(); i++)
-            if (!m_Shown[i] && m_Columns[i].Narrow == Narrow::Above) text += Wrap(row.Cells[i], 0, m_Width) + "\n";
+            if (!m_Shown[i] && m_Columns[i].Narrow == Narrow_Above) text += Wrap(row.Cells[i], 0, m_Width) + "\n";
         return text;
     }
 
@@ -91,7 +91,7 @@ class CTable
     {
         std::string text;
         for (std::size_t i = 0; i < m_Columns.size(); i++)
-            if (!m_Shown[i] && m_Columns[i].Narrow == Narrow::Below && !row.Cells[i].empty())
+            if (!m_Shown[i] && m_Columns[i].Narrow == Narrow_Below && !row.Cells[i].empty())
                 text += Wrap(m_Columns[i].Title + ": " + row.Cells[i], NoteIndentation, m_Width) + "\n";
         if (!row.Note.empty()) text += Wrap(row.Note, NoteIndentation, m_Width) + "\n";
         return text;

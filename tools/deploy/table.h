@@ -7,17 +7,17 @@
 #include "tools/deploy/screen.h"
 
 // Where a column goes when the table is too wide for the screen.
-enum class Narrow
+enum Narrow
 {
-    Keep,
-    Above,  // its text stands above the row
-    Below,  // it stands below the row, behind its title
+    Narrow_Keep,
+    Narrow_Above,  // its text stands above the row
+    Narrow_Below,  // it stands below the row, behind its title
 };
 
 struct Column
 {
     std::string Title;
-    ::Narrow Narrow = Narrow::Keep;
+    ::Narrow Narrow = Narrow_Keep;
     bool Coloured = false;  // in the colour of its row
 };
 
@@ -25,7 +25,7 @@ struct Row
 {
     std::vector<std::string> Cells;  // an empty one shows as "-"
     std::string Note;                // sentences, which stand below the row
-    ::Colour Colour = Colour::None;
+    ::Colour Colour = Colour_None;
 };
 
 // The lines of a table that fits the screen: what makes it too wide leaves the columns, the first that may and then the
