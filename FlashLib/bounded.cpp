@@ -7,6 +7,7 @@
 namespace
 {
 
+// kept: limits-end-the-process
 [[noreturn]] void EndProcess(const char* limit, std::size_t size)
 {
     std::fprintf(stderr, "FlashLib: text does not fit the %zu-byte buffer of %s\n", size, limit);

@@ -55,6 +55,7 @@ LPCTSTR CComponentXML::GetTranslatedValue(LPCTSTR element, LPCTSTR lang)
     char szName[4096];
     BoundedFormat("a translated element's name", szName, sizeof szName, "%s_xlate", element);
     CZalXMLNode* pTranslation = m_pReader->FindFirstChildOf(pNode, szName, "lang", lang);
+    // kept: english-anywhere
     if (!pTranslation) pTranslation = m_pReader->FindFirstChildOf(nullptr, szName, "lang", "en");
     if (pTranslation) return pTranslation->GetValue();
 

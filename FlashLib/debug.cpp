@@ -56,7 +56,7 @@ void _DebugPrintf(const char* format, ...)
         pLogFile = std::fopen(szLogFileName, "at");
         if (!pLogFile) {
             std::fprintf(stderr, "Failed to open log file: %s\n", szLogFileName);
-            szLogFileName[0] = '\0';
+            szLogFileName[0] = '\0';  // kept: log-opened-once
             return;
         }
     }

@@ -84,7 +84,7 @@ int Difference(int a, int b)
 
 }  // namespace
 
-const char* CFwVersion::DefaultMajorMinorFormat = "%d.%02d";
+const char* CFwVersion::DefaultMajorMinorFormat = "%d.%02d";  // kept: two-digit-minor
 CFwVersion CFwVersion::NullVersion;
 
 CFwVersion::CFwVersion() : UseRevision(FALSE), CompareDateFirst(FALSE), MajorMinorFormat(DefaultMajorMinorFormat)
@@ -174,6 +174,7 @@ BOOL CFwVersion::Parse(const char* text)
     const int digits = s.GetLength() - prefix;
     if (digits == 2 || digits == 4) {
         const CStr code = s.Mid(prefix);
+        // kept: code-before-number
         if (AllHexDigits(code)) return digits == 2 ? SetVersionByte(code) : SetVersionWord(code);
     }
     return SetVersion(s);
@@ -211,7 +212,7 @@ CStr CFwVersion::ToString() const
     if (Year != 0) date.Format("%02d/%02d/%04d", Month, Day, Year);
 
     if (version.IsEmpty()) return date;
-    return date.IsEmpty() ? version : version + " (" + date + ")";
+    return date.IsEmpty() ? version : version + " (" + date + ")";  // kept: long-major-with-date
 }
 
 int CFwVersion::CompareVersion(const CFwVersion* a, const CFwVersion* b)

@@ -28,7 +28,7 @@ int FindSwitch(const CStr& commandLine, LPCTSTR slashForm, LPCTSTR dashForm)
 CStr SwitchValue(const CStr& commandLine, int offset, const CStr& defaultValue)
 {
     const CStr token = GetCmdLineToken(commandLine.Mid(offset + SwitchLength));
-    return token.IsEmpty() || token[0] == '-' ? defaultValue : token;
+    return token.IsEmpty() || token[0] == '-' ? defaultValue : token;  // kept: slash-is-a-value
 }
 
 }  // namespace

@@ -87,7 +87,7 @@ bool WriteLines(const CFile& file, const Placeholder (&placeholders)[Count])
         char szLine[256];
         BoundedCopy("a discovery XML line", szLine, sizeof szLine, *ppLine);
         for (const Placeholder& placeholder : placeholders)
-            ReplaceStr(szLine, placeholder.pszName, placeholder.sValue.GetAnsiString());
+            ReplaceStr(szLine, placeholder.pszName, placeholder.sValue.GetAnsiString());  // kept: xml-unescaped
         if (std::fprintf(file.get(), "%s\n", szLine) < 0) return false;
     }
     return true;

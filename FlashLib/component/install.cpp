@@ -205,7 +205,7 @@ void CComponent::PostInstall(BOOL, ULONG) {}
 
 void CComponent::SwizzleLinuxReturnCode(ULONG&) {}
 
-// Discovery has been run by SelfDiscovery; tells how it went.
+// Discovery has been run by SelfDiscovery; tells how it went. kept: result-length (the texts are written whole)
 ULONG CComponent::ReportDiscovery(PLOGFN logger, LPTSTR resultStr)
 {
     if (!m_Discovery.bSupported) {

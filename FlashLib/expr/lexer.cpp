@@ -136,7 +136,7 @@ void CExprLexer::ReadOperator()
 void CExprLexer::ReadString()
 {
     const char* pStart = pszExpression + 1;
-    const char* pEnd = pStart + std::strcspn(pStart, "\"");
+    const char* pEnd = pStart + std::strcspn(pStart, "\"");  // kept: open-string
     SetText(Type_String, pStart, pEnd);
     pszExpression = pEnd;
     while (*pszExpression == '"') pszExpression++;  // kept: adjacent-quotes
@@ -150,12 +150,13 @@ void CExprLexer::ReadIdentifier()
 }
 
 // A digit that the base does not have is an error; a prefix without digits is 0. Too large a number wraps.
+// kept: prefix-alone
 void CExprLexer::ReadNumber()
 {
     DWORD base = 10;
     if (*pszExpression == '0') {
         pszExpression++;
-        base = 8;
+        base = 8;  // kept: octal-numbers
         if (*pszExpression == 'b' || *pszExpression == 'B') base = 2;
         if (*pszExpression == 'x' || *pszExpression == 'X') base = 16;
         if (base != 8) pszExpression++;
@@ -163,8 +164,8 @@ void CExprLexer::ReadNumber()
 
     DWORD value = 0;
     for (DWORD digit; (digit = DigitValue(*pszExpression)) != NoDigit; pszExpression++) {
-        if (digit >= base) return;  // Type_Unknown
-        value = value * base + digit;
+        if (digit >= base) return;     // Type_Unknown. kept: digit-of-another-base
+        value = value * base + digit;  // kept: number-wraps
     }
     Current.Type = Type_Integer;
     Current.Value.Integer = static_cast<std::int32_t>(value);

@@ -38,7 +38,7 @@ std::int32_t Apply(TokenType operation, std::int32_t left, std::int32_t right)
         case Token_GreaterThanOrEqual:
             return left >= right;
         case Token_LeftShift:
-            return static_cast<std::int32_t>(a << (b & 31));
+            return static_cast<std::int32_t>(a << (b & 31));  // kept: shift-count
         case Token_RightShift:
             return left >> (b & 31);
         case Token_Plus:

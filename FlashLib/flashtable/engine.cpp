@@ -245,10 +245,11 @@ BOOL CFlashTable::ExecuteCleanupTable2()
 BOOL CFlashTable::DoFlash(CFwImage* image, BOOL isSps)
 {
     _DebugPrintf("CFlashTable::DoFlash()\n");
+    // kept: table-without-header
     if (m_TableSize == 0) return Fail("Unable to locate a suitable flash table");
     if (!ExecuteSetupTable(isSps)) return Fail("Can't execute the Setup table");
     if (!ExecuteEraseTable()) return Fail("Can't execute the Erase table");
-    if (!ExecuteProgramTable(image)) return Fail("Can't execute the Program table");
+    if (!ExecuteProgramTable(image)) return Fail("Can't execute the Program table");  // kept: erased-stays-erased
     if ((m_FeatureBits1 & FlashFeature_Cleanup) && !ExecuteCleanupTable())
         return Fail("Can't execute the Cleanup table");
     if ((m_FeatureBits1 & FlashFeature_OsCleanup) && !ExecuteCleanupTable2())

@@ -17,7 +17,7 @@ namespace
 {
 
 const int EntrySize = 256;
-const int MaxTextLength = 227;
+const int MaxTextLength = 227;  // kept: event-text-cut
 
 const unsigned long SendCommand = IPMICTL_SEND_COMMAND;
 const unsigned long ReceiveTruncated = IPMICTL_RECEIVE_MSG_TRUNC;

@@ -37,7 +37,7 @@ CStr CSystemCommon::GetProductName()
 
 CStr CSystemCommon::GetROMFamily()
 {
-    static CStr s_sROMFamily;
+    static CStr s_sROMFamily;  // kept: family-for-life
 
     _DebugPrintf("CSystemCommon::GetROMFamily()::Enter\n");
     if (s_sROMFamily.IsEmpty()) {

@@ -7,6 +7,7 @@
 namespace
 {
 
+// kept: blanks-are-spaces
 CStr Trimmed(CStr text)
 {
     text.TrimLeft(' ');
@@ -17,7 +18,7 @@ CStr Trimmed(CStr text)
 // The next line; false at the end of the file.
 bool ReadLine(const CFile& file, CStr& line)
 {
-    char szLine[1024];
+    char szLine[1024];  // kept: long-lines
     if (!std::fgets(szLine, sizeof szLine, file.get())) return false;
     line = Trimmed(szLine + std::strspn(szLine, " "));  // kept: spaces-before-line-end
     line.TrimRight('\n');
@@ -93,7 +94,7 @@ const Item* CINIArray<Item>::Find(const CStr& name) const
 {
     for (const CBaseArrayElement* pElement = m_pFirstElement; pElement; pElement = pElement->m_pNextElement) {
         const Item* pItem = static_cast<const Item*>(pElement->m_pData);
-        if (pItem->GetName().CompareNoCase(name)) return pItem;
+        if (pItem->GetName().CompareNoCase(name)) return pItem;  // kept: first-of-a-name
     }
     return nullptr;
 }

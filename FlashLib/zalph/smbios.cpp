@@ -145,7 +145,7 @@ BOOL CSMBIOS::Exists()
     return Initialize();
 }
 
-// The record behind this one: past the formatted area and the two zeros that end its strings.
+// The record behind this one: past the formatted area and the two zeros that end its strings. kept: trusted-counts
 BYTE* CSMBIOS::GetNextRecord(BYTE* record)
 {
     BYTE* pEnd = record + As<SMBIOS_HEADER>(record)->byLength;

@@ -206,7 +206,7 @@ BOOL CStr::operator>(const CStr& other) const
 
 BOOL CStr::Compare(LPCTSTR text) const
 {
-    return *this == text;
+    return *this == text;  // kept: compare-is-equality
 }
 
 BOOL CStr::Compare(const CStr& other) const
@@ -301,7 +301,7 @@ CStr CStr::Right(int count) const
     return count > 0 ? Mid(m_nLength - count, count) : CStr();
 }
 
-// A NUL set inside is left out.
+// A NUL set inside is left out. kept: narrow-substrings (one that runs past the end is empty)
 CStr CStr::Mid(int start, int count) const
 {
     CStr result;

@@ -42,7 +42,7 @@ BOOL CSystem::ReadPhysicalMemory(DWORD address, BYTE* buffer, int size)
     if (cruFd < 0) {
         cruFd = open("/dev/qvrcru", O_RDWR);
         if (cruFd < 0) {
-            _DebugPrintf("CSystem::ReadPhysicalMemory: CRU open failed.");
+            _DebugPrintf("CSystem::ReadPhysicalMemory: CRU open failed.");  // kept: open-log-without-end
             return FALSE;
         }
     }
@@ -50,6 +50,7 @@ BOOL CSystem::ReadPhysicalMemory(DWORD address, BYTE* buffer, int size)
     return ioctl(cruFd, RomDriverRequest_ReadMemory, &request) == 0;
 }
 
+// kept: no-environment-variables
 BOOL CSystem::GetEV(const char* name, BYTE* buffer, int size)
 {
     int length = 0;

@@ -81,12 +81,14 @@ class Component : public testing::Test
                 BOOL Flag;
                 char Text[1024];
                 ZALINSTALLSTATE State;
-            } buffer = {};
+            } buffer;
+            std::memset(&buffer, '-', 7);
+            buffer.Text[7] = '\0';
             const BOOL known = asked.GetProperty(id, &buffer, sizeof buffer, nullptr);
             std::ostringstream stored;
-            if (id <= ZALPROP_VERSIONNEW) stored << buffer.Text;
             if (id == ZALPROP_INSTALLSTATE) stored << buffer.State.nState << " " << buffer.State.szMessage;
-            if (id > ZALPROP_INSTALLSTATE) stored << buffer.Flag;
+            if (id < ZALPROP_INSTALLSTATE || !known) stored << buffer.Text;
+            if (id > ZALPROP_INSTALLSTATE && known) stored << buffer.Flag;
             trace("GetProperty ", id, ": ", known, ", stored \"", stored.str(), "\"");
         }
     }
@@ -95,7 +97,7 @@ class Component : public testing::Test
     {
         char szResult[64] = "untouched";
         g_Logged.clear();
-        const ULONG result = installed.Install(TRUE, Logger, szResult, sizeof szResult, "en");
+        const ULONG result = installed.Install(TRUE, Logger, szResult, 0, "en");
         trace(pszWhat, ": Install ", result, ", result text \"", szResult, "\", logger: ", g_Logged);
     }
 
@@ -121,7 +123,7 @@ TEST_F(Component, AnswersItsHost)
     for (const char* pszMessage : {"", "why"}) {
         component.SetErrorMessage(pszMessage);
         for (const int state : {-1, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 0x7FFFFFFF}) {
-            ZALINSTALLSTATE told = {};
+            ZALINSTALLSTATE told = {-2, "old"};
             component.m_InstallState = state;
             component.m_pszResult = pszMessage;
             trace("state ", state, ": GetInstallState ", component.GetInstallState(&told), " ", told.nState, " \"",

@@ -1,12 +1,11 @@
 #include "flashtable.h"
 
-#include <algorithm>
-#include <cstdio>
 #include <cstring>
-#include <tuple>
 
 #include "crc32.h"
+#include "sim/images/crc.h"
 #include "sim/images/romimage.h"
+#include "support/files.h"
 #include "tests/support.h"
 
 namespace
@@ -31,10 +30,15 @@ class CTestFlashTable : public CFlashTable
 {
   public:
     using CFlashTable::ExecuteBackupTable;
+    using CFlashTable::ExecuteCleanupTable;
     using CFlashTable::ExecuteCleanupTable2;
+    using CFlashTable::ExecuteEraseTable;
     using CFlashTable::ExecuteProgramTable;
+    using CFlashTable::ExecuteSetupTable;
     using CFlashTable::GetFeatureBits1;
+    using CFlashTable::GetFeatureBits2;
     using CFlashTable::GetTableFromBootBlock;
+    using CFlashTable::m_bFlashDriverInstalled;
     using CFlashTable::m_HeaderSize;
     using CFlashTable::m_pHeader;
     using CFlashTable::m_pTable;
@@ -42,13 +46,18 @@ class CTestFlashTable : public CFlashTable
     using CFlashTable::m_TableCRC;
     using CFlashTable::m_TableSize;
     using CFlashTable::ResetNVRAM;
+    using CFlashTable::ResetTableInformation;
+    using CFlashTable::SetErrorMessage;
     using CFlashTable::SetFeatureBits1;
+    using CFlashTable::SetFeatureBits2;
     using CFlashTable::WriteTable;
 };
 
+const int RomSize = 1048576;
+
 const std::vector<std::uint8_t>& NewRom()
 {
-    static const auto rom = sim::BuildRomImage({"P70", "2.40", "03/15/2021", "SYSTEM ROM"}, 1048576);
+    static const auto rom = sim::BuildRomImage({"P70", "2.40", "03/15/2021", "SYSTEM ROM"}, RomSize);
     return rom;
 }
 
@@ -57,142 +66,141 @@ std::string Server(const std::string& flashFaults)
     return RackServer("{\"faults\": {\"flash\": " + flashFaults + "}}");
 }
 
-// The tables that were run, by their first letters, each with the status that it reported: "s0e0p0c0".
-std::string TablesRun()
+// Starts the server with a ROM whose header has bits set over the whole width of its fields.
+void RunRomWithFeatures(DWORD features1, DWORD features2)
 {
-    std::string run;
-    const std::string journal = ReadFile(ServerFolder() / "journal.log");
-    for (std::size_t i = journal.find("flash end"); i != std::string::npos; i = journal.find("flash end", i + 1)) {
-        const std::size_t status = journal.find("status=", i) + 7;
-        run += journal[journal.find("name=", i) + 5] + journal.substr(status, journal.find('\n', i) - status);
-    }
-    return run;
+    std::vector<std::uint8_t> rom = sim::BuildRomImage({"P70", "9.87", "12/31/2099", "A ROM"}, RomSize);
+    void* pHeader = memmem(rom.data() + RomSize - 65536, 65536, "$ZALFLSH", 8);
+    static_cast<ZALFLSH_HEADER*>(pHeader)->FeatureBits1 = features1;
+    static_cast<ZALFLSH_HEADER*>(pHeader)->FeatureBits2 = features2;
+    const std::uint32_t crc = sim::Crc32(rom.data(), RomSize - sizeof crc);
+    std::memcpy(rom.data() + RomSize - sizeof crc, &crc, sizeof crc);
+    WriteWholeFile(ServerFolder() / "rom.bin", AsText(rom));
+    RestartServer();
 }
 
-std::string Rom()
+// What the server has journaled so far, without the times.
+std::string Journal()
 {
-    return ReadFile(ServerFolder() / "rom.bin");
+    std::istringstream lines(ReadFile(ServerFolder() / "journal.log"));
+    std::string journal;
+    for (std::string time, line; lines >> time && std::getline(lines, line);) journal += "\n  journal" + line;
+    return journal;
+}
+
+// Writes a call that was made, what it gave, and what is in the table now.
+void Tell(CTranscript& trace, const char* pszCall, BOOL result, const CTestFlashTable& table)
+{
+    trace(pszCall, " ", result);
+    trace("  driver \"", table.m_sFlashDriver, "\" ", table.m_bFlashDriverInstalled, ", header ", table.m_HeaderSize,
+          table.m_pHeader ? " kept" : " none", std::hex, ", features ", table.GetFeatureBits1(), " ",
+          table.GetFeatureBits2(), std::dec, ", table ", table.m_TableSize, table.m_pTable ? " kept" : " none",
+          std::hex, ", CRC ", table.m_TableCRC, ", error \"", table.GetErrorMessage(), "\"");
 }
 
 }  // namespace
 
-TEST(FlashTable, LoadsHeaderAndTableOfTheRunningRom)
+TEST(FlashTable, KeepsWhatTheRunningRomCarries)
 {
-    UseServer(RackServer());
-    CTestFlashTable table;
-    CLogCapture log;
-    EXPECT_TRUE(table.Initialize());
-    EXPECT_STREQ("zalftbl", table.m_sFlashDriver);
-    EXPECT_TRUE(table.GetTableFromBootBlock(nullptr));
-    EXPECT_EQ(0, std::memcmp(table.m_pHeader, "$ZALFLSH", 8));
-    EXPECT_EQ(4u, table.GetFeatureBits1());
-    EXPECT_EQ(31 + 11 + 4 + 18, table.m_HeaderSize);
-    EXPECT_EQ(2048, table.m_TableSize);
-    EXPECT_EQ(rom_crc32(static_cast<unsigned char*>(table.m_pTable), 2048, 0), table.m_TableCRC);
-    char szCrc[16];
-    std::snprintf(szCrc, sizeof szCrc, "0x%08lX\n", static_cast<unsigned long>(table.m_TableCRC));
-    const std::string prefix = "CFlashTable::GetTableFromBootBlock: ";
-    EXPECT_EQ(
-        "CFlashTable::Initialize()\nCFlashTable::GetTableFromBootBlock()\nCFlashTable::SelectTable($ZALFLSH)\n"
-        "CFlashTable::QueryTableInfo()\nCFlashTable::ReadHeader()\nCFlashTable::ReadTable()\n" +
-            prefix + "HeaderAddr = 0x000FE0C3\n" + prefix + "HeaderSize = 64\n" + prefix + "TableAddr  = 0xFFFF0000\n" +
-            prefix + "TableSize  = 2048\n" + prefix + "TableCRC   = " + szCrc,
-        log.Text());
-}
-
-TEST(FlashTable, TellsOfAMissingTableOnlyWhenFlashing)
-{
+    CTranscript trace("flashtable-loading");
     CTestImage image(NewRom());
     UseServer(RackServer());
+    {
+        CTestFlashTable table;
+        Tell(trace, "without a table: DoFlash", table.DoFlash(&image, FALSE), table);
+        Tell(trace, "Initialize", table.Initialize(), table);
+        for (const char* pszName : {"$ZALFLSH", "$OTHER", static_cast<const char*>(nullptr)})
+            Tell(trace, pszName ? pszName : "null", table.GetTableFromBootBlock(pszName), table);
+        EXPECT_EQ(0, std::memcmp(table.m_pHeader, "$ZALFLSH", 8));
+        EXPECT_EQ(rom_crc32(static_cast<unsigned char*>(table.m_pTable), 2048, 0), table.m_TableCRC);
+        const std::string other(2048, '\xA5');
+        Tell(trace, "too short: WriteTable", table.WriteTable("abc", 3), table);
+        Tell(trace, "WriteTable", table.WriteTable(other.data(), 2048), table);
+        Tell(trace, "GetTableFromBootBlock", table.GetTableFromBootBlock(nullptr), table);
+        Tell(trace, "ResetNVRAM", table.ResetNVRAM(), table);
+        trace("the server:", Journal());
+        table.SetErrorMessage("a text");
+        table.SetFeatureBits1(0xFEDCBA98);
+        table.SetFeatureBits2(0x89ABCDEF);
+        table.RemoveDrivers();
+        Tell(trace, "SetFeatureBits", TRUE, table);
+        table.ResetTableInformation();
+        Tell(trace, "ResetTableInformation", TRUE, table);
+    }
+    trace("gone");
     CTestFlashTable table;
-    EXPECT_FALSE(table.DoFlash(&image, FALSE));
-    EXPECT_TRUE(table.GetTableFromBootBlock("$OTHER"));
-    CLogCapture log;
-    EXPECT_FALSE(table.DoFlash(&image, FALSE));
-    EXPECT_EQ("CFlashTable::DoFlash()\nCFlashTable Error: Unable to locate a suitable flash table\n", log.Text());
-    EXPECT_STREQ("Unable to locate a suitable flash table", table.GetErrorMessage());
-    EXPECT_EQ("", TablesRun());
-
-    // A table without a header is kept, and run.
+    RunRomWithFeatures(0x87654320, 0xFEDCBA98);
+    Tell(trace, "another ROM: GetTableFromBootBlock", table.GetTableFromBootBlock(nullptr), table);
     UseServer(Server(R"({"no_header": true})"));
-    EXPECT_TRUE(table.GetTableFromBootBlock(nullptr));
-    EXPECT_TRUE(log.Has("CFlashTable::GetTableFromBootBlock: Header not found\n"));
-    EXPECT_EQ(nullptr, table.m_pTable);
-    EXPECT_TRUE(table.DoFlash(&image, FALSE));
-    EXPECT_EQ("s0e0p0", TablesRun());
+    Tell(trace, "a table without a header: GetTableFromBootBlock", table.GetTableFromBootBlock(nullptr), table);
+    Tell(trace, "DoFlash", table.DoFlash(&image, FALSE), table);
+    trace("the server:", Journal());
 }
 
 TEST(FlashTable, RunsTheTablesInTheirOrder)
 {
+    CTranscript trace("flashtable-flashing");
     CTestImage image(NewRom());
-    const std::pair<ULONG, const char*> cases[] = {{0, "s0e0p0"}, {4, "s0e0p0c0"}, {8, "s0e0p0o0"}, {12, "s0e0p0c0o0"}};
-    for (const auto& c : cases) {
+    for (const ULONG features : {0xFFFFFFF3u, 4u, 8u, 12u}) {
         UseServer(RackServer());
         CTestFlashTable table;
         table.GetTableFromBootBlock(nullptr);
-        table.SetFeatureBits1(c.first);
-        const BOOL isSps = c.first != 0;
-        EXPECT_TRUE(table.DoFlash(&image, isSps));
-        EXPECT_EQ(c.second, TablesRun());
-        EXPECT_NE(std::string::npos, ReadFile(ServerFolder() / "journal.log").find(isSps ? " sps=1" : " sps=0"));
-        EXPECT_TRUE(std::equal(NewRom().begin(), NewRom().end(), Rom().begin(),
-                               [](std::uint8_t a, char b) { return a == static_cast<std::uint8_t>(b); }));
+        table.SetFeatureBits1(features);
+        trace.Skip();
+        Tell(trace, "DoFlash", table.DoFlash(&image, features != 4), table);
+        trace("the server:", Journal());
+        EXPECT_EQ(AsText(NewRom()), ReadFile(ServerFolder() / "rom.bin"));
     }
 }
 
 TEST(FlashTable, StopsAtTheFirstTableThatFails)
 {
+    CTranscript trace("flashtable-failures");
     CTestImage image(NewRom());
-    const std::tuple<int, const char*, const char*> cases[] = {
-        {0, "Can't execute the Erase table", "s255e1"},  // the setup table's status does not count
-        {2, "Can't execute the Erase table", "s0e255"},       {3, "Can't execute the Program table", "s0e0p255"},
-        {4, "Can't execute the Cleanup table", "s0e0p0c255"}, {5, "Can't execute the OS Cleanup table", "s0e0p0c0o255"},
-    };
-    for (const auto& [failing, error, run] : cases) {
+    for (int failing = 0; failing <= 5; failing++) {
         UseServer(Server("{\"fails_at_table\": " + std::to_string(failing) + "}"));
         CTestFlashTable table;
         table.GetTableFromBootBlock(nullptr);
         table.SetFeatureBits1(12);
-        CLogCapture log;
-        EXPECT_FALSE(table.DoFlash(&image, FALSE));
-        EXPECT_STREQ(error, table.GetErrorMessage());
-        EXPECT_TRUE(log.Has(std::string("CFlashTable Error: ") + error + "\n"));
-        EXPECT_EQ(run, TablesRun());
+        trace.Skip();
+        trace("table ", failing, " fails");
+        Tell(trace, "DoFlash", table.DoFlash(&image, FALSE), table);
+        trace("the server:", Journal());
+        trace("ExecuteSetupTable ", table.ExecuteSetupTable(FALSE));
+        std::vector<std::uint8_t> copy(RomSize);
+        trace("ExecuteBackupTable ", table.ExecuteBackupTable(copy.data(), RomSize));
+        trace("ExecuteEraseTable ", table.ExecuteEraseTable());
+        trace("ExecuteProgramTable ", table.ExecuteProgramTable(&image));
+        trace("ExecuteCleanupTable ", table.ExecuteCleanupTable());
+        trace("ExecuteCleanupTable2 ", table.ExecuteCleanupTable2());
     }
 }
 
 TEST(FlashTable, HandsOverTheBuffersOfImageAndFirmware)
 {
-    CTestImage image(NewRom());
-    CTestFlashTable table;
-    UseServer(RackServer());
-    EXPECT_FALSE(table.ExecuteProgramTable(&image));
-    EXPECT_FALSE(table.ExecuteCleanupTable2());
-    EXPECT_EQ("p1o1", TablesRun());
-
+    CTranscript trace("flashtable-buffers");
     // The firmware reserves no buffer, one that is too small; the image is one byte short.
-    CTestImage shortImage(std::vector<std::uint8_t>(1048575));
+    CTestImage image(NewRom());
+    CTestImage shortImage(std::vector<std::uint8_t>(RomSize - 1));
     const std::pair<std::string, CTestImage*> cases[] = {
         {R"({"flash_buffer": null})", &image},
-        {R"({"flash_buffer": {"address": "0x6A000000", "size": 1048575}})", &image},
+        {R"({"flash_buffer": {"address": "0xFA000000", "size": 1048575}})", &image},
+        {R"({"flash_buffer": {"address": "0xFA000000", "size": 1048576}})", &image},
         {"{}", &shortImage},
     };
-    for (const auto& c : cases) {
-        UseServer(RackServer(c.first));
+    for (const auto& [server, pImage] : cases) {
+        UseServer(RackServer(server));
+        CTestFlashTable table;
         table.GetTableFromBootBlock(nullptr);
-        EXPECT_FALSE(table.DoFlash(c.second, FALSE)) << c.first;
-        EXPECT_STREQ("Can't execute the Program table", table.GetErrorMessage());
+        trace.Skip();
+        trace(server);
+        Tell(trace, "DoFlash", table.DoFlash(pImage, FALSE), table);
     }
-
     UseServer(RackServer());
-    table.GetTableFromBootBlock(nullptr);
-    EXPECT_TRUE(table.DoFlash(&image, FALSE));
-    std::vector<std::uint8_t> copy(NewRom().size());
-    EXPECT_FALSE(table.ExecuteBackupTable(copy.data(), static_cast<int>(copy.size() - 1)));
-    EXPECT_TRUE(table.ExecuteBackupTable(copy.data(), static_cast<int>(copy.size())));
+    CTestFlashTable table;
+    EXPECT_TRUE(table.GetTableFromBootBlock(nullptr) && table.DoFlash(&image, FALSE));
+    std::vector<std::uint8_t> copy(RomSize);
+    EXPECT_FALSE(table.ExecuteBackupTable(copy.data(), RomSize - 1));
+    EXPECT_TRUE(table.ExecuteBackupTable(copy.data(), RomSize));
     EXPECT_EQ(NewRom(), copy);
-    CLogCapture log;
-    EXPECT_TRUE(table.WriteTable("abc", 3) && table.ResetNVRAM());
-    EXPECT_EQ("CFlashTable::WriteTable()\nCFlashTable::ResetNVRAM()\n", log.Text());
-    EXPECT_NE(std::string::npos, ReadFile(ServerFolder() / "journal.log").find("flash corrupt-nvram"));
 }

@@ -62,6 +62,7 @@ TEST(FwVersion, ReadsAndPrintsEveryForm)
                                 "1.234",
                                 "-1.-2",
                                 "1.23 (Sep 12 2024)",
+                                "12.05 (09/12/2024)",
                                 "1A",
                                 "0X1a",
                                 "12",
