@@ -35,10 +35,10 @@ const std::map<std::string, DeviceNode>& DeviceNodes()
         return OpenSmbiosNode(server.GetSmbios(), server.GetDescription().Smbios.Fault);
     };
     static const auto romDriver = [](CServer& server) {
-        return OpenRomDriver(server.GetMemory(), server.GetDescription().RomDriver);
+        return OpenRomDriver(server.GetMemory(), server.GetDescription().RomDriver, server.GetCapture());
     };
     static const auto ipmi = [](CServer& server) {
-        return OpenIpmiNode(server.GetBmc(), server.GetDescription().Ipmi);
+        return OpenIpmiNode(server.GetBmc(), server.GetDescription().Ipmi, server.GetCapture());
     };
     static const auto& nodes = *new std::map<std::string, DeviceNode>{
         {"/vmfs/devices/char/mem/smbios", {O_RDONLY, smbios}},

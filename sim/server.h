@@ -36,6 +36,7 @@ class CServer
     CMemory& GetMemory() { return m_Memory; }
     CFlashPart& GetFlashPart() { return m_FlashPart; }
     CBmc& GetBmc() { return m_Bmc; }
+    CCapture& GetCapture() { return m_Journal.GetCapture(); }
 
     // Null without a management processor.
     const CProcessor* GetProcessor() const { return m_pProcessor.get(); }

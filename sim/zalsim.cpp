@@ -39,6 +39,11 @@ void DescribeProcessor(const sim::CServer& simulated)
         std::printf("  %-14s %s\n", device.GetDescription().Handler.c_str(),
                     firmware ? sim::VersionText(*firmware).c_str() : "incomplete: runs its boot loader");
     }
+    for (const sim::I2CDescription& device : processor.I2C.Devices) {
+        char szPlace[32];
+        std::snprintf(szPlace, sizeof szPlace, "I2C %d, 0x%02X", device.Bus, device.Address);
+        std::printf("  %-14s %s\n", szPlace, device.Type.c_str());
+    }
     const sim::PowerPicDescription* pPowerPic = pProcessor->GetPowerPicDescription();
     if (pPowerPic)
         std::printf("  %-14s %s\n", "power PIC",
@@ -137,6 +142,7 @@ int main(int argc, char** argv)
     std::string folder;
     std::string dumpFile;
     std::string journal;
+    std::string capture;
     std::vector<std::string> faults;
     bool describe = false;
     bool showLog = false;
@@ -152,6 +158,7 @@ int main(int argc, char** argv)
     app.add_option("--fault", faults, "A fault for this run, on top of the description's: NAME=VALUE")
         ->allow_extra_args(false);
     app.add_option("--journal", journal, "Write what is done to the server there, not to journal.log in its folder");
+    app.add_option("--capture", capture, "Add what goes over the server's wires to that pcapng file, for Wireshark");
     auto* pRealTime = app.add_flag("--real-time", realTime, "Let sleeps take their time");
     app.add_option("--clock-start", clockStart, "Let the virtual clock start there, in seconds since the epoch")
         ->check(CLI::Range(std::int64_t{0}, sim::MaxClockStart))
@@ -163,6 +170,7 @@ int main(int argc, char** argv)
         options.Server = fs::absolute(folder);
         if (!faults.empty()) options.Faults = FaultPatch(faults).dump();
         if (!journal.empty()) options.Journal = fs::absolute(journal);
+        if (!capture.empty()) options.Capture = fs::absolute(capture);
         if (realTime) options.RealTime = true;
         if (clockStart) options.ClockStart = clockStart;
         sim::WriteRunOptions(options);

@@ -32,7 +32,9 @@ std::string Format(const char* format, va_list arguments)
 }  // namespace
 
 CJournal::CJournal(const std::filesystem::path& folder, const RunOptions& options)
-    : m_bNamed(!options.Journal.empty()), m_File(m_bNamed ? options.Journal : folder / "journal.log")
+    : m_bNamed(!options.Journal.empty()),
+      m_File(m_bNamed ? options.Journal : folder / "journal.log"),
+      m_Capture(options.Capture)
 {
     if (m_bNamed) Open();  // one that can't be written is refused before anything is done
 }
@@ -50,15 +52,30 @@ void CJournal::ThrowCantWrite() const
 
 void CJournal::Write(const char* format, ...)
 {
+    va_list arguments;
+    va_start(arguments, format);
+    const std::string text = Format(format, arguments);
+    va_end(arguments);
+    m_Capture.Add(Wire::Journal, {}, text.data(), text.size());
+    Append(text);
+}
+
+void CJournal::WritePacket(const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    Append(Format(format, arguments));
+    va_end(arguments);
+}
+
+void CJournal::Append(const std::string& text)
+{
     if (m_Descriptor.Get() < 0) Open();
     const std::int64_t now = CClock::Instance().Now();
     char szTime[40];
     std::snprintf(szTime, sizeof szTime, "%lld.%06lld ", static_cast<long long>(now / Second),
                   static_cast<long long>(now % Second / Microsecond));
-    va_list arguments;
-    va_start(arguments, format);
-    const std::string line = szTime + Format(format, arguments) + "\n";
-    va_end(arguments);
+    const std::string line = szTime + text + "\n";
     // One write, so that lines of two processes do not mix.
     const ssize_t written = write(m_Descriptor.Get(), line.data(), line.size());
     if (written >= 0 && static_cast<std::size_t>(written) != line.size()) errno = ENOSPC;

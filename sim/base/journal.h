@@ -3,6 +3,7 @@
 
 #include <filesystem>
 
+#include "sim/base/capture.h"
 #include "sim/base/runoptions.h"
 #include "support/descriptor.h"
 
@@ -22,14 +23,20 @@ class CJournal
 
     // Packets to and from the management processor are for a journal that was asked for.
     bool RecordsPackets() const { return m_bNamed; }
+    void WritePacket(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+    // Where what goes over the server's wires goes, and all lines but those of packets.
+    CCapture& GetCapture() { return m_Capture; }
 
   private:
+    void Append(const std::string& text);
     void Open();
     [[noreturn]] void ThrowCantWrite() const;
 
     bool m_bNamed;  // by the run options
     std::filesystem::path m_File;
     CDescriptor m_Descriptor;
+    CCapture m_Capture;
 };
 
 }  // namespace sim

@@ -13,6 +13,7 @@ namespace
 const char szServer[] = "ZALSIM_SERVER";
 const char szFaults[] = "ZALSIM_FAULTS";
 const char szJournal[] = "ZALSIM_JOURNAL";
+const char szCapture[] = "ZALSIM_CAPTURE";
 const char szRealTime[] = "ZALSIM_REAL_TIME";
 const char szPreload[] = "LD_PRELOAD";
 const char szClockStart[] = "ZALSIM_CLOCK_START";
@@ -39,6 +40,7 @@ RunOptions ReadRunOptions()
     options.Server = Get(szServer);
     options.Faults = Get(szFaults);
     options.Journal = Get(szJournal);
+    options.Capture = Get(szCapture);
     options.RealTime = !Get(szRealTime).empty();
     const std::string start = Get(szClockStart);
     if (start.empty()) return options;
@@ -55,6 +57,7 @@ void WriteRunOptions(const RunOptions& options)
     Set(szServer, options.Server.string());
     Set(szFaults, options.Faults);
     Set(szJournal, options.Journal.string());
+    Set(szCapture, options.Capture.string());
     Set(szRealTime, options.RealTime ? "1" : "");
     Set(szClockStart, options.ClockStart ? std::to_string(*options.ClockStart) : "");
 }

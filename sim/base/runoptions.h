@@ -21,6 +21,7 @@ struct RunOptions
     std::filesystem::path Server;            // ZALSIM_SERVER: folder of the server; empty: the process sees the host
     std::string Faults;                      // ZALSIM_FAULTS: a JSON object, over the description's; empty: none
     std::filesystem::path Journal;           // ZALSIM_JOURNAL: in place of journal.log in the folder; empty: that one
+    std::filesystem::path Capture;           // ZALSIM_CAPTURE: what goes over the wires goes there too; empty: nowhere
     bool RealTime = false;                   // ZALSIM_REAL_TIME: sleeps take their time
     std::optional<std::int64_t> ClockStart;  // ZALSIM_CLOCK_START: seconds since the epoch; none: the host's time
 };

@@ -1,5 +1,6 @@
 #include "sim/bmc/ipmifaults.h"
 
+#include "sim/base/capture.h"
 #include "sim/base/fields.h"
 
 namespace sim
@@ -20,6 +21,20 @@ IpmiFaults DescribeIpmiFaults(CFields& fields)
     faults.Padding = fields.Numeric("padding", 0);
     faults.EmptyAnswer = fields.Flag("empty_answer");
     return faults;
+}
+
+std::string FindFaults(const IpmiFaults& faults)
+{
+    return JoinFaults({{faults.SendFails, "ipmi.send_fails"},
+                       {faults.Silent, "ipmi.silent"},
+                       {faults.Foreign, "ipmi.foreign"},
+                       {faults.Event, "ipmi.event"},
+                       {faults.DelayMs != 0, "ipmi.delay_ms"},
+                       {faults.Interruptions != 0, "ipmi.interruptions"},
+                       {faults.CompletionCode != 0, "ipmi.completion_code"},
+                       {faults.Status != 0, "ipmi.status"},
+                       {faults.Padding != 0, "ipmi.padding"},
+                       {faults.EmptyAnswer, "ipmi.empty_answer"}});
 }
 
 }  // namespace sim

@@ -1,6 +1,8 @@
 // What is wrong with a server's management controller: "faults.ipmi" of its server.json.
 #pragma once
 
+#include <string>
+
 namespace sim
 {
 
@@ -20,6 +22,9 @@ struct IpmiFaults
     int Padding;         // so many bytes more than it should have are in the answer
     bool EmptyAnswer;    // the answer carries no data at all
 };
+
+// The names of those that hit each message, with commas; empty for none.
+std::string FindFaults(const IpmiFaults& faults);
 
 // Throws std::runtime_error with a sentence for the user.
 IpmiFaults DescribeIpmiFaults(CFields& fields);

@@ -22,7 +22,8 @@ const std::size_t MaxMessage = 270;  // the driver's limit
 class CIpmiNode : public IDevice
 {
   public:
-    CIpmiNode(CBmc& bmc, const IpmiFaults& faults) : m_Bmc(bmc), m_Faults(faults), m_Interruptions(faults.Interruptions)
+    CIpmiNode(CBmc& bmc, const IpmiFaults& faults, CCapture& capture)
+        : m_Bmc(bmc), m_Faults(faults), m_Capture(capture), m_Interruptions(faults.Interruptions)
     {
     }
 
@@ -76,6 +77,8 @@ class CIpmiNode : public IDevice
             address.lun > 3 || (request.msg.netfn & 1) != 0)
             return Errno(EINVAL);
         if (request.msg.data_len > MaxMessage) return Errno(EMSGSIZE);
+        Record(Direction::Request, m_Faults.SendFails ? EIO : 0, request.msgid,
+               {static_cast<std::uint8_t>(request.msg.netfn << 2 | address.lun), request.msg.cmd}, request.msg);
         if (m_Faults.SendFails) return Errno(EIO);
 
         std::vector<std::uint8_t> response = m_Bmc.Execute(address.lun, request.msg.netfn, request.msg.cmd,
@@ -94,7 +97,10 @@ class CIpmiNode : public IDevice
     int Receive(ipmi_recv& message, bool truncate)
     {
         const ipmi_system_interface_addr address = {IPMI_SYSTEM_INTERFACE_ADDR_TYPE, IPMI_BMC_CHANNEL, 0};
-        if (!IsReady()) return Errno(EAGAIN);
+        if (!IsReady()) {
+            Record(Direction::Reply, EAGAIN, 0, {}, {});
+            return Errno(EAGAIN);
+        }
         if (message.addr_len < sizeof address) return Errno(EINVAL);
         const Answer answer = m_Answers.front();
         const bool tooLong = answer.Data.size() > message.msg.data_len;
@@ -109,24 +115,37 @@ class CIpmiNode : public IDevice
         message.msg.cmd = answer.Command;
         if (!tooLong) message.msg.data_len = static_cast<unsigned short>(answer.Data.size());
         std::copy_n(answer.Data.begin(), message.msg.data_len, message.msg.data);
+        Record(Direction::Reply, tooLong ? EMSGSIZE : 0, answer.MessageId,
+               {static_cast<std::uint8_t>(answer.NetFunction << 2), answer.Command}, message.msg);
         return tooLong ? Errno(EMSGSIZE) : 0;
+    }
+
+    // A message as a KCS interface carries it (IPMI 2.0, 9.2 and 9.3): network function and LUN, command, data.
+    void Record(Direction direction, int error, long messageId, std::vector<std::uint8_t> bytes,
+                const ipmi_msg& message)
+    {
+        bytes.insert(bytes.end(), message.data, message.data + message.data_len);
+        m_Capture.NoteFault(FindFaults(m_Faults));
+        m_Capture.Add(Wire::Ipmi, {direction, static_cast<DWORD>(error), 0, static_cast<DWORD>(messageId)},
+                      bytes.data(), bytes.size());
     }
 
     CBmc& m_Bmc;
     const IpmiFaults& m_Faults;
+    CCapture& m_Capture;
     int m_Interruptions;
     std::deque<Answer> m_Answers;
 };
 
 }  // namespace
 
-std::unique_ptr<IDevice> OpenIpmiNode(CBmc& bmc, const IpmiFaults& faults)
+std::unique_ptr<IDevice> OpenIpmiNode(CBmc& bmc, const IpmiFaults& faults, CCapture& capture)
 {
     if (faults.Missing) {
         errno = ENOENT;
         return nullptr;
     }
-    return std::make_unique<CIpmiNode>(bmc, faults);
+    return std::make_unique<CIpmiNode>(bmc, faults, capture);
 }
 
 }  // namespace sim

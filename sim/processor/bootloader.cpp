@@ -82,10 +82,12 @@ bool CBootLoader::Take(const Bytes& record)
     m_Records++;
     m_BusyUntil = CClock::Instance().Now() + ProgrammingTime;
     if (m_Records == m_Faults.BusyAtRecord) {
+        m_Journal.GetCapture().NoteFault("processor.i2c.power_controller.busy_at_record");
         m_Journal.Write("power-controller stuck record=%d", m_Records);
         m_BusyUntil = Never;
         return true;
     }
+    if (m_Faults.Error.Has(m_Records)) m_Journal.GetCapture().NoteFault("processor.i2c.power_controller.error");
     m_Status = m_Faults.Error.Has(m_Records) ? ProgrammingStatus_DeviceError : Execute(record);
     if (m_Status == ProgrammingStatus_Done)
         m_Last = record;
@@ -127,6 +129,7 @@ ProgrammingStatus CBootLoader::Program(std::uint32_t address, const std::uint8_t
 
     if (m_Records == m_Faults.PowerLostAtRecord) {
         Store(address, data, size / 2);
+        m_Journal.GetCapture().NoteFault("processor.i2c.power_controller.power_lost_at_record");
         m_Journal.Write("power-controller power-lost record=%d", m_Records);
         m_Folder.LosePower();
     }

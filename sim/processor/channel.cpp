@@ -56,7 +56,7 @@ bool Concerns(const PacketFault& fault, WORD command, int exchange, int commandE
 }  // namespace
 
 CChannelDriver::CChannelDriver(CProcessor& processor, const ProcessorDescription& description, CJournal& journal)
-    : m_Processor(processor), m_Description(description), m_Journal(journal), m_Exchanges(0), m_FullFifo(0)
+    : m_Processor(processor), m_Description(description), m_Journal(journal), m_Opened(0), m_Exchanges(0), m_FullFifo(0)
 {
 }
 
@@ -71,7 +71,7 @@ ZALCISTATUS CChannelDriver::Create(ZALCIHANDLE& handle, const FifoSize& send, co
     if (m_Channels.size() == MaxChannels) return ZalCiErrNoMoreChannels;
     if (m_Processor.IsAway()) return ZalCiErrChannelNotResponding;
     handle = NewHandle();
-    m_Channels[handle] = {send, receive, m_Processor.GetBootNumber(), {}, {}};
+    m_Channels[handle] = {++m_Opened, send, receive, m_Processor.GetBootNumber(), {}, {}};
     return ZalCiSuccess;
 }
 
@@ -96,7 +96,8 @@ ZALCISTATUS CChannelDriver::Send(ZALCIHANDLE handle, const void* buffer, std::si
     if (status == ZalCiSuccess && size > pChannel->SendSize.EntrySize) status = ZalCiErrBadDescriptorSize;
     const auto* pBytes = static_cast<const std::uint8_t*>(buffer);
     if (status == ZalCiSuccess) status = Enqueue(*pChannel, {pBytes, pBytes + size});
-    Record("send", status, buffer, size);
+    if (status == ZalCiSuccess) m_Journal.GetCapture().NoteFault(pChannel->Requests.back().Faults);
+    Record(Direction::Request, pChannel, status, buffer, size);
     if (status == ZalCiSuccess) Process(*pChannel);
     return status;
 }
@@ -106,15 +107,32 @@ ZALCISTATUS CChannelDriver::Enqueue(Channel& channel, const Bytes& packet)
     const WORD command = HeaderOf(packet.data(), packet.size()).Command;
     if (channel.Requests.size() >= channel.SendSize.Entries || FindsFifoFull(command)) return ZalCiErrFifoFull;
     m_FullFifo = 0;
-    channel.Requests.push_back({packet, ++m_Exchanges, ++m_CommandExchanges[command]});
+    const int exchange = ++m_Exchanges;
+    const int commandExchange = ++m_CommandExchanges[command];
+    channel.Requests.push_back({packet, exchange, commandExchange, FindFaults(command, exchange, commandExchange)});
     return ZalCiSuccess;
+}
+
+// The names of those that hit an exchange.
+std::string CChannelDriver::FindFaults(WORD command, int exchange, int commandExchange) const
+{
+    const ProcessorFaults& faults = m_Description.Faults;
+    if (faults.Dead) return "processor.dead";
+    const auto concerns = [&](const PacketFault& fault) { return Concerns(fault, command, exchange, commandExchange); };
+    return JoinFaults({{concerns(faults.Lost), "processor.lost"},
+                       {concerns(faults.Late), "processor.late"},
+                       {concerns(faults.Stale), "processor.stale"},
+                       {concerns(faults.Runt), "processor.runt"},
+                       {concerns(faults.Error), "processor.error"}});
 }
 
 bool CChannelDriver::FindsFifoFull(WORD command)
 {
     const PacketFault& fault = m_Description.Faults.FullFifo;
     if (!Concerns(fault, command, m_Exchanges + 1, m_CommandExchanges[command] + 1)) return false;
-    return m_FullFifo++ < fault.Value;
+    if (m_FullFifo++ >= fault.Value) return false;
+    m_Journal.GetCapture().NoteFault("processor.full_fifo");
+    return true;
 }
 
 // The processor takes a request when there is room for its reply.
@@ -147,19 +165,19 @@ void CChannelDriver::Answer(Channel& channel, const Request& request)
         SMIFHDR header = HeaderOf(stale.data(), stale.size());
         header.Sequence = static_cast<WORD>(header.Sequence - i);
         std::memcpy(stale.data(), &header, sizeof header);
-        AddReply(channel, std::move(stale), ready);
+        AddReply(channel, std::move(stale), ready, request.Faults);
     }
-    AddReply(channel, std::move(answer.Packet), ready);
+    AddReply(channel, std::move(answer.Packet), ready, request.Faults);
     if (concerns(faults.Runt)) {
         std::size_t& size = channel.Replies.back().Size;
         size = std::min(size, static_cast<std::size_t>(faults.Runt.Value));
     }
 }
 
-void CChannelDriver::AddReply(Channel& channel, Bytes packet, std::int64_t ready)
+void CChannelDriver::AddReply(Channel& channel, Bytes packet, std::int64_t ready, const std::string& faults)
 {
     const std::size_t size = std::min<std::size_t>(packet.size(), channel.ReceiveSize.EntrySize);
-    channel.Replies.push_back({ready, std::move(packet), size});
+    channel.Replies.push_back({ready, std::move(packet), size, faults});
 }
 
 ZALCISTATUS CChannelDriver::Wait(Channel& channel, int milliseconds)
@@ -187,27 +205,34 @@ ZALCISTATUS CChannelDriver::Receive(ZALCIHANDLE handle, void* buffer, std::size_
     if (status == ZalCiSuccess) status = Wait(*pChannel, milliseconds);
     // The processor may have gone while it was waited for.
     if (status == ZalCiSuccess) status = Find(handle, pChannel);
-    if (status == ZalCiSuccess) {
+    const bool comes = status == ZalCiSuccess;
+    if (comes) {
         const Reply reply = std::move(pChannel->Replies.front());
         pChannel->Replies.pop_front();
         received = std::min(size, reply.Size);
         std::memcpy(buffer, reply.Packet.data(), received);
         if (received < reply.Size) status = ZalCiErrPartialTransfer;
-        Process(*pChannel);
+        m_Journal.GetCapture().NoteFault(reply.Faults);
     }
-    Record("recv", status, buffer, received);
+    Record(Direction::Reply, pChannel, status, buffer, received);
+    if (comes) Process(*pChannel);
     return status;
 }
 
-void CChannelDriver::Record(const char* direction, ZALCISTATUS status, const void* packet, std::size_t size)
+void CChannelDriver::Record(Direction direction, const Channel* pChannel, ZALCISTATUS status, const void* packet,
+                            std::size_t size)
 {
+    m_Journal.GetCapture().Add(Wire::Channel, {direction, static_cast<DWORD>(status), pChannel ? pChannel->Number : 0},
+                               packet, size);
     if (!m_Journal.RecordsPackets()) return;
     const SMIFHDR header = HeaderOf(packet, size);
+    const char* pszDirection = direction == Direction::Request ? "send" : "recv";
     if (size == 0)
-        m_Journal.Write("packet %s command=- status=%d sequence=- length=0 bytes=-", direction, status);
+        m_Journal.WritePacket("packet %s command=- status=%d sequence=- length=0 bytes=-", pszDirection, status);
     else
-        m_Journal.Write("packet %s command=%s status=%d sequence=%04X length=%zu bytes=%s", direction,
-                        FindCommandName(header.Command), status, header.Sequence, size, Hex(packet, size).c_str());
+        m_Journal.WritePacket("packet %s command=%s status=%d sequence=%04X length=%zu bytes=%s", pszDirection,
+                              FindCommandName(header.Command), status, header.Sequence, size,
+                              Hex(packet, size).c_str());
 }
 
 }  // namespace sim

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <string>
 #include <vector>
 
 #include "sim/base/journal.h"
@@ -41,6 +42,7 @@ class CChannelDriver
         Bytes Packet;
         int Exchange;         // number of it, from 1
         int CommandExchange;  // among those of its command
+        std::string Faults;   // that hit the exchange
     };
 
     struct Reply
@@ -48,10 +50,12 @@ class CChannelDriver
         std::int64_t Ready;  // time at which it comes
         Bytes Packet;
         std::size_t Size;  // bytes of it that come
+        std::string Faults;
     };
 
     struct Channel
     {
+        DWORD Number;
         FifoSize SendSize;
         FifoSize ReceiveSize;
         int BootNumber;
@@ -64,14 +68,16 @@ class CChannelDriver
     bool FindsFifoFull(WORD command);
     void Process(Channel& channel);
     void Answer(Channel& channel, const Request& request);
-    void AddReply(Channel& channel, Bytes packet, std::int64_t ready);
+    std::string FindFaults(WORD command, int exchange, int commandExchange) const;
+    void AddReply(Channel& channel, Bytes packet, std::int64_t ready, const std::string& faults);
     ZALCISTATUS Wait(Channel& channel, int milliseconds);
-    void Record(const char* direction, ZALCISTATUS status, const void* packet, std::size_t size);
+    void Record(Direction direction, const Channel* pChannel, ZALCISTATUS status, const void* packet, std::size_t size);
 
     CProcessor& m_Processor;
     const ProcessorDescription& m_Description;
     CJournal& m_Journal;
     std::map<ZALCIHANDLE, Channel> m_Channels;
+    DWORD m_Opened;  // channels so far
     int m_Exchanges;
     std::map<WORD, int> m_CommandExchanges;
     int m_FullFifo;  // attempts to send the next packet that found the FIFO full by fault

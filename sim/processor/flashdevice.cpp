@@ -111,9 +111,12 @@ std::optional<DeviceFlashStatus> CFlashDevice::Upload(std::uint32_t offset, cons
     }
     if (size > m_Header.Size - m_Received) return Refuse(DeviceFlashStatus_Overflow, "too-long");
 
-    const std::int64_t faulty[] = {m_Faults.DeviceErrorAtByte, m_Faults.DiesAtByte, m_Faults.PowerLostAtByte};
-    for (const std::int64_t byte : faulty) {
+    const std::pair<std::int64_t, const char*> faulty[] = {{m_Faults.DeviceErrorAtByte, "device_error_at_byte"},
+                                                           {m_Faults.DiesAtByte, "dies_at_byte"},
+                                                           {m_Faults.PowerLostAtByte, "power_lost_at_byte"}};
+    for (const auto& [byte, name] : faulty) {
         if (!IsWithin(byte, offset, size)) continue;
+        m_Journal.GetCapture().NoteFault(std::string("processor.") + name);
         Store(data, static_cast<std::uint32_t>(byte - offset));
         if (byte == m_Faults.DeviceErrorAtByte) return Refuse(DeviceFlashStatus_Error, "device-error");
         const bool power = byte == m_Faults.PowerLostAtByte;

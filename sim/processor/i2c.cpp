@@ -21,7 +21,7 @@ std::map<std::string, I2CReader>& Readers()
 
 I2CDescription DescribeDevice(CFields& device, CFields& faults)
 {
-    return {device.Numeric<std::uint8_t>("bus", 0), device.Numeric<std::uint16_t>("address", 0),
+    return {device.Numeric<std::uint8_t>("bus", 0), device.Numeric<std::uint16_t>("address", 0), device.Text("type"),
             device.Choice("type", Readers())(device, faults)};
 }
 
@@ -47,7 +47,8 @@ I2CBusesDescription DescribeI2CBuses(CFields& processor, CFields& faults)
     });
 }
 
-CI2CBuses::CI2CBuses(const I2CBusesDescription& description, I2CSite site) : m_Refusals(description.Refusals)
+CI2CBuses::CI2CBuses(const I2CBusesDescription& description, I2CSite site)
+    : m_Capture(site.Journal.GetCapture()), m_Refusals(description.Refusals)
 {
     for (const I2CDescription& device : description.Devices) {
         site.Bus = device.Bus;
@@ -58,10 +59,22 @@ CI2CBuses::CI2CBuses(const I2CBusesDescription& description, I2CSite site) : m_R
 
 bool CI2CBuses::Transfer(int bus, int address, const I2CDevice::Bytes& write, I2CDevice::Bytes& read)
 {
+    const CAPTURE_I2C start = {static_cast<BYTE>(bus), static_cast<WORD>(address), static_cast<BYTE>(read.size())};
+    std::string request(reinterpret_cast<const char*>(&start), sizeof start);
+    request.append(write.begin(), write.end());
+    m_Capture.AddRequest(Wire::I2C, 0, request.data(), request.size());
+    const bool done = Acknowledges(bus, address, write, read);
+    m_Capture.AddReply(Wire::I2C, 0, done ? 0 : 1, read.data(), done ? read.size() : 0);
+    return done;
+}
+
+bool CI2CBuses::Acknowledges(int bus, int address, const I2CDevice::Bytes& write, I2CDevice::Bytes& read)
+{
     const auto device = m_Devices.find({bus, address});
     if (device == m_Devices.end()) return false;
     if (m_Refusals > 0) {
         m_Refusals--;
+        m_Capture.NoteFault("processor.i2c.no_acknowledge");
         return false;
     }
     return (write.empty() || device->second->Write(write)) && (read.empty() || device->second->Read(read));

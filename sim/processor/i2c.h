@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -57,6 +58,7 @@ struct I2CDescription
 {
     std::uint8_t Bus;
     std::uint16_t Address;
+    std::string Type;
     I2CMaker Make;
 };
 
@@ -80,7 +82,10 @@ class CI2CBuses
     bool Transfer(int bus, int address, const I2CDevice::Bytes& write, I2CDevice::Bytes& read);
 
   private:
+    bool Acknowledges(int bus, int address, const I2CDevice::Bytes& write, I2CDevice::Bytes& read);
+
     std::map<std::pair<int, int>, std::unique_ptr<I2CDevice>> m_Devices;
+    CCapture& m_Capture;
     int m_Refusals;
 };
 

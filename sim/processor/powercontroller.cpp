@@ -152,7 +152,11 @@ class CPowerController : public I2CDevice
         Load();
         m_Reply.clear();
         m_Transactions++;
-        if (m_Faults.NoAcknowledge.Has(m_Transactions) || CClock::Instance().Now() < m_AnswersAgain) return false;
+        if (m_Faults.NoAcknowledge.Has(m_Transactions)) {
+            NoteFault("no_acknowledge");
+            return false;
+        }
+        if (CClock::Instance().Now() < m_AnswersAgain) return false;
         const bool taken = bytes.size() > WriteRequest ? TakePacket(bytes) : AccessRegister(bytes);
         TellProcessor();
         return taken;
@@ -166,6 +170,11 @@ class CPowerController : public I2CDevice
     }
 
   private:
+    void NoteFault(const char* name)
+    {
+        m_Journal.GetCapture().NoteFault(std::string("processor.i2c.power_controller.") + name);
+    }
+
     bool AccessRegister(const Bytes& request);
     bool TakePacket(const Bytes& packet);
     bool HasRegister(int number) const;
@@ -264,7 +273,10 @@ bool CPowerController::AccessRegister(const Bytes& request)
         SetRegister(number, static_cast<std::uint16_t>(request[1] | request[2] << 8));
         m_Reply = {request[3]};
     }
-    if (m_Faults.BadChecksum.Has(++m_Accesses)) m_Reply.back() ^= 1;
+    if (m_Faults.BadChecksum.Has(++m_Accesses)) {
+        m_Reply.back() ^= 1;
+        NoteFault("bad_checksum");
+    }
     return true;
 }
 
@@ -279,6 +291,7 @@ void CPowerController::OpenKeyhole(std::uint16_t value)
 {
     const bool opens =
         value == KeyholeValue && (GetRegister(m_Set.ControlRegister) & Control_Update) && !m_Faults.NeverUnlocks;
+    if (m_Faults.NeverUnlocks) NoteFault("never_unlocks");
     m_Journal.Write("power-controller %s value=%04X", opens ? "unlock" : "keyhole-ignored", value);
     if (opens) Start(true);
 }
@@ -295,6 +308,7 @@ bool CPowerController::TakePacket(const Bytes& packet)
 void CPowerController::Reset()
 {
     const bool leaves = m_Loader.GetVersion() && !m_Faults.NeverLeavesBootLoader;
+    if (m_Faults.NeverLeavesBootLoader) NoteFault("never_leaves_boot_loader");
     m_Journal.Write("power-controller %s", leaves ? "reset" : "reset-ignored");
     if (!leaves) return;
     for (auto entry = m_Registers.begin(); entry != m_Registers.end();)

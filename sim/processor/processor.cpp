@@ -144,6 +144,7 @@ void CProcessor::Advance()
     const CServerFolder::Lock lock(m_Folder);
     Save();
     m_Version = GetFirmware(m_Description.Flash, m_Version).value_or(m_Version);
+    if (m_Description.Faults.StaysAway) m_Journal.GetCapture().NoteFault("processor.stays_away");
     m_Journal.Write("processor reset version=%d.%02d", m_Version.Major, m_Version.Minor);
 }
 

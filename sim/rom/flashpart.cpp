@@ -112,13 +112,35 @@ bool CFlashPart::IsSelected() const
     return m_Running.Header && std::find(names.begin(), names.end(), m_Selected) != names.end();
 }
 
+void CFlashPart::Record(FlashOperation operation, Direction direction, DWORD status, const void* bytes,
+                        std::size_t size) const
+{
+    m_Journal.GetCapture().Add(Wire::FlashTable, {direction, status, 0, static_cast<DWORD>(operation)}, bytes, size);
+}
+
+void CFlashPart::Select(const std::string& name)
+{
+    m_Selected = name;
+    Record(FlashOperation::Select, Direction::Request, 0, name.data(), name.size());
+}
+
 TABLE_QUERY_RESULT CFlashPart::Query() const
+{
+    const TABLE_QUERY_RESULT result = Find();
+    Record(FlashOperation::Query, Direction::Reply, 0, &result, sizeof result);
+    return result;
+}
+
+TABLE_QUERY_RESULT CFlashPart::Find() const
 {
     if (!IsSelected()) return {};
     TABLE_QUERY_RESULT result = {};
     result.TableAddr = 0xFFFF0000;
     result.TableSize = static_cast<DWORD>(m_Table.size());
-    if (m_Description.Faults.NoHeader) return result;
+    if (m_Description.Faults.NoHeader) {
+        m_Journal.GetCapture().NoteFault("flash.no_header");
+        return result;
+    }
     result.HeaderAddr = static_cast<DWORD>(BiosAreaAddress + m_Running.Header->Offset);
     result.HeaderSize = static_cast<DWORD>(m_Running.Header->Size);
     return result;
@@ -127,7 +149,9 @@ TABLE_QUERY_RESULT CFlashPart::Query() const
 bool CFlashPart::ReadHeader(void* buffer) const
 {
     if (!buffer || !IsSelected()) return false;
-    std::memcpy(buffer, m_Running.BiosArea.data() + m_Running.Header->Offset, Query().HeaderSize);
+    const DWORD size = Find().HeaderSize;
+    std::memcpy(buffer, m_Running.BiosArea.data() + m_Running.Header->Offset, size);
+    Record(FlashOperation::ReadHeader, Direction::Reply, 0, buffer, size);
     return true;
 }
 
@@ -135,12 +159,14 @@ bool CFlashPart::ReadTable(void* buffer) const
 {
     if (!buffer || !IsSelected()) return false;
     std::memcpy(buffer, m_Table.data(), m_Table.size());
+    Record(FlashOperation::ReadTable, Direction::Reply, 0, buffer, m_Table.size());
     return true;
 }
 
 bool CFlashPart::WriteTable(const void* table, std::size_t size)
 {
     const bool takes = table && IsSelected() && size == m_Table.size();
+    Record(FlashOperation::WriteTable, Direction::Request, takes ? 0 : 1, table, table ? size : 0);
     m_Journal.Write("flash write-table size=%zu%s", size, takes ? "" : " refused");
     if (!takes) return false;
     const auto* pBytes = static_cast<const std::uint8_t*>(table);
@@ -150,6 +176,7 @@ bool CFlashPart::WriteTable(const void* table, std::size_t size)
 
 void CFlashPart::CorruptNvram()
 {
+    Record(FlashOperation::CorruptNvram, Direction::Request, 0, nullptr, 0);
     m_Journal.Write("flash corrupt-nvram");
 }
 
@@ -162,8 +189,10 @@ void CFlashPart::Execute(TABLE_EXEC_REQUEST& request)
     const char* pszName = request.TableNumber <= FlashTable_OsCleanup ? szTableNames[request.TableNumber] : "unknown";
     m_Journal.Write("flash start table=%u name=%s size=%u sps=%d", request.TableNumber, pszName, request.BufferSize,
                     request.IsSpsFlash);
+    Record(FlashOperation::Execute, Direction::Request, 0, &request, sizeof request);
     request.Status = Run(request);
     Save();
+    Record(FlashOperation::Execute, Direction::Reply, request.Status, &request, sizeof request);
     m_Journal.Write("flash end table=%u name=%s status=%u", request.TableNumber, pszName, request.Status);
 }
 
@@ -175,6 +204,7 @@ DWORD CFlashPart::Run(TABLE_EXEC_REQUEST& request)
     if (table > FlashTable_OsCleanup) return FlashStatus_UnknownTable;
     if (!IsWellFormed(request)) return FlashStatus_BadRequest;
     LosePower(table, 0);
+    if (fails) m_Journal.GetCapture().NoteFault("flash.fails_at_table");
     if (table != FlashTable_Setup && !m_bSetUp) return FlashStatus_NotSetUp;
 
     DWORD status = FlashStatus_OK;
@@ -217,6 +247,8 @@ DWORD CFlashPart::Program(const TABLE_EXEC_REQUEST& request, std::size_t bytes)
     for (std::size_t offset = 0; offset + BlockSize <= bytes; offset += BlockSize) {
         if (m_Description.Faults.StuckBlock != static_cast<int>(offset / BlockSize))
             WriteBlock(offset, pImage + offset);
+        else
+            m_Journal.GetCapture().NoteFault("flash.stuck_block");
         LosePower(FlashTable_Program, offset / BlockSize + 1);
     }
     return FlashStatus_OK;
@@ -237,6 +269,7 @@ void CFlashPart::LosePower(DWORD table, std::size_t block)
     if (faults.PowerLostAtTable != static_cast<int>(table) || faults.PowerLostAfterBlocks != static_cast<int>(block))
         return;
     Save();
+    m_Journal.GetCapture().NoteFault("flash.power_lost_at_table");
     m_Journal.Write("flash power-lost table=%u blocks=%zu", table, block);
     m_Folder.LosePower();
 }

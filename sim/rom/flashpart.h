@@ -53,7 +53,7 @@ class CFlashPart
 
     // The driver library's operations; tables are those of the ROM that runs. False: there is none selected, the buffer
     // is null, or a table that is written does not have the size of the one there is.
-    void Select(const std::string& name) { m_Selected = name; }
+    void Select(const std::string& name);
     TABLE_QUERY_RESULT Query() const;
     bool ReadHeader(void* buffer) const;
     bool ReadTable(void* buffer) const;
@@ -74,6 +74,8 @@ class CFlashPart
     void WriteBlock(std::size_t offset, const std::uint8_t* bytes);
     void LosePower(DWORD table, std::size_t block);
     bool IsSelected() const;
+    TABLE_QUERY_RESULT Find() const;
+    void Record(FlashOperation operation, Direction direction, DWORD status, const void* bytes, std::size_t size) const;
 
     const FlashPartDescription& m_Description;
     CServerFolder& m_Folder;

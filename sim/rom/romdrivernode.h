@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "sim/base/capture.h"
 #include "sim/base/device.h"
 #include "sim/base/memory.h"
 #include "sim/rom/romdescription.h"
@@ -11,6 +12,6 @@ namespace sim
 {
 
 // The open device, or null with errno when the server does not have it.
-std::unique_ptr<IDevice> OpenRomDriver(const CMemory& memory, const RomDriverDescription& driver);
+std::unique_ptr<IDevice> OpenRomDriver(const CMemory& memory, const RomDriverDescription& driver, CCapture& capture);
 
 }  // namespace sim
