@@ -205,7 +205,7 @@ ULONG CFirmwareComponent::Install(BOOL silent, PLOGFN logger, LPTSTR resultStr, 
         logger("%s\n", resultStr);
         return ReturnCodeNoTarget;
     }
-    const CHoldSignals hold;
+    HoldSignals();
     try {
         return CComponent::Install(silent, logger, resultStr, resultLength, language);
     } catch (const std::bad_alloc&) {

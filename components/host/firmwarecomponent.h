@@ -27,8 +27,8 @@ class CFirmwareComponent : public CComponent
     // Refuses a package description and settings that no package has, before anything reads them.
     void Initialize() override;
 
-    // As the base's, but on a server without the device: ReturnCodeNoTarget. Holds signals while it writes. When memory
-    // runs out the text says so, and what state the device is in.
+    // As the base's, but on a server without the device: ReturnCodeNoTarget. Holds signals from before it writes to the
+    // end of the process. When memory runs out the text says so, and what state the device is in.
     ULONG Install(BOOL silent, PLOGFN logger, LPTSTR resultStr, ULONG resultLength, LPCTSTR language) override;
 
   protected:

@@ -1,6 +1,7 @@
 #include "host.h"
 
 #include <fcntl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -11,7 +12,7 @@
 #include "propertytable.h"
 #include "util.h"
 
-CStr g_InstallLocalDir(".");
+CStr g_InstallLocalDir;
 
 namespace
 {
@@ -123,13 +124,18 @@ void PrintLine(const char* format, ...)
     std::fflush(stdout);  // a progress bar is no whole line
 }
 
-// What is opened later must not take the place of a standard descriptor, where it would get what is printed.
-bool OpenStandardDescriptors()
+// What is opened later must not take the place of a standard descriptor, where it would get what is printed. Goes to
+// the kernel itself: nothing that could have taken over the C library's calls is set up so early.
+void OpenStandardDescriptors()
 {
-    for (int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-        if (fcntl(descriptor, F_GETFD) < 0 && open("/dev/null", O_RDWR) != descriptor) return false;
-    return true;
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (syscall(SYS_fcntl, descriptor, F_GETFD) < 0 &&
+            syscall(SYS_openat, AT_FDCWD, "/dev/null", O_RDWR) != descriptor)
+            _exit(ReturnCodeCouldNotRun);
 }
+
+// Runs before the constructors of any library, which may open something too.
+[[gnu::section(".preinit_array"), gnu::used]] void (*const OpenFirst)() = OpenStandardDescriptors;
 
 int Run(CFirmwareComponent& component, const Switches& switches, int argc, char** argv)
 {
@@ -162,7 +168,6 @@ int Run(CFirmwareComponent& component, const Switches& switches, int argc, char*
 
 int RunComponent(std::unique_ptr<CFirmwareComponent> (*make)(), int argc, char** argv)
 {
-    if (!OpenStandardDescriptors()) return ReturnCodeCouldNotRun;
     static char szLine[BUFSIZ];
     std::setvbuf(stdout, szLine, _IOLBF, sizeof szLine);  // progress is seen as it happens, also through a pipe
     try {
@@ -172,6 +177,7 @@ int RunComponent(std::unique_ptr<CFirmwareComponent> (*make)(), int argc, char**
             std::fprintf(valid ? stdout : stderr, szUsage, argc > 0 ? argv[0] : "installer");
             return valid ? ReturnCodeNone : ReturnCodeCouldNotRun;
         }
+        g_InstallLocalDir = ".";
         const std::unique_ptr<CFirmwareComponent> pComponent = make();
         return Run(*pComponent, switches, argc, argv);
     } catch (const std::bad_alloc&) {

@@ -1,18 +1,6 @@
-// Keeps signals from a part of the program that must not be cut off.
+// Keeps signals from hardware that is being written.
 #pragma once
 
-#include <signal.h>
-
-// While an object lives, every signal that can be held is held: hardware that is being written is written to its end.
-// The object drops the signals that came meanwhile when it goes; what they wanted to end is over then.
-class CHoldSignals
-{
-  public:
-    CHoldSignals();
-    ~CHoldSignals();
-    CHoldSignals(const CHoldSignals&) = delete;
-    CHoldSignals& operator=(const CHoldSignals&) = delete;
-
-  private:
-    sigset_t m_Before;
-};
+// Holds every signal that can be held, to the end of the process: hardware that is being written is written to its end,
+// and what a signal wanted to cut off then ends by itself, with its own last words and exit status.
+void HoldSignals();

@@ -1,3 +1,7 @@
+#include <csignal>
+#include <cstdlib>
+
+#include "host/signals.h"
 #include "tests/installers/installer.h"
 
 namespace fs = std::filesystem;
@@ -77,6 +81,20 @@ TEST_F(DeviceFirmware, RefusesAPackageThatIsNotWhole)
         EXPECT_TRUE(Ends(7, c.second));
         Restore("settings.ini");
     }
+    const std::tuple<const char*, const char*, const char*> files[] = {
+        {"qxdevicefw.xml", "truncate -s 5G", "more than the 1048576 that a package description may have."},
+        {"settings.ini", "mkfifo", "The file settings.ini is no regular file."},
+        {"tamberline_1.3.2.fw", "ln -s /dev/zero", "The device image tamberline_1.3.2.fw is no regular file."},
+        {"tamberline_1.3.2.fw", "truncate -s 2G", "more than the 67108864 that such an image may have."},
+    };
+    for (const auto& [file, command, says] : files) {
+        const fs::path path = m_Package.Path() / file;
+        fs::remove(path);
+        ASSERT_EQ(0, RunCommand(command + (" " + path.string()), m_Output));
+        EXPECT_TRUE(Ends(7, says));
+        fs::remove(path);
+        Restore(file);
+    }
     Edit("settings.ini", "Handler = TMBR", "Handler = Nobody");
     EXPECT_TRUE(Ends(7, "the management processor can't flash this device. The Tamberline controller was not touched"));
 }
@@ -101,4 +119,28 @@ TEST_F(DeviceFirmware, SaysWhatStateAFailureLeavesAndRecovers)
         }
         EXPECT_TRUE(Ends(0, "1.3.2 was flashed and runs.", RackServer(), "/f"));
     }
+}
+
+TEST_F(DeviceFirmware, IsEndedByNoSignalThatCanBeHeld)
+{
+    const auto last = [] {
+        HoldSignals();
+        for (int signal = 1; signal <= 64; signal++)
+            if (signal != SIGKILL && signal != SIGSTOP) kill(getpid(), signal);
+        std::_Exit(3);
+    };
+    EXPECT_EXIT(last(), testing::ExitedWithCode(3), "");
+}
+
+TEST_F(DeviceFirmware, PrintsIntoNoDeviceWhereTheStandardDescriptorsAreClosed)
+{
+    m_Server.Write("server.json", RackServer());
+    const std::string log = (m_Server.Path() / "log").string();
+    EXPECT_EQ(0, RunCommand("(exec 0<&- 1>&- 2>&-; QVFLASHLOG=" + log + " " + ZALSIM + " --server " +
+                                m_Server.Path().string() + " -- '" PACKAGES "/devicefw/devicefw' /y " +
+                                m_Package.Path().string() + ")",
+                            m_Output));
+    for (const char* descriptor : {"0x0", "0x1", "0x2"})
+        EXPECT_EQ(std::string::npos, ReadFile(log).find(std::string("VALUE OF cruFd [") + descriptor + "]"));
+    EXPECT_NE(std::string::npos, ReadFile(log).find("VALUE OF cruFd ["));
 }
