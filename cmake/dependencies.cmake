@@ -31,6 +31,20 @@ if(FLASHLIB_SIMULATOR)
     find_package(CLI11 REQUIRED CONFIG)
 endif()
 
+if(FLASHLIB_TOOLS AND FLASHLIB_32BIT)
+    add_library_i386(SQLite libsqlite3.a sqlite3.h)
+elseif(FLASHLIB_TOOLS)
+    find_library(SQLITE_LIBRARY libsqlite3.a REQUIRED)
+    find_path(SQLITE_INCLUDE_DIR sqlite3.h REQUIRED)
+    add_library(SQLite UNKNOWN IMPORTED)
+    set_target_properties(SQLite PROPERTIES IMPORTED_LOCATION "${SQLITE_LIBRARY}"
+                                            INTERFACE_INCLUDE_DIRECTORIES "${SQLITE_INCLUDE_DIR}")
+endif()
+if(FLASHLIB_TOOLS)
+    # What the archive needs itself.
+    set_target_properties(SQLite PROPERTIES INTERFACE_LINK_LIBRARIES "m;${CMAKE_DL_LIBS}")
+endif()
+
 if(FLASHLIB_BENCH AND FLASHLIB_32BIT)
     add_library_i386(Zlib libz.a zlib.h)
     add_library_i386(MuParser libmuparser.so muParserInt.h)

@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "sim/bmc/ipminode.h"
+#include "sim/bootid.h"
 #include "sim/images/romimage.h"
 #include "sim/rom/romdrivernode.h"
 #include "sim/smbios/smbiosnode.h"
@@ -40,10 +41,12 @@ const std::map<std::string, DeviceNode>& DeviceNodes()
     static const auto ipmi = [](CServer& server) {
         return OpenIpmiNode(server.GetBmc(), server.GetDescription().Ipmi, server.GetCapture());
     };
+    static const auto bootId = [](CServer& server) { return OpenBootId(server.GetFolder()); };
     static const auto& nodes = *new std::map<std::string, DeviceNode>{
         {"/vmfs/devices/char/mem/smbios", {O_RDONLY, smbios}},
         {"/dev/qvrcru", {O_RDWR, romDriver}},
         {"/dev/ipmi0", {O_RDWR, ipmi}},
+        {"/proc/sys/kernel/random/boot_id", {O_RDONLY, bootId}},
     };
     return nodes;
 }

@@ -1,6 +1,7 @@
 #include "support/printable.h"
 
 #include <cstdint>
+#include <sstream>
 
 namespace
 {
@@ -62,4 +63,12 @@ std::string Printable(const std::string& text)
             shown += '?';
     }
     return shown;
+}
+
+std::string PrintableLines(const std::string& text)
+{
+    std::istringstream lines(text);
+    std::string result;
+    for (std::string line; std::getline(lines, line);) result += Printable(line) + (lines.eof() ? "" : "\n");
+    return result;
 }

@@ -54,7 +54,8 @@ class Zaldeploy : public testing::Test
     // Waits for whatever has descriptor 9, too: for what a package leaves behind.
     int RunScripts(const std::string& command)
     {
-        return Run(command + " " + m_Packages.Path().string() + " 9>&1 </dev/null");
+        return Run(command + " --state " + m_Server.Path().string() + " " + m_Packages.Path().string() +
+                   " 9>&1 </dev/null");
     }
     bool Says(const std::string& text) const { return m_Output.find(text) != std::string::npos; }
 
@@ -75,6 +76,16 @@ class Zaldeploy : public testing::Test
     fs::path AddSound(const std::string& name, const std::string& install, const std::string& offered = "2.0")
     {
         return Add(name, "#!/bin/sh\ninstall() { " + install + "\n}\n" + Script, offered);
+    }
+
+    // What the history tells of an installation, the newest first, as the database's own tool reads it.
+    std::string Rows(const std::string& columns)
+    {
+        std::string rows;
+        RunCommand("sqlite3 $(find " + m_Server.Path().string() + " -name history.db) 'SELECT " + columns +
+                       " FROM history ORDER BY id DESC'",
+                   rows);
+        return rows;
     }
 
     Json Offers() const { return Json::parse(m_Output).at("packages"); }
@@ -263,6 +274,76 @@ TEST_F(Zaldeploy, BelievesTheDeviceAndNotTheInstaller)
         EXPECT_EQ(c.Now, outcome.at("now")) << c.Install;
         EXPECT_NE(std::string::npos, outcome.at("message").get<std::string>().find(c.Message)) << c.Install << outcome;
         fs::remove_all(folder);
+        fs::remove(m_Server.Path() / "history.db");
+    }
+}
+
+TEST_F(Zaldeploy, RecordsWhatDiscoveryFindsAndNotWhatWasAnnounced)
+{
+    UseRack();
+    EXPECT_EQ(0, RunOnServer("history"));
+    EXPECT_TRUE(Says("Nothing was installed yet.")) << m_Output;
+    EXPECT_EQ(2, RunOnServer("install --yes '" PACKAGES "/systemrom' '" PACKAGES "/devicefw'")) << m_Output;
+    const std::string columns = "component, serial, device, from_version, to_version, action, result, status";
+    EXPECT_EQ(
+        "Quorvant Tamberline Controller Firmware|SIM7400001|TMBR|1.2.5|1.3.2|upgrade|installed|0\n"
+        "Quorvant System ROM - P70|SIM7400001|P70|2.30 (09/12/2019)||upgrade|waiting for restart|2\n",
+        Rows(columns));
+    EXPECT_EQ("1\n1\n", Rows("log_excerpt LIKE \"%CComponent::Install:%\" AND seconds > 0"));
+    EXPECT_EQ(2, RunOnServer("plan --json '" PACKAGES "/systemrom'"));
+    ExpectSchema("zaldeploy.plan");
+    EXPECT_EQ("waiting", Offers().at(0).at("verdict"));
+    EXPECT_EQ("waiting for restart", Json::parse(m_Output).at("unfinished").at(0).at("result"));
+
+    // What is flashed meanwhile is what counts.
+    EXPECT_EQ(2, RunOnServer("install --yes --force '" PACKAGES "/systemrom'")) << m_Output;
+    RunCommand(ZALSIM " --restart --server " + m_Server.Path().string(), m_Output);
+    EXPECT_EQ(0, RunOnServer("'" PACKAGES "/systemrom'")) << m_Output;
+    EXPECT_FALSE(Says("restart")) << m_Output;
+    EXPECT_EQ("installed|2.40 (03/15/2021)\ninstalled|1.3.2\nreplaced|\n", Rows("result, to_version"));
+    EXPECT_EQ(0, RunOnServer("history --json"));
+    ExpectSchema("zaldeploy.history");
+
+    // A ROM that does not start.
+    EXPECT_EQ(2, RunOnServer("install --yes --force '" PACKAGES "/systemrom'")) << m_Output;
+    m_Server.Write("rom.bin", std::string(1 << 20, 'x'));
+    RunCommand(ZALSIM " --restart --server " + m_Server.Path().string(), m_Output);
+    EXPECT_EQ(1, RunOnServer("'" PACKAGES "/systemrom'")) << m_Output;
+    EXPECT_EQ("failed|6|Incomplete", Rows("result, status, to_version").substr(0, 19));
+}
+
+TEST_F(Zaldeploy, TellsOfAnInstallationThatWasInterrupted)
+{
+    AddSound("fan", "echo half > device; kill -KILL $PPID; sleep 0.1");
+    EXPECT_EQ(128 + SIGKILL, RunScripts("install --yes")) << m_Output;
+    EXPECT_EQ("interrupted|1.0||6\n", Rows("result, from_version, to_version, status"));
+    EXPECT_EQ(1, RunScripts("plan"));
+    EXPECT_EQ(0u, m_Output.find("An installation was interrupted: Fan, from 1.0 to 2.0, begun on 20")) << m_Output;
+    EXPECT_EQ("interrupted|half\n", Rows("result, to_version"));
+    AddSound("fan", "echo 2.0 > device; echo Done.");
+    m_Packages.Write("fan/device", "half\n");
+    EXPECT_EQ(0, RunScripts("install --yes")) << m_Output;
+    EXPECT_EQ(0, RunScripts("plan"));
+    EXPECT_FALSE(Says("interrupted")) << m_Output;
+    EXPECT_EQ("installed|2.0\ninterrupted|half\n", Rows("result, to_version"));
+}
+
+TEST_F(Zaldeploy, InstallsWithoutAHistory)
+{
+    const std::string file = (m_Server.Path() / "history.db").string();
+    const std::pair<std::string, const char*> cases[] = {
+        {"head -c 4000 /dev/urandom > " + file, "can't be used (file is not a database)"},
+        {"rm " + file + "; mkdir " + file, "it is no regular file"},
+        {"rmdir " + file + "; sqlite3 " + file + " 'PRAGMA user_version = 9'", "one of another version"},
+        {"rm " + file + "; ln -s /nowhere/history.db " + file, "unable to open database file"},
+    };
+    AddSound("fan", "echo Done.");
+    for (const auto& c : cases) {
+        RunCommand(c.first, m_Output);
+        m_Packages.Write("fan/device", "2.0");
+        EXPECT_EQ(0, RunScripts("install --yes --force")) << m_Output;
+        EXPECT_TRUE(Says(c.second)) << m_Output;
+        EXPECT_TRUE(Says("installed: Done.")) << m_Output;
     }
 }
 
@@ -331,7 +412,8 @@ TEST_F(Zaldeploy, FitsTheScreen)
     UseRack();
     for (const int width : {60, 80, 130}) {
         const std::string columns = "COLUMNS=" + std::to_string(width) + " " ZALDEPLOY " --server ";
-        for (const char* command : {" '" PACKAGES "'", " inventory", " install --yes --force '" PACKAGES "'"}) {
+        for (const char* command :
+             {" '" PACKAGES "'", " inventory", " install --yes --force '" PACKAGES "'", " history"}) {
             RunCommand(columns + m_Server.Path().string() + command, m_Output);
             std::istringstream lines(m_Output);
             for (std::string line; std::getline(lines, line);)

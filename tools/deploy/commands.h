@@ -13,5 +13,8 @@ int RunInstall(const DeployOptions& options);
 // Shows what the server is made of, and changes nothing. argv starts this program anew on a simulated server.
 int RunInventory(const DeployOptions& options, char** argv);
 
+// Shows what was installed before, and changes nothing.
+int RunHistory(const DeployOptions& options);
+
 // What packages offer: the first step of plan and install.
 Offers AskPackages(Session& session);

@@ -15,6 +15,8 @@ int StatusOf(Verdict verdict)
     switch (verdict) {
         case Verdict_Install:
             return DeployStatus_Offered;
+        case Verdict_Waiting:
+            return DeployStatus_Restart;
         case Verdict_NotAllowed:
             return DeployStatus_NotAllowed;
         case Verdict_Failed:

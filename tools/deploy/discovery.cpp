@@ -58,6 +58,14 @@ void DecideWithoutDocument(Session& session, Offer& offer, const InstallerRun& r
     Decide(offer, Verdict_Failed, why);
 }
 
+// What an earlier installation has left for the restart need not be installed once more.
+void DecideWaiting(Offer& offer, const HistoryEntry& waiting)
+{
+    if (offer.IsOffered() && CompareVersions(offer.Found.Offered, waiting.OfferedVersion) <= 0)
+        Decide(offer, Verdict_Waiting,
+               waiting.OfferedVersion + " is installed and waits for the restart; --force writes this version again.");
+}
+
 }  // namespace
 
 Offer Discover(Session& session, const Package& package, const std::string& label)
@@ -84,6 +92,8 @@ Offer Discover(Session& session, const Package& package, const std::string& labe
         return offer;
     }
     DecideByWord(offer, session.Options.Force);
+    const std::optional<HistoryEntry> waiting = session.History.Settle(offer.Found);
+    if (waiting && !session.Options.Force) DecideWaiting(offer, *waiting);
     return offer;
 }
 

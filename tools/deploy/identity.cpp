@@ -1,5 +1,6 @@
 #include "tools/deploy/identity.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -8,6 +9,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "support/descriptor.h"
 #include "support/printable.h"
 #include "tools/simulated.h"
 #include "zalph.h"
@@ -25,7 +27,7 @@ std::vector<BYTE> ReadTable()
     unsigned int size = 0;
     const std::unique_ptr<unsigned char[]> region(CSMBIOS().GetSMBiosMemoryHeader(size));
     if (!region || size > 0x10000) return {};
-    for (std::size_t i = 0; i + sizeof(SMBIOSEntryPoint) <= size; i += 16) {
+    for (std::size_t i = 0; i + sizeof(SMBIOSEntryPoint) <= size; i += 4) {
         SMBIOSEntryPoint entry;
         std::memcpy(&entry, region.get() + i, sizeof entry);
         if (std::memcmp(entry.sAnchorString, "_SM_", sizeof entry.sAnchorString) != 0) continue;
@@ -72,11 +74,21 @@ std::string HostName()
     return szName;
 }
 
+std::string ReadBoot()
+{
+    char szBoot[64] = "";
+    const CDescriptor file(open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC));
+    const ssize_t length = read(file.Get(), szBoot, sizeof szBoot);
+    const std::string boot(szBoot, static_cast<std::size_t>(length < 0 ? 0 : length));
+    return boot.substr(0, boot.find('\n'));
+}
+
 }  // namespace
 
 Identity ReadOwnIdentity()
 {
-    return {Printable(HostName()), Printable(CSystem().GetProductName().GetAnsiString()), Printable(ReadSerial())};
+    return {Printable(HostName()), Printable(CSystem().GetProductName().GetAnsiString()), Printable(ReadSerial()),
+            Printable(ReadBoot())};
 }
 
 Identity ReadIdentity(CProcessRunner& runner, const DeployOptions& options)
@@ -84,9 +96,9 @@ Identity ReadIdentity(CProcessRunner& runner, const DeployOptions& options)
     std::vector<std::string> command = {OwnProgram(), "identity"};
     if (!options.Server.empty()) command = OnServer(options.Server, command);
     const ProcessResult result = runner.Run(command, MaxSeconds, TimeLimit_End);
-    if (result.End == ProcessEnd_Exited && result.Status == 0 && result.Output.size() == 3)
-        return {result.Output[0], result.Output[1], result.Output[2]};
-    if (options.Server.empty() || result.End == ProcessEnd_Stopped) return {HostName(), "", ""};
+    if (result.End == ProcessEnd_Exited && result.Status == 0 && result.Output.size() == 4)
+        return {result.Output[0], result.Output[1], result.Output[2], result.Output[3]};
+    if (options.Server.empty() || result.End == ProcessEnd_Stopped) return {HostName(), "", "", ""};
     std::string reason = LastLine(result.Errors);
     const std::string mark = "zalsim: ";
     if (reason.rfind(mark, 0) == 0) reason.erase(0, mark.size());
@@ -96,5 +108,6 @@ Identity ReadIdentity(CProcessRunner& runner, const DeployOptions& options)
 void PrintIdentity()
 {
     const Identity identity = ReadOwnIdentity();
-    std::printf("%s\n%s\n%s\n", identity.Host.c_str(), identity.Product.c_str(), identity.Serial.c_str());
+    std::printf("%s\n%s\n%s\n%s\n", identity.Host.c_str(), identity.Product.c_str(), identity.Serial.c_str(),
+                identity.Boot.c_str());
 }

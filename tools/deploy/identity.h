@@ -12,6 +12,7 @@ struct Identity
     std::string Host;  // its name in the network
     std::string Product;
     std::string Serial;
+    std::string Boot;  // names its start; the next one has another name
 };
 
 // Of the server that this process runs on. Product and serial number are those of the SMBIOS system information record.

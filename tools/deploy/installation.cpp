@@ -96,6 +96,8 @@ std::vector<std::string> InstallCommand(const Offer& offer, const DeployOptions&
 void Install(Session& session, Offer& offer)
 {
     if (!LookAgain(session, offer)) return;
+    const std::uintmax_t logStart = session.Log.Size();
+    const long long row = session.History.Begin(offer);
     const std::string name = offer.Name();
     const double seconds =
         std::max(session.Options.Timeout, static_cast<double>(offer.Found.Duration) * DurationFactor);
@@ -103,6 +105,7 @@ void Install(Session& session, Offer& offer)
     const InstallerRun run = RunInstaller(session, InstallCommand(offer, session.Options), seconds, TimeLimit_AskFirst,
                                           "Finishing " + name + ", then stopping; do not switch off.");
     session.Screen.End();
+    const std::string logExcerpt = session.Log.Excerpt(logStart);
     const bool stillRuns = run.Process.End == ProcessEnd_StillRuns;
     const Offer after = stillRuns ? Offer() : Discover(session, offer.Package, "Asking " + name + " what runs now");
 
@@ -115,6 +118,7 @@ void Install(Session& session, Offer& offer)
         JudgeStatus(offer, run, after);
     else
         JudgeEnd(offer, run);
+    session.History.Complete(row, offer, logExcerpt);
 }
 
 void LeaveOut(Offer& offer)

@@ -1,7 +1,8 @@
 #include "tools/deploy/jsonoutput.h"
 
 #include <cstdio>
-#include <ctime>
+
+#include "tools/deploy/utc.h"
 
 using Json = nlohmann::ordered_json;
 
@@ -9,17 +10,6 @@ namespace
 {
 
 const int SchemaNumber = 1;
-
-// UTC, as RFC 3339 writes it.
-std::string Now()
-{
-    const std::time_t now = std::time(nullptr);
-    std::tm parts = {};
-    gmtime_r(&now, &parts);
-    char szTime[32];
-    std::strftime(szTime, sizeof szTime, "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return szTime;
-}
 
 }  // namespace
 
@@ -30,7 +20,7 @@ Json JsonHead(const char* schema, const Identity& server)
             {"host", server.Host},
             {"product", TextOrNull(server.Product)},
             {"serial", TextOrNull(server.Serial)},
-            {"time", Now()}};
+            {"time", UtcNow()}};
 }
 
 Json TextOrNull(const std::string& text)

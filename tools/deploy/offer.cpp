@@ -15,7 +15,7 @@ const char* ToText(Action action)
 
 const char* ToText(Verdict verdict)
 {
-    static const char* const names[] = {"install",    "current",     "newer",  "not needed",
+    static const char* const names[] = {"install",    "current",     "newer",  "not needed", "waiting",
                                         "superseded", "not allowed", "failed", "stopped"};
     return names[static_cast<int>(verdict)];
 }

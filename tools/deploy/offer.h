@@ -23,6 +23,7 @@ enum Verdict
     Verdict_Current,     // the device runs this version
     Verdict_Newer,       // the device runs a newer version
     Verdict_NotNeeded,   // the server has no such device, or the package is not for it
+    Verdict_Waiting,     // this version, or a newer one, is installed and waits for a restart
     Verdict_Superseded,  // another package has a newer version for the device
     Verdict_NotAllowed,  // something on this server speaks against it
     Verdict_Failed,      // it could not be found out

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tools/deploy/historyview.h"
 #include "tools/deploy/installation.h"
 #include "tools/deploy/jsonoutput.h"
 #include "tools/deploy/table.h"
@@ -124,6 +125,8 @@ Json ToJson(const char* schema, const Session& session, const Offers& offers)
 {
     Json json = JsonHead(schema, session.Server);
     json["log"] = TextOrNull(session.Log.File.string());
+    json["unfinished"] = ::ToJson(session.Unfinished);
+    json["history_problem"] = TextOrNull(session.History.Problem());
     json["packages"] = Json::array();
     for (const Offer& offer : offers) json["packages"].push_back(ToJson(offer, session.Options));
     json["status"] = WorstStatus(offers);

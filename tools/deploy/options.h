@@ -22,6 +22,7 @@ struct DeployOptions
     std::vector<std::string> Folders;
     std::vector<std::string> Only;  // names of packages; empty: all
     std::string Server;             // folder of a simulated server; empty: this server
+    std::string State;              // folder of history and logs; empty: that of the server
     std::string Log;                // file of the debug log; empty: chosen
     double Timeout = 300;           // seconds
     bool DryRun = false;

@@ -7,6 +7,7 @@
 #include "tools/deploy/commands.h"
 #include "tools/deploy/decision.h"
 #include "tools/deploy/discovery.h"
+#include "tools/deploy/historyview.h"
 #include "tools/deploy/jsonoutput.h"
 
 namespace
@@ -52,6 +53,7 @@ void SelectByFolder(std::vector<Package>& packages, const std::vector<std::strin
 
 Offers AskPackages(Session& session)
 {
+    ShowUnfinished(session.Screen, session.Unfinished);
     std::vector<Package> packages = FindPackages(session.Options.Folders);
     SelectByFolder(packages, session.Options.Only);
     Offers offers;

@@ -7,11 +7,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
+#include <fstream>
 #include <stdexcept>
 #include <vector>
 
+#include "support/printable.h"
 #include "tools/deploy/statefolder.h"
+#include "tools/deploy/utc.h"
 
 namespace fs = std::filesystem;
 
@@ -19,6 +21,7 @@ namespace
 {
 
 const std::size_t MaxLogs = 50;
+const std::size_t MaxExcerpt = 4096;  // bytes
 
 // Why nothing can be written into the file; empty: it can.
 std::string TryToWrite(const fs::path& file)
@@ -32,12 +35,7 @@ std::string TryToWrite(const fs::path& file)
 // "2026-11-25T101500Z-1234.log": names in order of time.
 std::string NewName()
 {
-    const std::time_t now = std::time(nullptr);
-    std::tm parts = {};
-    gmtime_r(&now, &parts);
-    char szTime[32];
-    std::strftime(szTime, sizeof szTime, "%Y-%m-%dT%H%M%SZ", &parts);
-    return std::string(szTime) + "-" + std::to_string(getpid()) + ".log";
+    return UtcNow("%Y-%m-%dT%H%M%SZ") + "-" + std::to_string(getpid()) + ".log";
 }
 
 void RemoveOldest(const fs::path& folder)
@@ -83,6 +81,27 @@ RunLog Choose(const DeployOptions& options)
 }
 
 }  // namespace
+
+std::uintmax_t RunLog::Size() const
+{
+    std::error_code error;
+    const std::uintmax_t size = File.empty() ? 0 : fs::file_size(File, error);
+    return error ? 0 : size;
+}
+
+std::string RunLog::Excerpt(std::uintmax_t start) const
+{
+    const std::uintmax_t size = Size();
+    if (size <= start) return "";
+    const bool cut = size - start > MaxExcerpt;
+    std::ifstream stream(File, std::ios::binary);
+    stream.seekg(static_cast<std::streamoff>(cut ? size - MaxExcerpt : start));
+    std::string text(cut ? MaxExcerpt : static_cast<std::size_t>(size - start), '\0');
+    stream.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(std::max<std::streamsize>(stream.gcount(), 0)));
+    if (cut) text.erase(0, text.find('\n') + 1);
+    return PrintableLines(text);
+}
 
 std::string RunLog::Describe() const
 {

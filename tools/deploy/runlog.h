@@ -1,6 +1,7 @@
 // The debug log of a run.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 
@@ -13,6 +14,11 @@ struct RunLog
 
     // A sentence that names the log, or says why there is none.
     std::string Describe() const;
+
+    // Bytes that are in it now, and the last lines, 4 KiB at most, of what came behind so many; 0 and none where they
+    // can't be read.
+    std::uintmax_t Size() const;
+    std::string Excerpt(std::uintmax_t start) const;
 };
 
 // Chooses the file that installers and this process log into, and sets QVFLASHLOG to it: what --log says, else what

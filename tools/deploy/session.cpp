@@ -1,6 +1,11 @@
 #include "tools/deploy/session.h"
 
 Session::Session(const DeployOptions& options)
-    : Options(options), Screen(options), Log(ChooseLog(options)), Server(ReadIdentity(Runner, options))
+    : Options(options),
+      Screen(options),
+      Log(ChooseLog(options)),
+      Server(ReadIdentity(Runner, options)),
+      History(options, Server, [this](const std::string& problem) { Screen.Notice("zaldeploy: " + problem + "."); }),
+      Unfinished(History.Unfinished())
 {
 }

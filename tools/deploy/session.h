@@ -2,6 +2,7 @@
 #pragma once
 
 #include "support/process.h"
+#include "tools/deploy/history.h"
 #include "tools/deploy/identity.h"
 #include "tools/deploy/options.h"
 #include "tools/deploy/runlog.h"
@@ -19,4 +20,6 @@ struct Session
     RunLog Log;
     CProcessRunner Runner;
     Identity Server;
+    CHistory History;
+    const std::vector<HistoryEntry> Unfinished;  // installations, when this run began
 };

@@ -47,13 +47,23 @@ const char* const InstallFooter =
     "--timeout; then it is asked to end, and is ended when as much time has passed again: one that is writing to a\n"
     "device goes on when asked.";
 
+const char* const HistoryFooter =
+    "Changes nothing. The newest installation comes first; what it says of versions is what discovery has found. It "
+    "is\n"
+    "kept in an SQLite database, history.db in /var/lib/flashlib, in the folder of a simulated server there.";
+
 const char* const InventoryFooter = "Changes nothing. Exit status: 0, or 4 where a part can't be read.";
 
 void AddCommonOptions(CLI::App& command, DeployOptions& options)
 {
     command.add_option("--server", options.Server, "Folder of a simulated server to work on");
-    command.add_option("--log", options.Log, "File of the debug log");
+    command.add_option("--state", options.State, "Folder of history and logs in place of /var/lib/flashlib");
     command.add_flag("--json", options.Json, "Print JSON, for scripts");
+}
+
+void AddLogOption(CLI::App& command, DeployOptions& options)
+{
+    command.add_option("--log", options.Log, "File of the debug log");
 }
 
 // What plan and install take.
@@ -67,6 +77,7 @@ void AddPackageOptions(CLI::App& command, DeployOptions& options)
         ->check(CLI::Range(0.1, 86400.0))
         ->capture_default_str();
     AddCommonOptions(command, options);
+    AddLogOption(command, options);
     CLI::Option* pJson = command.get_option("--json");
     CLI::Option* pQuiet = command.add_flag("--quiet", options.Quiet, "Print only what is a problem")->excludes(pJson);
     command.add_flag("--verbose", options.Verbose, "Print what installers print, and the debug log as it grows")
@@ -79,13 +90,17 @@ struct Commands
     explicit Commands(CLI::App& app)
         : pPlan(app.add_subcommand("plan", "Show what packages offer to the server")),
           pInstall(app.add_subcommand("install", "Install it")),
+          pHistory(app.add_subcommand("history", "Show what was installed when, and with what result")),
           pInventory(app.add_subcommand("inventory", "Show what the server is made of")),
-          pIdentity(app.add_subcommand("identity", "Print host, product and serial number, one a line")->group(""))
+          pIdentity(app.add_subcommand("identity",
+                                       "Print host, product, serial number and the name of this start, one a line")
+                        ->group(""))
     {
     }
 
     CLI::App* pPlan;
     CLI::App* pInstall;
+    CLI::App* pHistory;
     CLI::App* pInventory;
     CLI::App* pIdentity;
 };
@@ -98,8 +113,11 @@ void AddOptions(const Commands& commands, DeployOptions& options)
     AddPackageOptions(*commands.pInstall, options);
     commands.pInstall->add_flag("--yes", options.Yes, "Do not ask");
     commands.pInstall->add_flag("--dry-run", options.DryRun, "Print the commands and run none")->excludes("--quiet");
+    commands.pHistory->footer(HistoryFooter);
+    AddCommonOptions(*commands.pHistory, options);
     commands.pInventory->footer(InventoryFooter);
     AddCommonOptions(*commands.pInventory, options);
+    AddLogOption(*commands.pInventory, options);
 }
 
 // Where the command stands: behind --server, which may come first.
@@ -129,6 +147,7 @@ std::vector<std::string> CommandFirst(const CLI::App& app, std::vector<std::stri
 int Run(const Commands& commands, const DeployOptions& options, char** argv)
 {
     if (commands.pInstall->parsed()) return RunInstall(options);
+    if (commands.pHistory->parsed()) return RunHistory(options);
     if (commands.pInventory->parsed()) return RunInventory(options, argv);
     if (commands.pPlan->parsed()) return RunPlan(options);
     PrintIdentity();

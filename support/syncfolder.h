@@ -1,0 +1,12 @@
+// Folders that are still there after a power cut.
+#pragma once
+
+#include <filesystem>
+
+// Makes a folder, and those above it that are missing, and has the disk keep that. Throws std::runtime_error with a
+// sentence.
+void MakeSyncedFolder(const std::filesystem::path& folder);
+
+// Has the disk keep what stands in the folder: the names that files got, and those that are gone. Throws
+// std::runtime_error with a sentence.
+void SyncFolder(const std::filesystem::path& folder);
