@@ -11,6 +11,7 @@
 
 #include "debug.h"
 #include "sim/base/clock.h"
+#include "sim/entry/exit.h"
 #include "sim/server.h"
 #include "support/files.h"
 #include "util.h"
@@ -161,10 +162,25 @@ int RunCommand(const std::string& command, std::string& output)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+namespace
+{
+
+// A test, too, uses a server as a real one may be used.
+class CConductListener : public testing::EmptyTestEventListener
+{
+    void OnTestEnd(const testing::TestInfo&) override
+    {
+        for (const std::string& complaint : sim::TakeComplaints()) ADD_FAILURE() << complaint;
+    }
+};
+
+}  // namespace
+
 int main(int argc, char** argv)
 {
     testing::InitGoogleTest(&argc, argv);
     testing::FLAGS_gtest_death_test_style = "threadsafe";
+    testing::UnitTest::GetInstance()->listeners().Append(new CConductListener);
     std::optional<CTestFolder> folder;
     if (!std::getenv("FLASHTEST_FOLDER")) {
         folder.emplace();

@@ -41,6 +41,8 @@ class CIpmiNode : public IDevice
         }
     }
 
+    short EventsToWaitFor() const override { return POLLIN | POLLERR; }
+
     int Poll(short events, int timeout, short& occurred) override
     {
         if (m_Interruptions > 0) {

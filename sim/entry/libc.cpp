@@ -20,8 +20,12 @@
 #include <utility>
 
 #include "sim/base/clock.h"
+#include "sim/base/conduct.h"
 #include "sim/processor/pcidevices.h"
 #include "sim/server.h"
+
+// Who called the entry point that this stands in.
+#define CALLER __builtin_return_address(0)
 
 #define ENTRY_POINT extern "C" __attribute__((visibility("default")))
 
@@ -29,6 +33,7 @@ namespace
 {
 
 using sim::CClock;
+using sim::CConduct;
 using sim::Second;
 
 // The function that would have been called but for us.
@@ -40,6 +45,8 @@ Function* Next(Function*, const char* name)
 
 #define NEXT(function) static auto* const next = Next(static_cast<decltype(&(function))>(nullptr), #function)
 
+using DevicePointer = std::shared_ptr<sim::IDevice>;
+
 // The open devices. Never destroyed: calls come in until the very end of the process, from any thread.
 struct OpenDevices
 {
@@ -50,10 +57,10 @@ struct OpenDevices
     }
 
     std::mutex Mutex;  // held while nothing is called that may come back here
-    std::map<int, std::shared_ptr<sim::IDevice>> ByDescriptor;
+    std::map<int, DevicePointer> ByDescriptor;
 };
 
-std::shared_ptr<sim::IDevice> FindDevice(int fd)
+DevicePointer FindDevice(int fd)
 {
     OpenDevices& devices = OpenDevices::Instance();
     const std::lock_guard<std::mutex> lock(devices.Mutex);
@@ -61,8 +68,9 @@ std::shared_ptr<sim::IDevice> FindDevice(int fd)
     return entry == devices.ByDescriptor.end() ? nullptr : entry->second;
 }
 
-void KeepDevice(int fd, std::shared_ptr<sim::IDevice> device)
+void KeepDevice(int fd, DevicePointer device, const std::string& path, const void* caller)
 {
+    CConduct::Instance().Take(sim::Held::Descriptor, fd, caller, "opened " + path + " and did not close it");
     OpenDevices& devices = OpenDevices::Instance();
     const std::lock_guard<std::mutex> lock(devices.Mutex);
     devices.ByDescriptor[fd] = std::move(device);
@@ -70,30 +78,57 @@ void KeepDevice(int fd, std::shared_ptr<sim::IDevice> device)
 
 void ForgetDevice(int fd)
 {
+    CConduct::Instance().GiveBack(sim::Held::Descriptor, fd);
     OpenDevices& devices = OpenDevices::Instance();
     decltype(devices.ByDescriptor)::node_type entry;  // goes away after the lock
     const std::lock_guard<std::mutex> lock(devices.Mutex);
     entry = devices.ByDescriptor.extract(fd);
 }
 
-// Opens path when the current server plays it: true with the descriptor, or -1 and errno, in fd.
+// The open device that the current server plays; -1 with errno without one.
+int OpenDevice(sim::CServer& server, const std::string& path, int flags, const void* caller)
+{
+    NEXT(open);
+    DevicePointer pDevice = sim::OrEndProcess([&] { return server.Open(path, flags); });
+    if (!pDevice) return -1;
+    const int fd = next("/dev/null", O_RDONLY | O_CLOEXEC);  // keeps the number taken; no device is written to
+    if (fd >= 0) KeepDevice(fd, std::move(pDevice), path, caller);
+    return fd;
+}
+
 template <typename Open>
-bool OpenDevice(const char* path, int flags, Open* next, int& fd)
+int OpenPath(const char* path, int flags, mode_t mode, Open* next, const void* caller)
 {
     sim::CServer* pServer = path && sim::CServer::OwnsPath(path) ? sim::CurrentServer() : nullptr;
-    if (!pServer) return false;
-    fd = -1;
-    if (std::unique_ptr<sim::IDevice> pDevice = sim::OrEndProcess([&] { return pServer->Open(path, flags); })) {
-        fd = next("/dev/null", O_RDWR | O_CLOEXEC);  // keeps the number taken
-        if (fd >= 0) KeepDevice(fd, std::move(pDevice));
-    }
-    return true;
+    return pServer ? OpenDevice(*pServer, path, flags, caller) : next(path, flags, mode);
 }
 
 mode_t ModeArgument(int flags, va_list arguments)
 {
     const bool creates = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
     return creates ? static_cast<mode_t>(va_arg(arguments, unsigned int)) : 0;
+}
+
+std::string Hex(short number)
+{
+    char szNumber[16];
+    std::snprintf(szNumber, sizeof szNumber, "0x%hX", number);
+    return szNumber;
+}
+
+// A device is waited for alone; sets of descriptors are the C library's.
+int Poll(pollfd* descriptors, nfds_t count, int timeout, const void* caller)
+{
+    NEXT(poll);
+    const DevicePointer pDevice = count == 1 ? FindDevice(descriptors[0].fd) : nullptr;
+    if (!pDevice) return next(descriptors, count, timeout);
+    const short events = descriptors[0].events;
+    const short expected = pDevice->EventsToWaitFor();
+    if (expected != 0 && events != expected)
+        CConduct::Instance().Complain(
+            caller, "waited for the events " + Hex(events) + " of a device that is waited for with " + Hex(expected));
+    descriptors[0].revents = 0;
+    return sim::OrEndProcess([=] { return pDevice->Poll(events, timeout, descriptors[0].revents); });
 }
 
 bool IsVirtual(clockid_t clock)
@@ -133,8 +168,7 @@ ENTRY_POINT int open(const char* path, int flags, ...)
     va_start(arguments, flags);
     const mode_t mode = ModeArgument(flags, arguments);
     va_end(arguments);
-    int fd = -1;
-    return OpenDevice(path, flags, next, fd) ? fd : next(path, flags, mode);
+    return OpenPath(path, flags, mode, next, CALLER);
 }
 
 ENTRY_POINT int open64(const char* path, int flags, ...)
@@ -144,26 +178,27 @@ ENTRY_POINT int open64(const char* path, int flags, ...)
     va_start(arguments, flags);
     const mode_t mode = ModeArgument(flags, arguments);
     va_end(arguments);
-    int fd = -1;
-    return OpenDevice(path, flags, next, fd) ? fd : next(path, flags, mode);
+    return OpenPath(path, flags, mode, next, CALLER);
 }
 
 ENTRY_POINT ssize_t read(int fd, void* buffer, size_t size)
 {
     NEXT(read);
-    const std::shared_ptr<sim::IDevice> pDevice = FindDevice(fd);
+    const DevicePointer pDevice = FindDevice(fd);
     return pDevice ? sim::OrEndProcess([=] { return pDevice->Read(buffer, size); }) : next(fd, buffer, size);
 }
 
 // What programs call that are built with checks of their buffers (_FORTIFY_SOURCE).
 ENTRY_POINT int __open_2(const char* path, int flags)
 {
-    return open(path, flags);
+    NEXT(open);
+    return OpenPath(path, flags, 0, next, CALLER);
 }
 
 ENTRY_POINT int __open64_2(const char* path, int flags)
 {
-    return open64(path, flags);
+    NEXT(open64);
+    return OpenPath(path, flags, 0, next, CALLER);
 }
 
 ENTRY_POINT ssize_t __read_chk(int fd, void* buffer, size_t size, size_t room)
@@ -179,25 +214,20 @@ ENTRY_POINT int ioctl(int fd, unsigned long request, ...)
     va_start(arguments, request);
     void* pArgument = va_arg(arguments, void*);
     va_end(arguments);
-    const std::shared_ptr<sim::IDevice> pDevice = FindDevice(fd);
+    const DevicePointer pDevice = FindDevice(fd);
     if (!pDevice) return next(fd, request, pArgument);
     return sim::OrEndProcess([=] { return pDevice->Ioctl(request, pArgument); });
 }
 
-// A device is waited for alone; sets of descriptors are the C library's.
 ENTRY_POINT int poll(pollfd* descriptors, nfds_t count, int timeout)
 {
-    NEXT(poll);
-    const std::shared_ptr<sim::IDevice> pDevice = count == 1 ? FindDevice(descriptors[0].fd) : nullptr;
-    if (!pDevice) return next(descriptors, count, timeout);
-    descriptors[0].revents = 0;
-    return sim::OrEndProcess([=] { return pDevice->Poll(descriptors[0].events, timeout, descriptors[0].revents); });
+    return Poll(descriptors, count, timeout, CALLER);
 }
 
 ENTRY_POINT int __poll_chk(pollfd* descriptors, nfds_t count, int timeout, size_t room)
 {
     if (count > room / sizeof *descriptors) std::abort();
-    return poll(descriptors, count, timeout);
+    return Poll(descriptors, count, timeout, CALLER);
 }
 
 ENTRY_POINT int close(int fd)
@@ -267,11 +297,23 @@ ENTRY_POINT FILE* popen(const char* command, const char* mode)
     sim::CServer* pServer = sim::CurrentServer();
     if (!pServer) return next(command, mode);
     const CWithoutPreload withoutPreload;
-    if (!sim::ReadsPciDevices(command)) return next(command, mode);
-    const std::string redirected = sim::OrEndProcess([=] {
-        const sim::ServerDescription& server = pServer->GetDescription();
-        return sim::WithPciDevices(command, pServer->GetFolder(),
-                                   server.Processor ? server.Processor->PciFunctions : 0);
-    });
-    return next(redirected.c_str(), mode);
+    std::string redirected = command;
+    if (sim::ReadsPciDevices(command))
+        redirected = sim::OrEndProcess([=] {
+            const sim::ServerDescription& server = pServer->GetDescription();
+            return sim::WithPciDevices(command, pServer->GetFolder(),
+                                       server.Processor ? server.Processor->PciFunctions : 0);
+        });
+    FILE* pPipe = next(redirected.c_str(), mode);
+    if (pPipe)
+        CConduct::Instance().Take(sim::Held::Pipe, reinterpret_cast<std::intptr_t>(pPipe), CALLER,
+                                  "ran \"" + std::string(command) + "\" and did not close its pipe with pclose");
+    return pPipe;
+}
+
+ENTRY_POINT int pclose(FILE* pipe)
+{
+    NEXT(pclose);
+    CConduct::Instance().GiveBack(sim::Held::Pipe, reinterpret_cast<std::intptr_t>(pipe));
+    return next(pipe);
 }

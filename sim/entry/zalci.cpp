@@ -1,6 +1,9 @@
 // The channel library of the simulated server. Without a server, and on one without a processor, there is no driver.
 #include "zalci.h"
 
+#include <cstdint>
+
+#include "sim/base/conduct.h"
 #include "sim/processor/channel.h"
 #include "sim/server.h"
 
@@ -49,9 +52,13 @@ ZALCISTATUS ZalCiCreate(void*, ZALCIHANDLE* phChannel, ULONG SendEntries, ULONG 
     if (!g_bInitialized) return ZalCiErrInterface;
     if (!Driver()) return ZalCiErrNoDriver;
     if (!IsPriority(Priority)) return ZalCiErrBadPriority;
-    return sim::OrEndProcess([=] {
+    const ZALCISTATUS status = sim::OrEndProcess([=] {
         return Driver()->Create(*phChannel, {SendEntries, SendEntrySize}, {RecvEntries, RecvEntrySize});
     });
+    if (status == ZalCiSuccess)
+        sim::CConduct::Instance().Take(sim::Held::Channel, reinterpret_cast<std::intptr_t>(*phChannel),
+                                       __builtin_return_address(0), "created a channel and did not close it");
+    return status;
 }
 
 // A packet is queued at once or not at all: there is nothing to wait for.
@@ -77,6 +84,7 @@ int ZalCiRecv(ZALCIHANDLE hChannel, void* pBuffer, int BufferSize, ZALCISTATUS* 
 
 ZALCISTATUS ZalCiClose(ZALCIHANDLE hChannel)
 {
+    sim::CConduct::Instance().GiveBack(sim::Held::Channel, reinterpret_cast<std::intptr_t>(hChannel));
     sim::CChannelDriver* pDriver = Driver();
     return pDriver ? pDriver->Close(hChannel) : ZalCiErrNoDriver;
 }

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <regex>
 #include <thread>
 
 #include "sim/server.h"
@@ -118,6 +119,26 @@ TEST_F(SimulatedServer, NamesWhatIsWrongInADescription)
     }
     UseServer(R"({"management_processor": {}})");
     EXPECT_NE(nullptr, sim::CurrentServer()->GetProcessor());
+}
+
+TEST_F(SimulatedServer, TellsWhatAProgramShouldNotHaveDone)
+{
+    m_Server.Write("server.json", RackServer());
+    const std::string complaints =
+        R"(zalsim: The server was used as no server should be:
+zalsim: main in careless waited for the events 0x1 of a device that is waited for with 0x9.
+zalsim: main in careless opened /dev/ipmi0 and did not close it.
+zalsim: main in careless created a channel and did not close it.
+zalsim: main in careless ran "true" and did not close its pipe with pclose.
+)";
+    const std::pair<const char*, int> endings[] = {{"0", 126}, {"2", 126}, {"3", 3}};
+    for (const auto& [status, ended] : endings) {
+        EXPECT_EQ(ended, Zalsim("-- " CARELESS " " + std::string(status)));
+        const std::string becomes =
+            ended == 126 ? "zalsim: So the exit status, " + std::string(status) + ", becomes 126.\n" : "";
+        EXPECT_EQ(complaints + becomes,
+                  std::regex_replace(m_Output, std::regex(R"(careless\+0x[0-9A-F]+)"), "main in careless"));
+    }
 }
 
 TEST_F(SimulatedServer, OpensItsDevicesInEveryThread)
