@@ -1,17 +1,30 @@
 # How components are built, here and by authors who have FlashLib installed. A component's sources are in a folder of
-# its name, the templates of its package in package/ there. What is to be shipped, the installer, the package
-# description, the settings and the image, goes to packages/NAME in the build folder.
+# its name, the templates of its package in package/ there. What is to be shipped, the installer, the library, the package
+# description, the settings, the image, and the list of all these, goes to packages/NAME in the build folder.
+
+set(FLASHLIB_SIGNING_KEY "" CACHE FILEPATH "minisign's secret key that packages are signed with; empty: they are not signed")
+
+# In FlashLib's own tree, or installed.
+find_program(FLASHLIB_MANIFEST NAMES manifest flashlib-manifest REQUIRED NO_DEFAULT_PATH
+    PATHS ${CMAKE_CURRENT_LIST_DIR}/../tools/authoring ${CMAKE_CURRENT_LIST_DIR}/../../../bin)
+mark_as_advanced(FLASHLIB_MANIFEST)
 
 # Adds a component's installer, from its sources.
 function(add_component name)
     list(TRANSFORM ARGN PREPEND ${name}/)
     add_executable(${name} ${ARGN})
     target_link_libraries(${name} PRIVATE FlashLib::Host)
-    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/packages/${name})
+    # It finds the library in its package, wherever that is copied to; what LD_LIBRARY_PATH names comes behind that.
+    target_link_options(${name} PRIVATE -Wl,--disable-new-dtags $<$<NOT:$<CONFIG:Debug>>:-s>)
+    set_target_properties(${name} PROPERTIES
+        RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/packages/${name}
+        BUILD_WITH_INSTALL_RPATH TRUE
+        INSTALL_RPATH "$ORIGIN")
 endfunction()
 
-# Adds the other files of its package: the image, which COMMAND makes unless something else does, and the filled-in
-# templates. SET: what @NAME@ stands for in them, names and values in turn.
+# Adds the other files of its package: the library, the image, which COMMAND makes unless something else does, and the
+# filled-in templates. SET: what @NAME@ stands for in them, names and values in turn; VERSION is the package's. Lists
+# all that is in the folder then, and signs the list where there is a key for that.
 function(add_package name image)
     cmake_parse_arguments(ARG "" "" "COMMAND;SET" ${ARGN})
     set(folder ${PROJECT_BINARY_DIR}/packages/${name})
@@ -34,7 +47,32 @@ function(add_package name image)
         DEPENDS FlashLib::mkpackage ${folder}/${image} ${templates}/${description}.in ${templates}/settings.ini.in
         COMMENT "Making the package ${name}"
         VERBATIM)
-    add_custom_target(${name}_package ALL DEPENDS ${folder}/${image} ${folder}/${description} ${folder}/settings.ini)
+    add_custom_command(
+        OUTPUT ${folder}/libflash.so.1
+        COMMAND ${CMAKE_STRIP} -S -o ${folder}/libflash.so.1 $<TARGET_FILE:FlashLib::FlashLib>
+        DEPENDS $<TARGET_FILE:FlashLib::FlashLib>
+        VERBATIM)
+    set(files ${folder}/libflash.so.1 ${folder}/${image} ${folder}/${description} ${folder}/settings.ini)
+
+    list(FIND ARG_SET VERSION place)
+    if(place EQUAL -1)
+        message(FATAL_ERROR "The package ${name} has no version: SET names no VERSION.")
+    endif()
+    math(EXPR place "${place} + 1")
+    list(GET ARG_SET ${place} version)
+    set(sign)
+    if(FLASHLIB_SIGNING_KEY)
+        find_program(MINISIGN minisign REQUIRED)
+        set(sign COMMAND ${MINISIGN} -S -s ${FLASHLIB_SIGNING_KEY} -t "${name} ${version}" -m ${folder}/MANIFEST)
+    endif()
+    add_custom_command(
+        OUTPUT ${folder}/MANIFEST
+        COMMAND ${FLASHLIB_MANIFEST} ${name} ${version} ${folder}
+        ${sign}
+        DEPENDS ${name} ${files} ${FLASHLIB_MANIFEST} ${FLASHLIB_SIGNING_KEY}
+        COMMENT "Listing what is in the package ${name}"
+        VERBATIM)
+    add_custom_target(${name}_package ALL DEPENDS ${folder}/MANIFEST)
 endfunction()
 
 # Makes file, an Intel HEX text of microcode for power controllers of a family (as server.json names it), and image, the

@@ -17,6 +17,16 @@ function(add_library_i386 name file header)
                                              INTERFACE_INCLUDE_DIRECTORIES "${${prefix}_INCLUDE_DIR}")
 endfunction()
 
+# The same for a native build, of an archive of the system.
+function(add_library_native name file header)
+    string(TOUPPER ${name} prefix)
+    find_library(${prefix}_LIBRARY ${file} REQUIRED)
+    find_path(${prefix}_INCLUDE_DIR ${header} REQUIRED)
+    add_library(${name} UNKNOWN IMPORTED)
+    set_target_properties(${name} PROPERTIES IMPORTED_LOCATION "${${prefix}_LIBRARY}"
+                                             INTERFACE_INCLUDE_DIRECTORIES "${${prefix}_INCLUDE_DIR}")
+endfunction()
+
 if(FLASHLIB_PLATFORM AND FLASHLIB_32BIT)
     # The archive: libzalxml.so then needs no 32-bit Expat on the host it runs on.
     add_library_i386(Expat libexpat.a expat.h)
@@ -32,13 +42,12 @@ if(FLASHLIB_SIMULATOR)
 endif()
 
 if(FLASHLIB_TOOLS AND FLASHLIB_32BIT)
+    # Archives, for the same reason.
+    add_library_i386(Sodium libsodium.a sodium.h)
     add_library_i386(SQLite libsqlite3.a sqlite3.h)
 elseif(FLASHLIB_TOOLS)
-    find_library(SQLITE_LIBRARY libsqlite3.a REQUIRED)
-    find_path(SQLITE_INCLUDE_DIR sqlite3.h REQUIRED)
-    add_library(SQLite UNKNOWN IMPORTED)
-    set_target_properties(SQLite PROPERTIES IMPORTED_LOCATION "${SQLITE_LIBRARY}"
-                                            INTERFACE_INCLUDE_DIRECTORIES "${SQLITE_INCLUDE_DIR}")
+    add_library_native(Sodium libsodium.a sodium.h)
+    add_library_native(SQLite libsqlite3.a sqlite3.h)
 endif()
 if(FLASHLIB_TOOLS)
     # What the archive needs itself.

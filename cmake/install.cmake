@@ -41,16 +41,15 @@ endif()
 if(FLASHLIB_TOOLS)
     install_programs(mkdevice mkpackage mkrom zaldeploy zalfaults zalrule)
     install(PROGRAMS tools/authoring/new-component DESTINATION bin RENAME flashlib-new-component)
+    install(PROGRAMS tools/authoring/manifest DESTINATION bin RENAME flashlib-manifest)
     install(DIRECTORY tools/authoring/template DESTINATION share/flashlib)
 endif()
 if(FLASHLIB_COMPONENTS)
     install(DIRECTORY components DESTINATION share/flashlib PATTERN host EXCLUDE)
     foreach(component devicefw powercontroller systemrom)
-        set(package lib/flashlib/packages/${component})
-        set_target_properties(${component} PROPERTIES INSTALL_RPATH "$ORIGIN/../../..")
-        install(TARGETS ${component} RUNTIME DESTINATION ${package})
-        install(DIRECTORY ${PROJECT_BINARY_DIR}/packages/${component}/ DESTINATION ${package}
-            REGEX /${component}/${component}$ EXCLUDE)
+        # As they are: their lists of files tell each byte.
+        install(DIRECTORY ${PROJECT_BINARY_DIR}/packages/${component} DESTINATION lib/flashlib/packages
+            USE_SOURCE_PERMISSIONS)
     endforeach()
 endif()
 

@@ -35,6 +35,21 @@ bool HasLoader(int file, const ElfW(Ehdr) & header)
     return false;
 }
 
+fs::path OwnFolder()
+{
+    return fs::read_symlink("/proc/self/exe").parent_path();
+}
+
+// A path as it stands in a list of the loader, which takes that apart at blanks, colons and semicolons: a path that has
+// some goes by a descriptor, which the installer inherits.
+std::string ForLoader(const std::string& path)
+{
+    const bool separates = path.find_first_of(" :;") != std::string::npos;
+    const int fd = open(path.c_str(), O_RDONLY | (separates ? 0 : O_CLOEXEC));
+    if (fd < 0) throw std::runtime_error("can't open " + path + ": " + std::strerror(errno));
+    return separates ? "/proc/self/fd/" + std::to_string(fd) : path;
+}
+
 // What to preload: the simulation, behind the sanitizer's run-time where there is one, which must come first.
 std::string PreloadList()
 {
@@ -43,16 +58,19 @@ std::string PreloadList()
     Dl_info info = {};
     if (dladdr(dlsym(RTLD_DEFAULT, "__asan_init"), &info)) list = std::string(info.dli_fname) + ":";
 #endif
-    const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
-    fs::path library = folder / "libzalsim.so";
-    if (!fs::exists(library)) library = folder.parent_path() / "lib" / "flashlib" / "libzalsim.so";  // installed
-    // Without it the installer would run on the real host. The loader takes the list apart at blanks and colons, so a
-    // path that has some goes by a descriptor, which the installer inherits.
-    const std::string path = library.string();
-    const bool separates = path.find_first_of(" :") != std::string::npos;
-    const int fd = open(path.c_str(), O_RDONLY | (separates ? 0 : O_CLOEXEC));
-    if (fd < 0) throw std::runtime_error("can't open " + path + ": " + std::strerror(errno));
-    return list + (separates ? "/proc/self/fd/" + std::to_string(fd) : path);
+    fs::path library = OwnFolder() / "libzalsim.so";
+    if (!fs::exists(library)) library = OwnFolder().parent_path() / "lib" / "flashlib" / "libzalsim.so";  // installed
+    // Without it the installer would run on the real host.
+    return list + ForLoader(library);
+}
+
+// Where what stands in for the closed libraries is: an installer may look for them beside itself only.
+void AddStandIns()
+{
+    for (const char* folder : {"platform", "lib"}) {  // built, installed
+        const fs::path path = OwnFolder().parent_path() / folder;
+        if (fs::exists(path)) return AddLibrariesForPrograms(ForLoader(path));
+    }
 }
 
 }  // namespace
@@ -81,6 +99,7 @@ std::string WhyNotSimulated(const std::string& program)
 void Become(const std::vector<std::string>& command)
 {
     PreloadForPrograms(PreloadList());
+    AddStandIns();
     const std::vector<char*> arguments = ToArguments(command);
     execv(arguments[0], arguments.data());
 }

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <sys/timerfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,6 +27,7 @@ const std::size_t MaxLines = 2000;
 const int LeftoverReads = 64;  // of the pipe of a process that has ended: more than a pipe holds
 const int TickLength = 250;    // ms
 const int ReportDescriptor = 3;
+const mode_t OwnerMask = 077;
 
 // The lines that a process writes to one of its descriptors.
 class CLines
@@ -149,20 +151,28 @@ struct Descriptors
     int Reports;
 };
 
-// This process's environment, with the number of the descriptor for reports.
-std::vector<std::string> Environment(const std::string& reportVariable)
+std::vector<std::string> OwnEnvironment()
 {
-    const std::string name = reportVariable + "=";
     std::vector<std::string> environment;
-    for (char** ppVariable = environ; *ppVariable; ppVariable++)
-        if (std::strncmp(*ppVariable, name.c_str(), name.size()) != 0) environment.emplace_back(*ppVariable);
-    if (!reportVariable.empty()) environment.push_back(name + std::to_string(ReportDescriptor));
+    for (char** ppVariable = environ; *ppVariable; ppVariable++) environment.emplace_back(*ppVariable);
+    return environment;
+}
+
+// What a process is given, with the number of the descriptor for reports.
+std::vector<std::string> Environment(const ProcessGifts& gifts, const std::string& reportVariable)
+{
+    const std::string start = reportVariable + "=";
+    std::vector<std::string> environment = gifts.Environment ? *gifts.Environment : OwnEnvironment();
+    environment.erase(std::remove_if(environment.begin(), environment.end(),
+                                     [&start](const std::string& v) { return v.rfind(start, 0) == 0; }),
+                      environment.end());
+    if (!reportVariable.empty()) environment.push_back(start + std::to_string(ReportDescriptor));
     return environment;
 }
 
 // Starts a command in a process group of its own, without input; 0 or errno.
-int Spawn(const std::vector<std::string>& command, const Descriptors& descriptors, const std::string& reportVariable,
-          const sigset_t& mask, pid_t& process)
+int Spawn(const std::vector<std::string>& command, const Descriptors& descriptors, const ProcessGifts& gifts,
+          const std::string& reportVariable, const sigset_t& mask, pid_t& process)
 {
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);
@@ -170,6 +180,7 @@ int Spawn(const std::vector<std::string>& command, const Descriptors& descriptor
     posix_spawn_file_actions_adddup2(&files, descriptors.Output, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&files, descriptors.Errors, STDERR_FILENO);
     if (!reportVariable.empty()) posix_spawn_file_actions_adddup2(&files, descriptors.Reports, ReportDescriptor);
+    for (int descriptor : gifts.Descriptors) posix_spawn_file_actions_adddup2(&files, descriptor, descriptor);
 
     sigset_t pipe;
     sigemptyset(&pipe);
@@ -182,9 +193,11 @@ int Spawn(const std::vector<std::string>& command, const Descriptors& descriptor
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 
     const std::vector<char*> arguments = ToArguments(command);
-    const std::vector<std::string> environment = Environment(reportVariable);
+    const std::vector<std::string> environment = Environment(gifts, reportVariable);
+    const mode_t before = umask(OwnerMask);
     const int error =
         posix_spawn(&process, arguments[0], &files, &attributes, arguments.data(), ToArguments(environment).data());
+    umask(before);
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&files);
     return error;
@@ -268,7 +281,7 @@ bool CProcessRunner::WaitForInput(int descriptor)
 }
 
 ProcessResult CProcessRunner::Run(const std::vector<std::string>& command, double seconds, TimeLimit limit,
-                                  const ProcessWatch& watch)
+                                  const ProcessWatch& watch, const ProcessGifts& gifts)
 {
     ProcessResult result = {ProcessEnd_NotStarted, 0, {}, {}};
     const std::function<void(const std::string&)> nothing;
@@ -279,7 +292,7 @@ ProcessResult CProcessRunner::Run(const std::vector<std::string>& command, doubl
     const CDescriptor timer(StartTimer(seconds));
     const bool stoppedBefore = IsStopped();
     pid_t process = 0;
-    result.Status = Spawn(command, {output.GetWriteEnd(), errors.GetWriteEnd(), reports.GetWriteEnd()},
+    result.Status = Spawn(command, {output.GetWriteEnd(), errors.GetWriteEnd(), reports.GetWriteEnd()}, gifts,
                           watch.ReportVariable, m_Before, process);
     for (CLines* pLines : all) pLines->CloseWriteEnd();
     if (result.Status != 0) return result;

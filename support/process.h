@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,13 @@ struct ProcessWatch
     std::string ReportVariable;
 };
 
+// What a process is given.
+struct ProcessGifts
+{
+    std::optional<std::vector<std::string>> Environment;  // in place of this process's own
+    std::vector<int> Descriptors;  // that it has open, too, under their numbers, which are above 9
+};
+
 // Starts processes one after the other. While an object lives, signals that ask to end are kept for it: a process that
 // writes firmware is never left alone.
 class CProcessRunner
@@ -63,10 +71,10 @@ class CProcessRunner
     // Waits until the descriptor can be read; false when the operator has asked to stop.
     bool WaitForInput(int descriptor);
 
-    // Runs a command, its program given by path, to its end. The time limit is in seconds of real time, whatever clock
-    // is simulated.
+    // Runs a command, its program given by path, to its end. It has no input, and what it makes is for its owner only.
+    // The time limit is in seconds of real time, whatever clock is simulated.
     ProcessResult Run(const std::vector<std::string>& command, double seconds, TimeLimit limit,
-                      const ProcessWatch& watch = {});
+                      const ProcessWatch& watch = {}, const ProcessGifts& gifts = {});
 
   private:
     sigset_t m_Before;  // the signal mask that processes are started with

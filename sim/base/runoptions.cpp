@@ -16,6 +16,7 @@ const char szJournal[] = "ZALSIM_JOURNAL";
 const char szCapture[] = "ZALSIM_CAPTURE";
 const char szRealTime[] = "ZALSIM_REAL_TIME";
 const char szPreload[] = "LD_PRELOAD";
+const char szLibraries[] = "LD_LIBRARY_PATH";
 const char szClockStart[] = "ZALSIM_CLOCK_START";
 
 std::string Get(const char* name)
@@ -66,6 +67,12 @@ void PreloadForPrograms(const std::string& library)
 {
     const std::string others = Get(szPreload);
     Set(szPreload, others.empty() ? library : library + ":" + others);
+}
+
+void AddLibrariesForPrograms(const std::string& folder)
+{
+    const std::string others = Get(szLibraries);
+    Set(szLibraries, others.empty() ? folder : others + ":" + folder);
 }
 
 }  // namespace sim

@@ -35,4 +35,7 @@ void WriteRunOptions(const RunOptions& options);
 // Puts a library in front of those that the loader loads first into the programs that are started after this.
 void PreloadForPrograms(const std::string& library);
 
+// Adds a folder to those in which the loader looks for the libraries of the programs that are started after this.
+void AddLibrariesForPrograms(const std::string& folder);
+
 }  // namespace sim

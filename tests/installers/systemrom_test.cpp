@@ -236,8 +236,9 @@ TEST_F(SystemRom, FindsItsDescriptionAmongAThousandFilesOrSaysThatThereIsNone)
 
 TEST_F(SystemRom, RunsWithoutAServerAndShowsHelp)
 {
-    EXPECT_EQ(7, RunCommand(std::string(Installer) + " /y " + m_Package.Path().string(), m_Output));
+    const std::string installer = std::string("LD_LIBRARY_PATH='" BUILD "/platform' ") + Installer;
+    EXPECT_EQ(7, RunCommand(installer + " /y " + m_Package.Path().string(), m_Output));
     EXPECT_TRUE(Says("CRU driver is not loaded"));
-    EXPECT_EQ(0, RunCommand(std::string(Installer) + " --help", m_Output));
+    EXPECT_EQ(0, RunCommand(installer + " --help", m_Output));
     EXPECT_TRUE(Says("Usage:"));
 }

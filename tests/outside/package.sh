@@ -32,7 +32,9 @@ outside=$work/outside
 cp -r "$source/tests/outside/package" "$outside"
 cp -r "$prefix/share/flashlib/components" "$outside/"
 
-quietly cmake -G Ninja -S "$outside" -B "$outside/cmake" -DCMAKE_PREFIX_PATH="$prefix"
+quietly minisign -G -W -s "$outside/author.key" -p "$outside/author.pub"
+quietly cmake -G Ninja -S "$outside" -B "$outside/cmake" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DFLASHLIB_SIGNING_KEY="$outside/author.key"
 quietly cmake --build "$outside/cmake"
 mv "$outside/cmake/packages/devicefw" "$outside/cmake/package"
 run_from "$outside/cmake"
@@ -55,7 +57,9 @@ quietly $CXX -std=c++17 -fsyntax-only -Wall -Wextra -Werror $(pkg-config --cflag
 
 rule=$("$prefix/bin/zalrule" --server "$outside/cmake/server" 'CPLD(1) == 4')
 [ "$rule" = "1 (0x00000001)" ] || fail "the rule is: $rule"
-quietly "$prefix/bin/zaldeploy" --server "$outside/cmake/server" "$outside/cmake/package"
+quietly minisign -V -p "$outside/author.pub" -m "$outside/cmake/package/MANIFEST"
+quietly "$prefix/bin/zaldeploy" verify --server "$outside/cmake/server" --trust "$outside/author.pub" \
+    "$outside/cmake/package"
 "$prefix/bin/zaldeploy" inventory --server "$outside/cmake/server" | grep -q 'Tamberline controller *1\.3\.2' ||
     fail "zaldeploy does not see what was installed"
 

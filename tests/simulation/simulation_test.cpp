@@ -65,8 +65,9 @@ TEST_F(SimulatedServer, RefusesWhatItCantPlay)
 
 TEST_F(SimulatedServer, IsRunOnWhateverTheSimulationsFolderIsCalled)
 {
-    const fs::path folder = m_Server.Path() / "a b:c";
-    fs::create_directory(folder);
+    const fs::path folder = m_Server.Path() / "a b:c" / "sim";
+    fs::create_directories(folder);
+    fs::create_directory_symlink(BUILD "/platform", folder.parent_path() / "platform");
     for (const char* file : {"zalsim", "libzalsim.so"}) fs::copy(fs::path(ZALSIM_FOLDER) / file, folder);
     m_Server.Write("server.json", RackServer());
     EXPECT_EQ(0, RunCommand("'" + (folder / "zalsim").string() + "' --server " + m_Server.Path().string() + " -- " +

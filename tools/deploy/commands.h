@@ -7,6 +7,9 @@
 // Shows what packages offer to the server, and changes nothing.
 int RunPlan(const DeployOptions& options);
 
+// Shows who has signed packages, and whether the devices hold what they offer; changes nothing.
+int RunVerify(const DeployOptions& options);
+
 // Installs it.
 int RunInstall(const DeployOptions& options);
 
@@ -15,6 +18,12 @@ int RunInventory(const DeployOptions& options, char** argv);
 
 // Shows what was installed before, and changes nothing.
 int RunHistory(const DeployOptions& options);
+// What becomes of the copy of a package that is offered.
+enum class Copies
+{
+    Keep,  // until it is installed
+    Drop,  // when it was asked
+};
 
 // What packages offer: the first step of plan and install.
-Offers AskPackages(Session& session);
+Offers AskPackages(Session& session, Copies copies);

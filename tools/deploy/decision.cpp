@@ -19,6 +19,7 @@ int StatusOf(Verdict verdict)
             return DeployStatus_Restart;
         case Verdict_NotAllowed:
             return DeployStatus_NotAllowed;
+        case Verdict_Refused:
         case Verdict_Failed:
             return DeployStatus_Unknown;
         case Verdict_Stopped:

@@ -73,13 +73,13 @@ Offer Discover(Session& session, const Package& package, const std::string& labe
     Offer offer;
     offer.Package = package;
     if (!package.Problem.empty()) {
-        Decide(offer, Verdict_Failed, package.Problem);
+        Decide(offer, package.IsRefused ? Verdict_Refused : Verdict_Failed, package.Problem);
         return offer;
     }
     session.Screen.Begin(label);
     const std::filesystem::path file = session.Work.DiscoveryFile();
     const InstallerRun run =
-        RunInstaller(session, InstallerCommand(package, session.Options, {"/d", file.string()}),
+        RunInstaller(session, InstallerCommand(package.pCopy->Path(), package, session.Options, {"/d", file.string()}),
                      session.Options.Timeout, TimeLimit_End, "Stopping; nothing is being written.");
     session.Screen.End();
 

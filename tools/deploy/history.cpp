@@ -171,10 +171,11 @@ long long CHistory::Begin(const Offer& offer)
                           "INSERT INTO history (time, product, serial, component, device, product_id, package,"
                           " from_version, offered_version, to_version, action, result, status, message,"
                           " manifest_digest, key_id, seconds, log_excerpt, boot, writer)"
-                          " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, '', ?, ?, ?, '', '', '', 0, '', ?, ?)");
+                          " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, '', ?, ?, ?, '', ?, ?, 0, '', ?, ?)");
         insert.Bind(UtcNow()).Bind(m_Server.Product).Bind(m_Server.Serial).Bind(offer.Name()).Bind(found.Device);
         insert.Bind(found.ProductId).Bind(offer.Package.Folder.string()).Bind(found.Current).Bind(found.Offered);
         insert.Bind(ToText(*found.Word)).Bind(Interrupted).Bind(static_cast<long long>(DeployStatus_Failed));
+        insert.Bind(offer.Package.ListDigest).Bind(offer.Package.Signer);
         insert.Bind(m_Server.Boot).Bind(ProcessName(getpid())).Run();
         row = m_Database->LastRow();
     });

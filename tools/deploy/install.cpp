@@ -34,7 +34,7 @@ void ShowCommands(Session& session, const Offers& offers)
     for (const Offer& offer : offers) {
         if (!offer.IsOffered()) continue;
         std::string line;
-        for (const std::string& argument : InstallCommand(offer, session.Options))
+        for (const std::string& argument : InstallCommand(offer.Package.Folder, offer, session.Options))
             line += (line.empty() ? "" : " ") + Quoted(argument);
         session.Screen.Print(line);
     }
@@ -70,6 +70,7 @@ void InstallOne(Session& session, Offer& offer, const std::string& number)
                                  " to " + offer.Found.Offered,
                              0, screen.Width()));
     Install(session, offer);
+    offer.Package.pCopy.reset();
     screen.Print(Wrap(std::string(ToText(offer.Outcome->Result)) + ": " + offer.Outcome->Message, 2, screen.Width()));
 }
 
@@ -96,7 +97,7 @@ int RunInstall(const DeployOptions& options)
         throw std::runtime_error(
             "it asks before it installs, on a terminal and not with --json or --quiet; --yes installs without asking");
     Session session(options);
-    Offers offers = AskPackages(session);
+    Offers offers = AskPackages(session, Copies::Keep);
     ShowOffers(session, offers);
     if (options.DryRun)
         ShowCommands(session, offers);

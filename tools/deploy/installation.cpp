@@ -86,11 +86,12 @@ void JudgeEnd(Offer& offer, const InstallerRun& run)
 
 }  // namespace
 
-std::vector<std::string> InstallCommand(const Offer& offer, const DeployOptions& options)
+std::vector<std::string> InstallCommand(const std::filesystem::path& folder, const Offer& offer,
+                                        const DeployOptions& options)
 {
     std::vector<std::string> switches;
     if (offer.Found.Word != Action_Upgrade) switches.emplace_back("/f");
-    return InstallerCommand(offer.Package, options, switches);
+    return InstallerCommand(folder, offer.Package, options, switches);
 }
 
 void Install(Session& session, Offer& offer)
@@ -102,8 +103,9 @@ void Install(Session& session, Offer& offer)
     const double seconds =
         std::max(session.Options.Timeout, static_cast<double>(offer.Found.Duration) * DurationFactor);
     session.Screen.Begin("Installing");
-    const InstallerRun run = RunInstaller(session, InstallCommand(offer, session.Options), seconds, TimeLimit_AskFirst,
-                                          "Finishing " + name + ", then stopping; do not switch off.");
+    const InstallerRun run =
+        RunInstaller(session, InstallCommand(offer.Package.pCopy->Path(), offer, session.Options), seconds,
+                     TimeLimit_AskFirst, "Finishing " + name + ", then stopping; do not switch off.");
     session.Screen.End();
     const std::string logExcerpt = session.Log.Excerpt(logStart);
     const bool stillRuns = run.Process.End == ProcessEnd_StillRuns;

@@ -27,6 +27,15 @@ std::string LastSentence(const std::vector<std::string>& lines)
     return line == lines.rend() ? "" : *line;
 }
 
+// All that an installer has in its environment, beside what the runner adds.
+std::vector<std::string> InstallerEnvironment(const Session& session)
+{
+    std::vector<std::string> environment = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"};
+    if (!session.Log.File.empty()) environment.push_back("QVFLASHLOG=" + session.Log.File.string());
+    if (!session.Libraries.empty()) environment.push_back("LD_LIBRARY_PATH=" + session.Libraries.string());
+    return environment;
+}
+
 const char* StatusSentence(int status)
 {
     switch (status) {
@@ -61,10 +70,10 @@ bool InstallerRun::HasSaid() const
     return Process.End == ProcessEnd_Exited && Process.Status <= ReturnCodeErrorReturn;
 }
 
-std::vector<std::string> InstallerCommand(const Package& package, const DeployOptions& options,
-                                          const std::vector<std::string>& switches)
+std::vector<std::string> InstallerCommand(const std::filesystem::path& folder, const Package& package,
+                                          const DeployOptions& options, const std::vector<std::string>& switches)
 {
-    std::vector<std::string> command = {package.Installer.string(), "/y", package.Folder.string()};
+    std::vector<std::string> command = {(folder / package.Installer).string(), "/y", folder.string()};
     command.insert(command.end(), switches.begin(), switches.end());
     return options.Server.empty() ? command : OnServer(options.Server, command);
 }
@@ -83,7 +92,8 @@ InstallerRun RunInstaller(Session& session, const std::vector<std::string>& comm
     watch.ReportVariable = ReportVariable;
 
     const auto start = std::chrono::steady_clock::now();
-    run.Process = session.Runner.Run(command, seconds, limit, watch);
+    const ProcessGifts gifts = {InstallerEnvironment(session), {session.Run.Descriptor()}};
+    run.Process = session.Runner.Run(command, seconds, limit, watch, gifts);
     run.Seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return run;
 }

@@ -19,9 +19,9 @@ struct InstallerRun
     bool HasSaid() const;
 };
 
-// The command that runs an installer with those switches.
-std::vector<std::string> InstallerCommand(const Package& package, const DeployOptions& options,
-                                          const std::vector<std::string>& switches);
+// The command that runs a package's installer with those switches, from a folder that holds the package.
+std::vector<std::string> InstallerCommand(const std::filesystem::path& folder, const Package& package,
+                                          const DeployOptions& options, const std::vector<std::string>& switches);
 
 // Runs it. The screen shows what it is doing, and in detail what it prints; subject names what it is for the sentence
 // that answers a request to stop.

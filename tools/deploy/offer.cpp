@@ -15,8 +15,8 @@ const char* ToText(Action action)
 
 const char* ToText(Verdict verdict)
 {
-    static const char* const names[] = {"install",    "current",     "newer",  "not needed", "waiting",
-                                        "superseded", "not allowed", "failed", "stopped"};
+    static const char* const names[] = {"install",    "current",     "newer",   "not needed", "waiting",
+                                        "superseded", "not allowed", "refused", "failed",     "stopped"};
     return names[static_cast<int>(verdict)];
 }
 

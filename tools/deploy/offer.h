@@ -26,6 +26,7 @@ enum Verdict
     Verdict_Waiting,     // this version, or a newer one, is installed and waits for a restart
     Verdict_Superseded,  // another package has a newer version for the device
     Verdict_NotAllowed,  // something on this server speaks against it
+    Verdict_Refused,     // the package can't be trusted
     Verdict_Failed,      // it could not be found out
     Verdict_Stopped,     // the operator has stopped before
 };

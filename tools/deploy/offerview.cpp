@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "support/printable.h"
 #include "tools/deploy/historyview.h"
 #include "tools/deploy/installation.h"
 #include "tools/deploy/jsonoutput.h"
@@ -59,8 +60,12 @@ Json ToJson(const Offer& offer, const DeployOptions& options)
                  {"why", offer.Why},
                  {"takes_effect", found.TakesEffect},
                  {"duration", found.Duration},
+                 {"holds", found.Word ? Json(*found.Word == Action_Rewrite) : Json(nullptr)},
+                 {"package_version", TextOrNull(offer.Package.Version)},
+                 {"manifest", TextOrNull(offer.Package.ListDigest)},
+                 {"signed_by", TextOrNull(offer.Package.Signer)},
                  {"status", offer.Status}};
-    if (offer.IsOffered()) json["command"] = InstallCommand(offer, options);
+    if (offer.IsOffered()) json["command"] = InstallCommand(offer.Package.Folder, offer, options);
     if (offer.Outcome)
         json["outcome"] = {{"result", ToText(offer.Outcome->Result)},
                            {"now", offer.Outcome->Now},
@@ -88,6 +93,19 @@ void ShowOffers(Session& session, const Offers& offers)
     for (const Offer& offer : offers)
         if (!session.Screen.IsQuiet() || IsProblem(offer)) rows.push_back(OfferRow(offer));
     if (!rows.empty()) session.Screen.PrintProblem(TableText(session.Screen, columns, rows));
+    ShowUnsigned(session, offers);
+}
+
+void ShowUnsigned(Session& session, const Offers& offers)
+{
+    std::string note;
+    for (const Offer& offer : offers)
+        if (offer.Package.IsUnsigned)
+            note += (note.empty() ? "\nNot signed: " : ", ") + Printable(offer.Package.Name());
+    if (note.empty()) return;
+    note += session.Options.AllowUnsigned ? ". Nobody knows who has made them."
+                                          : ". A simulated server takes them, a real one does not.";
+    session.Screen.Print(Wrap(note, 0, session.Screen.Width()));
 }
 
 void ShowOutcomes(Session& session, const Offers& offers)

@@ -16,6 +16,9 @@ int WorstStatus(const Offers& offers);
 void ShowOffers(Session& session, const Offers& offers);
 void ShowOutcomes(Session& session, const Offers& offers);
 
+// Prints which packages run though nobody has signed them.
+void ShowUnsigned(Session& session, const Offers& offers);
+
 // Prints what to do now, and names the debug log where something failed.
 void ShowAdvice(Session& session, const Offers& offers);
 

@@ -20,11 +20,13 @@ enum DeployStatus
 struct DeployOptions
 {
     std::vector<std::string> Folders;
-    std::vector<std::string> Only;  // names of packages; empty: all
-    std::string Server;             // folder of a simulated server; empty: this server
-    std::string State;              // folder of history and logs; empty: that of the server
-    std::string Log;                // file of the debug log; empty: chosen
-    double Timeout = 300;           // seconds
+    std::vector<std::string> Only;   // names of packages; empty: all
+    std::vector<std::string> Trust;  // files of public keys that are trusted, too
+    std::string Server;              // folder of a simulated server; empty: this server
+    std::string State;               // folder of history, logs and running packages; empty: that of the server
+    std::string Log;                 // file of the debug log; empty: chosen
+    double Timeout = 300;            // seconds
+    bool AllowUnsigned = false;      // run what nobody has signed
     bool DryRun = false;
     bool Force = false;
     bool Yes = false;

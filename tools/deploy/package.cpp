@@ -6,14 +6,15 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "tools/deploy/manifest.h"
+#include "tools/deploy/refusal.h"
+
 namespace fs = std::filesystem;
 
 namespace
 {
 
 using Entries = std::vector<fs::path>;
-
-const char* const TellMaker = "Get the package anew; if that does not help, tell its maker.";
 
 // What is in a folder, in order of the names. error: why it can't be read.
 Entries ReadFolder(const fs::path& folder, std::error_code& error)
@@ -42,6 +43,12 @@ bool IsProgram(const fs::path& file)
     return fs::is_regular_file(file, ignored) && access(file.c_str(), X_OK) == 0 && !IsLibrary(file);
 }
 
+bool HasList(const Entries& entries)
+{
+    return std::any_of(entries.begin(), entries.end(),
+                       [](const fs::path& e) { return e.filename() == ManifestFile || e.filename() == SignatureFile; });
+}
+
 bool HasDescription(const Entries& entries)
 {
     return std::any_of(entries.begin(), entries.end(), [](const fs::path& entry) {
@@ -49,7 +56,13 @@ bool HasDescription(const Entries& entries)
     });
 }
 
-// Sets the installer: the program that has the folder's name, else the only one.
+bool IsPackage(const Entries& entries)
+{
+    return HasList(entries) || HasDescription(entries);
+}
+
+// Sets the installer of a package that has no list of its files: the program that has the folder's name, else the only
+// one.
 void FindInstaller(Package& package, const Entries& entries)
 {
     const fs::path named = package.Folder / package.Folder.filename();
@@ -60,23 +73,24 @@ void FindInstaller(Package& package, const Entries& entries)
         return;
     }
     if (IsProgram(named)) {
-        package.Installer = named;
+        package.Installer = named.filename().string();
         return;
     }
     Entries programs;
     std::copy_if(entries.begin(), entries.end(), std::back_inserter(programs), IsProgram);
     if (programs.size() == 1)
-        package.Installer = programs[0];
+        package.Installer = programs[0].filename().string();
     else
         package.Problem = std::string(programs.empty() ? "The package has no installer. "
                                                        : "The package has several programs, and none has its name. ") +
-                          TellMaker;
+                          GetPackageAnew;
 }
 
 Package MakePackage(const fs::path& folder, const Entries& entries)
 {
-    Package package = {folder, {}, {}};
-    FindInstaller(package, entries);
+    Package package;
+    package.Folder = folder;
+    if (!HasList(entries)) FindInstaller(package, entries);
     return package;
 }
 
@@ -85,11 +99,11 @@ Package FindPackage(const fs::path& folder)
 {
     std::error_code error;
     const Entries entries = ReadFolder(folder, error);
+    Package package = MakePackage(folder, entries);
     if (error)
-        return {
-            folder, {}, "The folder can't be read (" + error.message() + "). Run zaldeploy as a user who may read it."};
-    const Package package = MakePackage(folder, entries);
-    return HasDescription(entries) || !package.Installer.empty() ? package : Package();
+        package.Problem =
+            "The folder can't be read (" + error.message() + "). Run zaldeploy as a user who may read it.";
+    return error || IsPackage(entries) || !package.Installer.empty() ? package : Package();
 }
 
 std::vector<Package> FindPackagesIn(const fs::path& folder)
@@ -97,7 +111,7 @@ std::vector<Package> FindPackagesIn(const fs::path& folder)
     std::error_code error;
     const Entries entries = ReadFolder(folder, error);
     if (error) throw std::runtime_error("the folder " + folder.string() + " can't be read: " + error.message());
-    if (HasDescription(entries)) return {MakePackage(folder, entries)};
+    if (IsPackage(entries)) return {MakePackage(folder, entries)};
     std::vector<Package> packages;
     for (const fs::path& entry : entries) {
         if (!IsFolder(entry)) continue;

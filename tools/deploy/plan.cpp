@@ -9,9 +9,13 @@
 #include "tools/deploy/discovery.h"
 #include "tools/deploy/historyview.h"
 #include "tools/deploy/jsonoutput.h"
+#include "tools/deploy/loading.h"
 
 namespace
 {
+
+const char* const UnsignedWarning =
+    "WARNING: --allow-unsigned runs whatever lies in these folders, whoever has put it there. For development only.";
 
 bool IsSame(const std::string& a, const std::string& b)
 {
@@ -49,11 +53,26 @@ void SelectByFolder(std::vector<Package>& packages, const std::vector<std::strin
         packages.erase(std::remove_if(packages.begin(), packages.end(), isLeftOut), packages.end());
 }
 
+Offer Ask(Session& session, Package package, const std::string& label)
+{
+    session.Screen.Begin(label);
+    Load(session, package);
+    return Discover(session, package, label);
+}
+
+// Removes the copies that are not needed any more.
+void DropCopies(Offers& offers, Copies copies)
+{
+    for (Offer& offer : offers)
+        if (copies == Copies::Drop || !offer.IsOffered()) offer.Package.pCopy.reset();
+}
+
 }  // namespace
 
-Offers AskPackages(Session& session)
+Offers AskPackages(Session& session, Copies copies)
 {
     ShowUnfinished(session.Screen, session.Unfinished);
+    if (session.Options.AllowUnsigned) session.Screen.Notice(UnsignedWarning);
     std::vector<Package> packages = FindPackages(session.Options.Folders);
     SelectByFolder(packages, session.Options.Only);
     Offers offers;
@@ -61,17 +80,19 @@ Offers AskPackages(Session& session)
     for (const Package& package : packages) {
         const std::string label = "[" + std::to_string(offers.size() + 1) + "/" + std::to_string(packages.size()) +
                                   "] Asking " + Printable(package.Name());
-        offers.push_back(session.Runner.IsStopped() ? NotAsked(package) : Discover(session, package, label));
+        offers.push_back(session.Runner.IsStopped() ? NotAsked(package) : Ask(session, package, label));
+        DropCopies(offers, copies);
     }
     if (!session.Runner.IsStopped()) Select(offers, session.Options.Only);
     KeepNewest(offers);
+    DropCopies(offers, copies);
     return offers;
 }
 
 int RunPlan(const DeployOptions& options)
 {
     Session session(options);
-    const Offers offers = AskPackages(session);
+    const Offers offers = AskPackages(session, Copies::Drop);
     ShowOffers(session, offers);
     ShowAdvice(session, offers);
     if (options.Json) PrintJson(ToJson("zaldeploy.plan", session, offers));

@@ -6,6 +6,9 @@ Session::Session(const DeployOptions& options)
       Log(ChooseLog(options)),
       Server(ReadIdentity(Runner, options)),
       History(options, Server, [this](const std::string& problem) { Screen.Notice("zaldeploy: " + problem + "."); }),
-      Unfinished(History.Unfinished())
+      Unfinished(History.Unfinished()),
+      Keys(options),
+      Libraries(FindLibraries(options)),
+      Run(options, Work.Path())
 {
 }

@@ -4,7 +4,10 @@
 #include "support/process.h"
 #include "tools/deploy/history.h"
 #include "tools/deploy/identity.h"
+#include "tools/deploy/keyring.h"
+#include "tools/deploy/libraries.h"
 #include "tools/deploy/options.h"
+#include "tools/deploy/runfolder.h"
 #include "tools/deploy/runlog.h"
 #include "tools/deploy/screen.h"
 #include "tools/deploy/workfolder.h"
@@ -22,4 +25,13 @@ struct Session
     Identity Server;
     CHistory History;
     const std::vector<HistoryEntry> Unfinished;  // installations, when this run began
+    CKeyring Keys;
+    const std::filesystem::path Libraries;  // the maker's; empty: they are where the loader looks anyway
+    CRunFolder Run;                         // a server that can't be opened gets no folder
 };
+
+// Whether packages that nobody has signed are run.
+inline bool AllowsUnsigned(const DeployOptions& options)
+{
+    return options.AllowUnsigned || !options.Server.empty();
+}

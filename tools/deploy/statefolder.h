@@ -1,14 +1,23 @@
-// Where zaldeploy keeps what outlives a run.
+// Folders of the system that zaldeploy works on: of this host, or of a simulated server below the server's own folder.
 #pragma once
 
 #include <filesystem>
 
 #include "tools/deploy/options.h"
 
-// What --state says, else /var/lib/flashlib; of a simulated server the folder of that path in the server's own.
+inline std::filesystem::path RootFolder(const DeployOptions& options)
+{
+    return options.Server.empty() ? "/" : std::filesystem::absolute(options.Server).lexically_normal();
+}
+
+// What outlives a run; --state names another.
 inline std::filesystem::path StateFolder(const DeployOptions& options)
 {
-    if (!options.State.empty()) return std::filesystem::absolute(options.State);
-    const std::filesystem::path folder = "var/lib/flashlib";
-    return (options.Server.empty() ? "/" : std::filesystem::absolute(options.Server)) / folder;
+    return options.State.empty() ? RootFolder(options) / "var/lib/flashlib" : std::filesystem::absolute(options.State);
+}
+
+// What its administrator has decided.
+inline std::filesystem::path ConfigFolder(const DeployOptions& options)
+{
+    return RootFolder(options) / "etc/flashlib";
 }

@@ -12,6 +12,8 @@ class CWorkFolder
     // Throws std::runtime_error where there is no folder for temporary files, or nothing can be written there.
     CWorkFolder();
 
+    const std::filesystem::path& Path() const { return m_Folder.Path(); }
+
     // Where the next discovery writes its document; no earlier one is there.
     std::filesystem::path DiscoveryFile() const;
 

@@ -1,4 +1,7 @@
 // zaldeploy: brings a server's firmware up to date from folders of component packages.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
@@ -26,8 +29,8 @@ const char* const Footer =
     "  1  updates are offered and were not installed\n"
     "  2  installed; takes effect when the server is restarted\n"
     "  3  a component may not be installed on this server as it is\n"
-    "  4  a discovery failed: an error, a crash, the time limit, rubbish; a part of the inventory can't be read;\n"
-    "     what was installed can't be verified\n"
+    "  4  a package can't be trusted; a discovery failed: an error, a crash, the time limit, rubbish; a part of the\n"
+    "     inventory can't be read; what was installed can't be verified\n"
     "  5  stopped by a signal before all was done\n"
     "  6  an installation failed\n"
     "  7  zaldeploy itself could not run, or what it found can't be printed\n"
@@ -39,7 +42,8 @@ const char* const Footer =
 
 const char* const PlanFooter =
     "Changes nothing. A package is a folder with a package description (qx*.xml) or an installer. Of several packages\n"
-    "for one device the newest counts. A discovery that reaches the time limit is ended.";
+    "for one device the newest counts. What is not signed by a trusted key is not run. A discovery that reaches the "
+    "time limit is ended.";
 
 const char* const InstallFooter =
     "Installs what zaldeploy plan shows, after a question on the terminal. Each package is asked again before it is\n"
@@ -51,6 +55,9 @@ const char* const HistoryFooter =
     "Changes nothing. The newest installation comes first; what it says of versions is what discovery has found. It "
     "is\n"
     "kept in an SQLite database, history.db in /var/lib/flashlib, in the folder of a simulated server there.";
+const char* const VerifyFooter =
+    "Changes nothing. Exit status: 0 when each device holds what its package offers, 1 when one holds something else,\n"
+    "4 when a package can't be trusted.";
 
 const char* const InventoryFooter = "Changes nothing. Exit status: 0, or 4 where a part can't be read.";
 
@@ -67,12 +74,15 @@ void AddLogOption(CLI::App& command, DeployOptions& options)
 }
 
 // What plan and install take.
+// What plan, install and verify take.
 void AddPackageOptions(CLI::App& command, DeployOptions& options)
 {
     command.add_option("DIR", options.Folders, "Folders of component packages, or package folders")->required();
     command.add_option("--only", options.Only, "Leave out all but this package, component or device; may be repeated")
         ->allow_extra_args(false);
-    command.add_flag("--force", options.Force, "Write the same version again, and go back to an older one");
+    command.add_option("--trust", options.Trust, "File of a public key whose signatures are trusted; may be repeated")
+        ->allow_extra_args(false);
+    command.add_flag("--allow-unsigned", options.AllowUnsigned, "Run packages that nobody has signed: for development");
     command.add_option("--timeout", options.Timeout, "Time limit of each component, in seconds of real time")
         ->check(CLI::Range(0.1, 86400.0))
         ->capture_default_str();
@@ -85,12 +95,18 @@ void AddPackageOptions(CLI::App& command, DeployOptions& options)
         ->excludes(pQuiet);
 }
 
+void AddForce(CLI::App& command, DeployOptions& options)
+{
+    command.add_flag("--force", options.Force, "Write the same version again, and go back to an older one");
+}
+
 struct Commands
 {
     explicit Commands(CLI::App& app)
         : pPlan(app.add_subcommand("plan", "Show what packages offer to the server")),
           pInstall(app.add_subcommand("install", "Install it")),
           pHistory(app.add_subcommand("history", "Show what was installed when, and with what result")),
+          pVerify(app.add_subcommand("verify", "Show who has signed packages, and whether the devices hold them")),
           pInventory(app.add_subcommand("inventory", "Show what the server is made of")),
           pIdentity(app.add_subcommand("identity",
                                        "Print host, product, serial number and the name of this start, one a line")
@@ -101,6 +117,7 @@ struct Commands
     CLI::App* pPlan;
     CLI::App* pInstall;
     CLI::App* pHistory;
+    CLI::App* pVerify;
     CLI::App* pInventory;
     CLI::App* pIdentity;
 };
@@ -109,8 +126,12 @@ void AddOptions(const Commands& commands, DeployOptions& options)
 {
     commands.pPlan->footer(PlanFooter);
     AddPackageOptions(*commands.pPlan, options);
+    AddForce(*commands.pPlan, options);
+    commands.pVerify->footer(VerifyFooter);
+    AddPackageOptions(*commands.pVerify, options);
     commands.pInstall->footer(InstallFooter);
     AddPackageOptions(*commands.pInstall, options);
+    AddForce(*commands.pInstall, options);
     commands.pInstall->add_flag("--yes", options.Yes, "Do not ask");
     commands.pInstall->add_flag("--dry-run", options.DryRun, "Print the commands and run none")->excludes("--quiet");
     commands.pHistory->footer(HistoryFooter);
@@ -148,6 +169,7 @@ int Run(const Commands& commands, const DeployOptions& options, char** argv)
 {
     if (commands.pInstall->parsed()) return RunInstall(options);
     if (commands.pHistory->parsed()) return RunHistory(options);
+    if (commands.pVerify->parsed()) return RunVerify(options);
     if (commands.pInventory->parsed()) return RunInventory(options, argv);
     if (commands.pPlan->parsed()) return RunPlan(options);
     PrintIdentity();
@@ -162,6 +184,14 @@ void ShowError(const DeployOptions& options, const std::string& message)
     json["message"] = message;
     json["status"] = DeployStatus_CouldNotRun;
     PrintJson(json);
+}
+
+// Whoever starts this may have closed some. What is opened later must not take their place.
+void OpenStandardDescriptors()
+{
+    int descriptor = 0;
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = open("/dev/null", O_RDONLY);
+    close(descriptor);
 }
 
 int ParseAndRun(int argc, char** argv)
@@ -190,6 +220,7 @@ int ParseAndRun(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    OpenStandardDescriptors();
     const int status = ParseAndRun(argc, argv);
     if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return status;
     std::fprintf(stderr, "zaldeploy: what it found can't be printed: %s.\n", std::strerror(errno));
