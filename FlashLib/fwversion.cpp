@@ -215,6 +215,7 @@ CStr CFwVersion::ToString() const
     return date.IsEmpty() ? version : version + " (" + date + ")";  // kept: long-major-with-date
 }
 
+// kept: open-log-without-end (none of these lines has one)
 int CFwVersion::CompareVersion(const CFwVersion* a, const CFwVersion* b)
 {
     if (a->Major == 0 && a->Minor == 0 && b->Major == 0 && b->Minor == 0) {

@@ -90,7 +90,7 @@ void CTranscript::Add(const std::string& line)
     m_Time = now;
     const std::string log = m_Log.Text();
     std::istringstream added(log.substr(m_Logged));
-    std::string before;
+    std::optional<std::string> before;
     int repeats = 0;
     for (std::string logged; m_ShowLog && std::getline(added, logged); before = logged) {
         if (added.eof()) logged += " (the line goes on)";
@@ -187,5 +187,6 @@ int main(int argc, char** argv)
         setenv("FLASHTEST_FOLDER", folder->Path().c_str(), 1);
     }
     setenv("QVFLASHLOG", (RunFolder() / "flash.debug.log").c_str(), 1);
+    setenv("TZ", "TEST-05:30", 1);  // local time is another one than that of the clock
     return RUN_ALL_TESTS();
 }

@@ -205,7 +205,8 @@ void CComponent::PostInstall(BOOL, ULONG) {}
 
 void CComponent::SwizzleLinuxReturnCode(ULONG&) {}
 
-// Discovery has been run by SelfDiscovery; tells how it went. kept: result-length (the texts are written whole)
+// Tells how the discovery went that SelfDiscovery ran.
+// kept: result-length (the texts are written whole, whatever the buffer's length)
 ULONG CComponent::ReportDiscovery(PLOGFN logger, LPTSTR resultStr)
 {
     if (!m_Discovery.bSupported) {

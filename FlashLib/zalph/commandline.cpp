@@ -14,7 +14,7 @@ void CCommandLine::Parse()
     TCHAR previous = '\0';
     for (int i = 0; i <= m_sCommandLine.GetLength(); i++) {
         const TCHAR c = m_sCommandLine[i];  // NUL at the end
-        if (c != ' ' && c != '\0') {
+        if (c != ' ' && c != '\0') {        // kept: blanks-are-spaces
             token += c;
         } else if (previous != ' ') {
             m_sArgArray.Add(token);

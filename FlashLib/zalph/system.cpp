@@ -50,13 +50,13 @@ BOOL CSystem::ReadPhysicalMemory(DWORD address, BYTE* buffer, int size)
     return ioctl(cruFd, RomDriverRequest_ReadMemory, &request) == 0;
 }
 
-// kept: no-environment-variables
 BOOL CSystem::GetEV(const char* name, BYTE* buffer, int size)
 {
     int length = 0;
     return GetEV(name, buffer, size, length) && length == size;
 }
 
+// kept: no-environment-variables (this GetEV, which the other one asks, and SetEV are always FALSE)
 BOOL CSystem::GetEV(const char*, BYTE*, int, int&)
 {
     return FALSE;

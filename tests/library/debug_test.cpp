@@ -92,6 +92,10 @@ TEST(ComponentDir, ReadsFilesWhole)
 
     EXPECT_FALSE(ReadFileIntoMemory((folder.Path() / "missing").c_str(), pBuffer, size));
     EXPECT_FALSE(ReadFileIntoMemory(folder.Path().c_str(), pBuffer, size));
+    // Such a file tells the size of a page and holds less. The buffer is released and still pointed to.
+    pBuffer = nullptr;
+    EXPECT_FALSE(ReadFileIntoMemory("/sys/devices/system/cpu/online", pBuffer, size));
+    EXPECT_TRUE(pBuffer && size >= 4096);
 }
 
 TEST(ReplaceStrDeathTest, ReplacesEveryOccurrenceOnce)

@@ -14,8 +14,9 @@ namespace
 
 const std::uint32_t BiosArea = 0xF0000;
 
-// Reads the flash header of a BIOS area that holds bytes at offset, and 0xFF elsewhere.
-CStr FamilyOf(std::size_t offset, const std::string& bytes)
+// Reads the flash header of a BIOS area that holds bytes at offset, and 0xFF elsewhere: image name, family and
+// revision.
+std::string StringsOf(std::size_t offset, const std::string& bytes)
 {
     UseServer(RackServer());
     std::vector<std::uint8_t> area(65536, 0xFF);
@@ -25,8 +26,20 @@ CStr FamilyOf(std::size_t offset, const std::string& bytes)
     CFlashTableHeader header;
     header.FindHeader();
     header.GetStrings();
-    return header.GetROMFamily();
+    return (header.GetImageName() + "," + header.GetROMFamily() + "," + header.GetROMRevision()).GetAnsiString();
 }
+
+// A system that has an environment, where each variable is of 4 bytes.
+class CTestSystem : public CSystem
+{
+  public:
+    using CSystem::GetEV;
+    BOOL GetEV(const char*, BYTE*, int, int& length) override
+    {
+        length = 4;
+        return TRUE;
+    }
+};
 
 }  // namespace
 
@@ -43,12 +56,13 @@ TEST(System, AnswersForThisHost)
     trace("GetEV ", system.GetEV("PATH", area, 0), " ", system.GetEV("PATH", area, 4), ", SetEV ",
           system.SetEV("PATH", area, 4), ", buffer ", area);
     trace("GetEV ", system.GetEV("PATH", area, 7, length), ", length ", length);
+    for (const int size : {3, 4, 5}) trace("GetEV of 4 bytes as ", size, ": ", CTestSystem().GetEV("PATH", area, size));
     for (const DWORD address : {BiosArea, BiosArea + 1}) {
         const BOOL read = system.ReadPhysicalMemory(address, area, sizeof area);
         trace("ReadPhysicalMemory from ", address, ": ", read);
     }
     const int fd = cruFd;
-    trace("of 16 bytes: ", system.ReadPhysicalMemory(BiosArea + 0xE0C3, area, 16));
+    trace("ReadPhysicalMemory of 16 bytes: ", system.ReadPhysicalMemory(BiosArea + 0xE0C3, area, 16));
     trace(HexDigits(std::string(area, area + 24)));
     EXPECT_TRUE(fd >= 0 && fd == cruFd);
     for (const char* pszServer : {R"({"driver": null})", R"({"faults": {"driver": "fails"}})"}) {
@@ -62,13 +76,12 @@ TEST(FlashHeader, IsFoundUpToTheEndOfTheBiosArea)
 {
     const std::string header = "$ZALFLSH" + std::string(23, 'x');
     const std::string strings("name\0P99\0rev\0", 13);
-    EXPECT_STREQ("P99", FamilyOf(0, header + strings));
-    EXPECT_STREQ("P99", FamilyOf(12345, header + strings));
-    EXPECT_STREQ("", FamilyOf(100, header + std::string(3, '\0')));
+    for (const std::size_t offset : {0, 12345}) EXPECT_EQ("name,P99,rev", StringsOf(offset, header + strings));
+    EXPECT_EQ(",,", StringsOf(100, header + std::string(3, '\0')));
     CLogCapture log;
-    EXPECT_STREQ("", FamilyOf(65519, header + strings));  // found; its strings lie beyond the end
+    EXPECT_EQ(",,", StringsOf(65519, header + strings));  // found; its strings lie beyond the end
     EXPECT_EQ("CFlashTableHeader::GetStrings::ImageName::::ROMName::::ROMRevision::\n", log.Text());
-    EXPECT_STREQ("", FamilyOf(65520, header + strings));
+    EXPECT_EQ(",,", StringsOf(65520, header + strings));
     EXPECT_TRUE(log.Has("CFlashTableHeader::GetStrings::m_pHeader=NULL\n"));
 }
 

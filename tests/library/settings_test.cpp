@@ -98,7 +98,7 @@ TEST(Tokenizer, SplitsAtSpacesOnly)
 {
     CTranscript trace("tokenizer");
     for (const char* pszLine :
-         {"  /f  /o:file  ", "/o:a:b /p: :x", "\"a b\"\t/f", "   ", "/f /o:x /o:y /F", "/fo ce"}) {
+         {"  /f  /o:file  ", "/o:a:b /p: :x", "\"a b\"\t/f", "   ", "/f /o:x /o:y /F", "/fo ce", "/f /o"}) {
         CStr text(pszLine);
         const CCommandLine line(text);
         trace("\"", pszLine, "\": ", line.GetNumArgs(), " arguments");

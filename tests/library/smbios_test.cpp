@@ -36,27 +36,29 @@ void Ask(CTranscript& trace, const std::string& server)
 {
     CSMBIOS smbios;
     CSystem system;
-    const auto both = [&](const std::string& name, const CStr& records, const CStr& services) {
-        trace(name, " \"", records, "\", of the system \"", services, "\"");
+    const auto both = [&](const std::string& name, const auto& ask) {
+        trace(name, " \"", ask(smbios), "\"");
+        trace("  of the system \"", ask(system), "\"");
     };
     trace(server, ": table ", smbios.Exists());
-    both("GetProductName", smbios.GetProductName(), system.GetProductName());
-    both("GetROMDate", smbios.GetROMDate(), system.GetROMDate());
-    both("GetROMVersion", smbios.GetROMVersion(), system.GetROMVersion());
-    both("GetRDDate", smbios.GetRDDate(), system.GetRDDate());
-    both("GetBBDate", smbios.GetBBDate(), system.GetBBDate());
-    both("GetOEMROMName", smbios.GetOEMROMName(), system.GetOEMROMName());
-    both("GetOEMROMDate", smbios.GetOEMROMDate(), system.GetOEMROMDate());
-    both("GetSystemID", smbios.GetSystemID(), system.GetSystemID());
-    both("GetPlatformID", smbios.GetPlatformID(), system.GetPlatformID());
+    both("GetProductName", [](auto& asked) { return asked.GetProductName(); });
+    both("GetROMDate", [](auto& asked) { return asked.GetROMDate(); });
+    both("GetROMVersion", [](auto& asked) { return asked.GetROMVersion(); });
+    both("GetRDDate", [](auto& asked) { return asked.GetRDDate(); });
+    both("GetBBDate", [](auto& asked) { return asked.GetBBDate(); });
+    both("GetOEMROMName", [](auto& asked) { return asked.GetOEMROMName(); });
+    both("GetOEMROMDate", [](auto& asked) { return asked.GetOEMROMDate(); });
+    both("GetSystemID", [](auto& asked) { return asked.GetSystemID(); });
+    both("GetPlatformID", [](auto& asked) { return asked.GetPlatformID(); });
     for (int i = -1; i <= 7; i++) {
-        both("GetPALType(" + std::to_string(i) + ")", smbios.GetPALType(i), system.GetPALType(i));
-        trace("GetPALVersion ", smbios.GetPALVersion(i), ", of the system ", system.GetPALVersion(i));
+        both("GetPALType(" + std::to_string(i) + ")", [i](auto& asked) { return asked.GetPALType(i); });
+        both("GetPALVersion(" + std::to_string(i) + ")", [i](auto& asked) { return asked.GetPALVersion(i); });
     }
-    trace("GetPlatformIDValue ", smbios.GetPlatformIDValue(), ", of the system ", system.GetPlatformIDValue());
-    trace("GetTPMStatus ", int{smbios.GetTPMStatus()}, ", of the system ", int{system.GetTPMStatus()});
-    trace("GetROMFamily \"", smbios.GetROMFamily(), "\", GetPowerMicroVersion \"", smbios.GetPowerMicroVersion(),
-          "\", GetSPSVersion \"", smbios.GetSPSVersion(), "\"");
+    both("GetPlatformIDValue", [](auto& asked) { return asked.GetPlatformIDValue(); });
+    both("GetTPMStatus", [](auto& asked) { return int{asked.GetTPMStatus()}; });
+    trace("GetROMFamily \"", smbios.GetROMFamily(), "\"");
+    trace("GetPowerMicroVersion \"", smbios.GetPowerMicroVersion(), "\"");
+    trace("GetSPSVersion \"", smbios.GetSPSVersion(), "\"");
     DWORD size = 1;
     const ULONG address = smbios.GetFlashBuffer(size);
     trace("GetFlashBuffer ", address, " of ", size, " bytes");
@@ -72,8 +74,9 @@ TEST(Smbios, AnswersFromVersionRecordsOrTheOthers)
         Ask(trace, pszName);
         trace.ShowLog(false);
     }
-    // The first version record of a type wins even without a text.
-    UseServer(RackServer(R"({"platform_id": 65534, "firmware": [{"type": "redundant_rom"}, {"type": "redundant_rom",
+    // The first version record of a type wins even without a text. The product's name has blanks around it.
+    UseServer(RackServer(
+        R"({"product": "  QV  x ", "platform_id": 65534, "firmware": [{"type": "redundant_rom"}, {"type": "redundant_rom",
         "version": "second"}, {"type": "cpld", "data": [9, 201, 202]}, {"type": "cpld", "name": "B",
         "data": [9, 203, 204]}, {"type": "sps", "data": [129, 130, 131, 132, 133, 134, 135, 136, 15]}]})"));
     Ask(trace, "records without a text");
@@ -96,6 +99,9 @@ TEST(Smbios, BadNodesGiveNoTable)
         CSMBIOS smbios;
         trace(pszFault, ": Initialize ", smbios.Initialize());
         trace("once more ", smbios.Initialize());
+        unsigned int length = 1;
+        const std::unique_ptr<unsigned char[]> pRegion(smbios.GetSMBiosMemoryHeader(length));
+        trace("GetSMBiosMemoryHeader ", pRegion ? "" : "none ", "of ", length, " bytes");
         DWORD size = 1;
         trace("GetFlashBuffer ", smbios.GetFlashBuffer(size), " of ", size, " bytes");
         trace("GetProductName \"", smbios.GetProductName(), "\"");
