@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -20,7 +19,7 @@ const int LastGoodStatus = 2;  // of an installer
 
 void TellComplaints(int status, void* process)
 {
-    if (getpid() != static_cast<pid_t>(reinterpret_cast<std::intptr_t>(process))) return;  // forked off
+    if (getpid() != *static_cast<const pid_t*>(process)) return;  // forked off
     const std::vector<std::string> complaints = TakeComplaints();
     if (complaints.empty()) return;
     std::fprintf(stderr, "zalsim: The server was used as no server should be:\n");
@@ -35,7 +34,8 @@ void TellComplaints(int status, void* process)
 // Called when the program's own objects are gone: they were made later.
 __attribute__((constructor)) void WatchExit()
 {
-    on_exit(TellComplaints, reinterpret_cast<void*>(static_cast<std::intptr_t>(getpid())));
+    static pid_t s_Process = getpid();
+    on_exit(TellComplaints, &s_Process);
 }
 
 }  // namespace
