@@ -25,11 +25,11 @@ CStr FileName(const CStr& path)
     return path.Mid(path.ReverseFind("/") + 1);
 }
 
-int Finish(CComponent::InstallParameters* params, ULONG result, const CStr& text)
+void Finish(CComponent::InstallParameters* params, ULONG result, const CStr& text)
 {
     params->Result = result;
     params->bFinished = TRUE;
-    return std::snprintf(params->pszResultStr, params->ResultStrLength, "%s", text.GetAnsiString());
+    std::snprintf(params->pszResultStr, params->ResultStrLength, "%s", text.GetAnsiString());
 }
 
 }  // namespace
@@ -90,7 +90,7 @@ int CFirmwareComponent::DecideInstallState()
 int CFirmwareComponent::CheckPackage()
 {
     const int notAllowed = ZALSTATE_INSTALLNOTALLOWED;
-    if (m_Properties.sName == "(Name)") {  // as constructed: no description was read
+    if (m_Properties.sName == NoName) {
         const CStr folder = g_InstallLocalDir.GetLength() <= MaxFolderLength ? g_InstallLocalDir : "the package folder";
         return Refuse(notAllowed, CStr("There is no readable package description (qx*.xml) in ") + folder + ".");
     }
@@ -221,9 +221,15 @@ ULONG CFirmwareComponent::Install(BOOL silent, PLOGFN logger, LPTSTR resultStr, 
 void CFirmwareComponent::InstallWorker(InstallParameters* params)
 {
     if (Update(params->bSilent ? nullptr : params->pfnLogger))
-        FinishFlashed(params, ReturnCodeNone, "was flashed and runs.", m_sRemark);
+        FinishFlashed(params, ReturnCodeNone, Left_RunsNew, "was flashed and runs.", m_sRemark);
     else
         FinishFailed(params);
+}
+
+// Whoever has not got to an end has left what can't be told.
+Left CFirmwareComponent::GetLeft() const
+{
+    return m_Left.value_or(m_bTouched ? Left_Unknown : Left_Untouched);
 }
 
 BOOL CFirmwareComponent::Update(PLOGFN logger)
@@ -231,6 +237,7 @@ BOOL CFirmwareComponent::Update(PLOGFN logger)
     m_sVersionBefore = m_Properties.sCurrentVersion;
     m_sFailure = "";
     m_bTouched = FALSE;
+    m_Left.reset();
     BOOL written = FALSE;
     try {
         written = WriteDevice(logger);
@@ -249,14 +256,21 @@ BOOL CFirmwareComponent::Verify()
     return TRUE;
 }
 
-CStr CFirmwareComponent::DescribeState()
+Left CFirmwareComponent::LeftByVersion() const
+{
+    if (m_CurrentVersion == m_OfferedVersion) return Left_RunsNew;
+    return m_Properties.sCurrentVersion == m_sVersionBefore ? Left_RunsOld : Left_Unknown;
+}
+
+CFirmwareComponent::DeviceState CFirmwareComponent::DescribeState()
 {
     const CStr device = CStr("The ") + m_sDevice;
-    if (!m_bTouched) return device + " was not touched and runs as before.";
+    if (!m_bTouched) return {Left_Untouched, device + " was not touched and runs as before."};
     if (!ReadCurrentVersion())
-        return device + " does not answer: restart the management processor, then run this installer again.";
-    if (m_bBootLoader) return device + " waits in its boot loader: run this installer again.";
-    return device + " runs version " + m_Properties.sCurrentVersion + ": run this installer again.";
+        return {Left_Unknown,
+                device + " does not answer: restart the management processor, then run this installer again."};
+    if (m_bBootLoader) return {Left_Incomplete, device + " waits in its boot loader: run this installer again."};
+    return {LeftByVersion(), device + " runs version " + m_Properties.sCurrentVersion + ": run this installer again."};
 }
 
 // "Power controller microcode 2.1".
@@ -265,7 +279,8 @@ CStr CFirmwareComponent::Firmware() const
     return m_sFirmware + " " + m_OfferedVersion.ToString();
 }
 
-void CFirmwareComponent::FinishFlashed(InstallParameters* params, ULONG result, const CStr& how, const CStr& more)
+void CFirmwareComponent::FinishFlashed(InstallParameters* params, ULONG result, Left left, const CStr& how,
+                                       const CStr& more)
 {
     // What was not touched was not flashed.
     const BOOL logged = !m_bTouched || CSystem().LogFlashEventToVRL(Firmware() + " flashed; was " + m_sVersionBefore);
@@ -273,11 +288,14 @@ void CFirmwareComponent::FinishFlashed(InstallParameters* params, ULONG result, 
     if (!logged) text += " The event could not be logged.";
     if (!more.IsEmpty()) text += CStr(" ") + more;
     Finish(params, result, text);
+    m_Left = left;
 }
 
 void CFirmwareComponent::FinishFailed(InstallParameters* params)
 {
     if (m_bTouched)
         CSystem().LogMaintenanceNoteToVRL(Firmware() + " not flashed: " + m_sFailure + "; was " + m_sVersionBefore);
-    Finish(params, ReturnCodeErrorReturn, Firmware() + " was not installed: " + m_sFailure + ". " + DescribeState());
+    const DeviceState state = DescribeState();
+    Finish(params, ReturnCodeErrorReturn, Firmware() + " was not installed: " + m_sFailure + ". " + state.sSentence);
+    m_Left = state.What;
 }

@@ -2,11 +2,13 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 
 #include "chif.h"
 #include "component.h"
 #include "fwversion.h"
 #include "packageimage.h"
+#include "report.h"
 #include "zalph.h"
 
 // Offers the firmware image of a package to a device. Reads settings.ini of the package:
@@ -24,12 +26,18 @@
 class CFirmwareComponent : public CComponent
 {
   public:
+    // The name of a component that has read no package description.
+    static constexpr const char* NoName = "(Name)";
+
     // Refuses a package description and settings that no package has, before anything reads them.
     void Initialize() override;
 
     // As the base's, but on a server without the device: ReturnCodeNoTarget. Holds signals from before it writes to the
     // end of the process. When memory runs out the text says so, and what state the device is in.
     ULONG Install(BOOL silent, PLOGFN logger, LPTSTR resultStr, ULONG resultLength, LPCTSTR language) override;
+
+    // What the installation has left in the device.
+    Left GetLeft() const;
 
   protected:
     // What the component can't work without.
@@ -73,8 +81,13 @@ class CFirmwareComponent : public CComponent
     // TRUE when the device runs what was written; else FALSE after Fail.
     virtual BOOL Verify();
 
-    // After a failure: what state the device is in and what to do now.
-    virtual CStr DescribeState();
+    // What state the device is in after a failure. The sentence says that and what to do now.
+    struct DeviceState
+    {
+        Left What;
+        CStr sSentence;
+    };
+    virtual DeviceState DescribeState();
 
     BOOL PerformDiscovery() override { return m_bFound; }
     void InstallWorker(InstallParameters* params) override;
@@ -104,7 +117,7 @@ class CFirmwareComponent : public CComponent
 
     // End InstallWorker with a sentence for the user and an entry in the event log. how: "was flashed and runs."; more
     // follows it.
-    void FinishFlashed(InstallParameters* params, ULONG result, const CStr& how, const CStr& more);
+    void FinishFlashed(InstallParameters* params, ULONG result, Left left, const CStr& how, const CStr& more);
     void FinishFailed(InstallParameters* params);
 
     static const int StateOpen = 0;  // nothing speaks against the installation so far
@@ -134,12 +147,14 @@ class CFirmwareComponent : public CComponent
     int DecideInstallState();
     void LimitTexts();
     CStr Firmware() const;
+    Left LeftByVersion() const;
 
     Needs m_Needs;
     BOOL m_bFound = FALSE;
     BOOL m_bNoTarget = FALSE;
     CStr m_sSettingsProblem;  // empty: none
     CStr m_sVersionBefore;    // the installation
+    std::optional<Left> m_Left;
     std::unique_ptr<CINIFile> m_pSettings;
     std::unique_ptr<CChannelInterface> m_pChannel;
 };

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <new>
 
-#include "propertytable.h"
+#include "report.h"
 #include "util.h"
 
 CStr g_InstallLocalDir;
@@ -79,18 +79,46 @@ bool ReadSwitches(int argc, char** argv, Switches& switches)
     return true;
 }
 
-void PrintText(CComponent& component, ULONG id, const char* name)
+void PrintRow(const char* name, const char* value)
+{
+    std::printf("  %-16s %s\n", name, value);
+}
+
+CStr PrintText(CComponent& component, ULONG id, const char* name)
 {
     static char szText[4096];  // components keep their texts far shorter
     component.GetProperty(id, szText, sizeof szText, "en");
-    PrintPropertyRow(name, szText);
+    PrintRow(name, szText);
+    return szText;
 }
 
 void PrintFlag(CComponent& component, ULONG id, const char* name)
 {
     BOOL bFlag = FALSE;
     component.GetProperty(id, &bFlag, sizeof bFlag, "en");
-    PrintPropertyRow(name, bFlag ? "yes" : "no");
+    PrintRow(name, bFlag ? "yes" : "no");
+}
+
+const char* InstallStateText(int state)
+{
+    switch (state) {
+        case ZALSTATE_INSTALLEDSAME:
+            return "same version installed";
+        case ZALSTATE_INSTALLEDOLDER:
+            return "older version installed";
+        case ZALSTATE_INSTALLEDNEWER:
+            return "newer version installed";
+        case ZALSTATE_INSTALLEDNOTNEEDED:
+            return "installed, not needed";
+        case ZALSTATE_NOTINSTALLEDNEEDED:
+            return "not installed, needed";
+        case ZALSTATE_NOTINSTALLEDNOTNEEDED:
+            return "not needed on this server";
+        case ZALSTATE_INSTALLNOTALLOWED:
+            return "installation not allowed";
+        default:
+            return "unknown";
+    }
 }
 
 // Messages may carry their own line end.
@@ -99,20 +127,22 @@ void CutLineEnd(char* text)
     text[std::strcspn(text, "\n")] = '\0';
 }
 
-void PrintProperties(CComponent& component, ZALINSTALLSTATE& state)
+void ShowProperties(CComponent& component, ZALINSTALLSTATE& state)
 {
-    PrintText(component, ZALPROP_NAME, PropertyRow_Name);
+    const CStr name = PrintText(component, ZALPROP_NAME, "Name");
     PrintText(component, ZALPROP_DESCRIPTION, "Description");
-    PrintText(component, ZALPROP_VERSIONCURRENT, PropertyRow_CurrentVersion);
-    PrintText(component, ZALPROP_VERSIONNEW, PropertyRow_NewVersion);
+    const CStr current = PrintText(component, ZALPROP_VERSIONCURRENT, "Current version");
+    const CStr offered = PrintText(component, ZALPROP_VERSIONNEW, "New version");
     component.GetProperty(ZALPROP_INSTALLSTATE, &state, sizeof state, "en");
     CutLineEnd(state.szMessage);
-    PrintPropertyRow(PropertyRow_InstallState, InstallStateText(state.nState));
-    if (state.szMessage[0] != '\0') PrintPropertyRow(PropertyRow_Message, state.szMessage);
+    PrintRow("Install state", InstallStateText(state.nState));
+    if (state.szMessage[0] != '\0') PrintRow("Message", state.szMessage);
     PrintFlag(component, ZALPROP_SUPPORTSILENTINSTALL, "Silent install");
     PrintFlag(component, ZALPROP_SUPPORTSILENTUPDATE, "Silent update");
     PrintFlag(component, ZALPROP_SUPPORTDOWNGRADE, "Downgrade");
     std::printf("\n");
+    ReportProperties(name == CFirmwareComponent::NoName ? "" : name.GetAnsiString(), current, offered, state.nState,
+                     state.szMessage);
 }
 
 void PrintLine(const char* format, ...)
@@ -137,37 +167,49 @@ void OpenStandardDescriptors()
 // Runs before the constructors of any library, which may open something too.
 [[gnu::section(".preinit_array"), gnu::used]] void (*const OpenFirst)() = OpenStandardDescriptors;
 
+// Ends a run that has touched nothing.
+int EndUntouched(ULONG result, const char* message)
+{
+    std::puts(message);
+    ReportResult(message, Left_Untouched);
+    return static_cast<int>(result);
+}
+
+int Install(CFirmwareComponent& component, BOOL silent, const ZALINSTALLSTATE& state)
+{
+    char szResult[ResultSize] = "";
+    component.SelfDiscovery();
+    ULONG result = component.Install(silent, PrintLine, szResult, sizeof szResult, "en");
+    component.PostInstall(silent, result);
+    component.SwizzleLinuxReturnCode(result);
+    // A component that may not be installed says nothing of its own.
+    const bool refused = szResult[0] == '\0' && result == ReturnCodeErrorReturn;
+    if (refused) {
+        std::snprintf(szResult, sizeof szResult, "Nothing was installed: %s.", InstallStateText(state.nState));
+        std::puts(szResult);
+    }
+    ReportResult(refused && state.szMessage[0] != '\0' ? state.szMessage : szResult, component.GetLeft());
+    return static_cast<int>(result);
+}
+
 int Run(CFirmwareComponent& component, const Switches& switches, int argc, char** argv)
 {
     component.ParseCmdLine(argc, argv);
     component.Initialize();
     ZALINSTALLSTATE state = {};
-    PrintProperties(component, state);
-
-    if (!switches.Discovery && !switches.Force && state.nState == ZALSTATE_INSTALLEDSAME) {
-        std::printf("This version is installed already; /f writes it again.\n");
-        return ReturnCodeTargetCurrent;
-    }
-    if (!switches.Discovery && !switches.Force && state.nState == ZALSTATE_INSTALLEDNEWER) {
-        std::printf("A newer version is installed; /f goes back to this one.\n");
-        return ReturnCodeTargetNewer;
-    }
-
-    char szResult[ResultSize] = "";
-    component.SelfDiscovery();
-    ULONG result = component.Install(switches.Silent, PrintLine, szResult, sizeof szResult, "en");
-    component.PostInstall(switches.Silent, result);
-    component.SwizzleLinuxReturnCode(result);
-    // A component that may not be installed says nothing of its own.
-    if (szResult[0] == '\0' && result == ReturnCodeErrorReturn)
-        std::printf("Nothing was installed: %s.\n", InstallStateText(state.nState));
-    return static_cast<int>(result);
+    ShowProperties(component, state);
+    if (!switches.Discovery && !switches.Force && state.nState == ZALSTATE_INSTALLEDSAME)
+        return EndUntouched(ReturnCodeTargetCurrent, "This version is installed already; /f writes it again.");
+    if (!switches.Discovery && !switches.Force && state.nState == ZALSTATE_INSTALLEDNEWER)
+        return EndUntouched(ReturnCodeTargetNewer, "A newer version is installed; /f goes back to this one.");
+    return Install(component, switches.Silent, state);
 }
 
 }  // namespace
 
 int RunComponent(std::unique_ptr<CFirmwareComponent> (*make)(), int argc, char** argv)
 {
+    OpenReport();
     static char szLine[BUFSIZ];
     std::setvbuf(stdout, szLine, _IOLBF, sizeof szLine);  // progress is seen as it happens, also through a pipe
     try {
@@ -182,7 +224,6 @@ int RunComponent(std::unique_ptr<CFirmwareComponent> (*make)(), int argc, char**
         return Run(*pComponent, switches, argc, argv);
     } catch (const std::bad_alloc&) {
         // Install itself answers for what it has touched.
-        std::puts("Nothing was installed: there is not enough memory.");
-        return ReturnCodeErrorReturn;
+        return EndUntouched(ReturnCodeErrorReturn, "Nothing was installed: there is not enough memory.");
     }
 }

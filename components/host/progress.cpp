@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "report.h"
+
 namespace
 {
 
@@ -25,7 +27,6 @@ CProgressBar::CProgressBar(PLOGFN logger, const char* what, int total)
       m_pszWhat(what),
       m_Total(total),
       m_bTerminal(isatty(STDOUT_FILENO) != 0),
-      m_Shown(-1),
       m_Start(Milliseconds())
 {
 }
@@ -37,8 +38,11 @@ CProgressBar::~CProgressBar()
 
 void CProgressBar::Show(int done)
 {
-    if (!m_pfnLogger || m_Total <= 0) return;
+    if (m_Total <= 0) return;
     const int percent = static_cast<int>(std::int64_t{done} * 100 / m_Total);
+    if (percent != m_Reported) ReportProgress(m_pszWhat, done, m_Total);
+    m_Reported = percent;
+    if (!m_pfnLogger) return;
     const int step = m_bTerminal ? 1 : 10;
     if (m_Shown >= 0 && percent / step == m_Shown / step) return;
     m_Shown = percent;

@@ -6,7 +6,7 @@
 #include "component.h"
 
 // A bar with bytes, percent and rate that is redrawn in place on a terminal; elsewhere a plain line at every tenth
-// part.
+// part. A deployment tool is told at every hundredth.
 class CProgressBar
 {
   public:
@@ -26,6 +26,7 @@ class CProgressBar
     const char* m_pszWhat;
     int m_Total;  // bytes
     bool m_bTerminal;
-    int m_Shown;           // percent; -1: nothing so far
+    int m_Shown = -1;      // percent; -1: nothing so far
+    int m_Reported = -1;   // the same
     std::int64_t m_Start;  // ms
 };

@@ -104,21 +104,23 @@ BOOL CSystemRom::Verify()
     return TRUE;
 }
 
-CStr CSystemRom::DescribeState()
+CSystemRom::DeviceState CSystemRom::DescribeState()
 {
     if (!m_bTouched) return CFirmwareComponent::DescribeState();
-    return "The flash part may hold no whole ROM: do not restart the server, run this installer again.";
+    return {Left_Incomplete,
+            "The flash part may hold no whole ROM: do not restart the server, run this installer again."};
 }
 
 void CSystemRom::InstallWorker(InstallParameters* params)
 {
     const BOOL done = Update(params->bSilent ? nullptr : params->pfnLogger);
+    const Left left = m_pFlasher->IsRead() ? Left_RunsNew : Left_Unknown;
     if (m_sWritten.IsEmpty())
         FinishFailed(params);
     else if (done)
-        FinishFlashed(params, ReturnCodeReboot, m_sWritten, "It takes effect when the server is restarted.");
+        FinishFlashed(params, ReturnCodeReboot, left, m_sWritten, "It takes effect when the server is restarted.");
     else
-        FinishFlashed(params, ReturnCodeErrorReturn, m_sWritten,
+        FinishFlashed(params, ReturnCodeErrorReturn, left, m_sWritten,
                       CStr("Afterwards ") + m_sFailure +
                           ". Run this installer with /f once more before the server is restarted.");
 }

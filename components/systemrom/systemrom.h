@@ -20,7 +20,7 @@ class CSystemRom : public CFirmwareComponent
     BOOL WriteDevice(PLOGFN logger) override;
     BOOL LeaveDevice(PLOGFN logger, BOOL written) override;
     BOOL Verify() override;
-    CStr DescribeState() override;
+    DeviceState DescribeState() override;
     void InstallWorker(InstallParameters* params) override;
 
   private:

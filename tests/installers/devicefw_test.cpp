@@ -101,19 +101,20 @@ TEST_F(DeviceFirmware, RefusesAPackageThatIsNotWhole)
 
 TEST_F(DeviceFirmware, SaysWhatStateAFailureLeavesAndRecovers)
 {
-    const std::tuple<const char*, int, const char*, const char*> cases[] = {
-        {"device_error_at_byte=100000", 7, "the device refused the image at byte 99328", InLoader},
-        {"dies_at_byte=50000", 7, "the management processor stopped answering at byte 49152", Unknown},
-        {"power_lost_at_byte=150000", 137, "Uploading: 140288", ""},
-        {R"(error='{"command": "DEVICE_FLASH", "exchange": 1}')", 7, "can't flash this device", Untouched},
-        {R"(lost='{"command": "DEVICE_FLASH", "exchange": 1}')", 7, "can't flash this device", Untouched},
-        {R"(lost='{"command": "DEVICE_FLASH", "exchange": 198}')", 0, "was flashed and runs", ""},
-        {R"(stale='{"command": "DEVICE_FLASH", "replies": 3}')", 0, "was flashed and runs", ""},
+    const std::tuple<const char*, int, const char*, const char*, const char*> cases[] = {
+        {"device_error_at_byte=100000", 7, "the device refused the image at byte 99328", InLoader, "incomplete"},
+        {"dies_at_byte=50000", 7, "the management processor stopped answering at byte 49152", Unknown, "unknown"},
+        {"power_lost_at_byte=150000", 137, "Uploading: 140288", "", "nothing"},
+        {R"(error='{"command": "DEVICE_FLASH", "exchange": 1}')", 7, "can't flash this device", Untouched, "untouched"},
+        {R"(lost='{"command": "DEVICE_FLASH", "exchange": 1}')", 7, "can't flash this device", Untouched, "untouched"},
+        {R"(lost='{"command": "DEVICE_FLASH", "exchange": 198}')", 0, "was flashed and runs", "", "runs new"},
+        {R"(stale='{"command": "DEVICE_FLASH", "replies": 3}')", 0, "was flashed and runs", "", "runs new"},
     };
-    for (const auto& [fault, status, says, state] : cases) {
+    for (const auto& [fault, status, says, state, left] : cases) {
         fs::remove(m_Server.Path() / "TMBR.fw");
         EXPECT_TRUE(Ends(status, says, RackServer(), "", std::string("--fault processor.") + fault)) << fault;
         EXPECT_TRUE(Says(state)) << fault;
+        EXPECT_EQ(left, Left()) << fault;
         if (state == InLoader || state == Unknown || status == 137) {
             EXPECT_TRUE(Discovers(RackServer(), "<active_version value=\"Incomplete\"/>"));
         }
@@ -130,6 +131,25 @@ TEST_F(DeviceFirmware, IsEndedByNoSignalThatCanBeHeld)
         std::_Exit(3);
     };
     EXPECT_EXIT(last(), testing::ExitedWithCode(3), "");
+}
+
+TEST_F(DeviceFirmware, ReportsOnlyToADescriptorAndGoesOnWithoutAReader)
+{
+    const std::string installs = std::string(ZALSIM) + " --server " + m_Server.Path().string() +
+                                 " -- '" PACKAGES "/devicefw/devicefw' /y " + m_Package.Path().string();
+    m_Server.Write("server.json", RackServer());
+    Edit("qxdevicefw.xml", "Tamberline Controller", "\"Fan\\ \xC3\xA9");
+    EXPECT_EQ(0, Run(RackServer(), "/d " + (m_Server.Path() / "d.xml").string()));
+    EXPECT_EQ(R"({"report": "properties", "name": "Quorvant \"Fan\\ é Firmware", "current": "1.2.5", )"
+              R"("offered": "1.3.2", "state": 2, "message": ""})"
+              "\n"
+              R"({"report": "result", "message": "Discovery complete.", "left": "untouched"})"
+              "\n",
+              ReadFile(m_Server.Path() / "report"));
+    EXPECT_EQ(0, RunCommand("FLASHLIB_REPORT=9x " + installs + " /f", m_Output));
+    EXPECT_TRUE(Says("FLASHLIB_REPORT names no descriptor that can be written to; nothing is reported there."));
+    RunCommand("{ (FLASHLIB_REPORT=9 " + installs + " /f >&8; echo $? >&8) 9>&1 | :; } 8>&1", m_Output);
+    EXPECT_TRUE(Says("was flashed and runs.\n0\n"));
 }
 
 TEST_F(DeviceFirmware, PrintsIntoNoDeviceWhereTheStandardDescriptorsAreClosed)

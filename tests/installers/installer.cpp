@@ -1,6 +1,7 @@
 #include "tests/installers/installer.h"
 
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "sim/images/crc.h"
 
@@ -14,7 +15,18 @@ CInstallerTest::CInstallerTest(const std::string& component) : m_Component(compo
 
 int CInstallerTest::Zalsim(const std::string& arguments)
 {
-    return RunCommand(std::string(ZALSIM) + " --server " + m_Server.Path().string() + " " + arguments, m_Output);
+    const std::string folder = m_Server.Path().string();
+    return RunCommand("FLASHLIB_REPORT=9 " + std::string(ZALSIM) + " --server " + folder + " " + arguments + " 9>" +
+                          folder + "/report",
+                      m_Output);
+}
+
+std::string CInstallerTest::Left() const
+{
+    std::istringstream report(ReadFile(m_Server.Path() / "report"));
+    nlohmann::json last;
+    for (std::string line; std::getline(report, line);) last = nlohmann::json::parse(line);
+    return last.value("left", "nothing");
 }
 
 int CInstallerTest::Run(const std::string& server, const std::string& switches, const std::string& options)

@@ -22,6 +22,9 @@ class CInstallerTest : public testing::Test
     int Zalsim(const std::string& arguments);
     testing::AssertionResult Says(const std::string& text) const;
 
+    // What the last run has reported that it has left in the device.
+    std::string Left() const;
+
     // Replaces a text in a file of the package, puts the file back.
     void Edit(const std::string& file, const std::string& find, const std::string& replacement);
     void Restore(const std::string& file);

@@ -57,21 +57,23 @@ TEST_F(PowerControllerInstall, FinishesAnUpdateThatWasCutOff)
 
 TEST_F(PowerControllerInstall, SaysWhatStateAFailureLeaves)
 {
-    const std::tuple<const char*, int, const char*, const char*> cases[] = {
-        {R"(error='{"at": 200, "times": 100}')", 0, "The upload failed; once more", "was flashed and runs."},
-        {R"(error='{"at": 200, "times": 100000}')", 7, "it refused the microcode twice.", WaitsInLoader},
-        {"busy_at_record=300", 7, "it refused the microcode twice.", ""},
+    const std::tuple<const char*, int, const char*, const char*, const char*> cases[] = {
+        {R"(error='{"at": 200, "times": 100}')", 0, "The upload failed; once more", "was flashed and runs.",
+         "runs new"},
+        {R"(error='{"at": 200, "times": 100000}')", 7, "it refused the microcode twice.", WaitsInLoader, "incomplete"},
+        {"busy_at_record=300", 7, "it refused the microcode twice.", "", "incomplete"},
         {"never_unlocks=true", 7, "it does not enter its boot loader.",
-         "The power controller runs version 1.4: run this"},
-        {"never_leaves_boot_loader=true", 7, "it does not leave its boot loader.", WaitsInLoader},
-        {R"(bad_checksum='{"at": 10, "times": 14}')", 0, "was flashed and runs.", ""},
-        {R"(no_acknowledge='{"at": 10, "times": 14}')", 0, "was flashed and runs.", ""},
+         "The power controller runs version 1.4: run this", "runs old"},
+        {"never_leaves_boot_loader=true", 7, "it does not leave its boot loader.", WaitsInLoader, "incomplete"},
+        {R"(bad_checksum='{"at": 10, "times": 14}')", 0, "was flashed and runs.", "", "runs new"},
+        {R"(no_acknowledge='{"at": 10, "times": 14}')", 0, "was flashed and runs.", "", "runs new"},
     };
-    for (const auto& [fault, status, says, state] : cases) {
+    for (const auto& [fault, status, says, state, left] : cases) {
         Renew();
         EXPECT_EQ(status, RunWithFault(fault)) << fault << m_Output;
         EXPECT_TRUE(Says(says)) << fault;
         EXPECT_TRUE(Says(state)) << fault;
+        EXPECT_EQ(left, Left()) << fault;
         EXPECT_NE(std::string::npos, ReadFile(m_Server.Path() / "journal.log").find("processor resume device=1"));
         EXPECT_EQ(0, Run(RackServer(), "/f")) << fault << m_Output;
     }

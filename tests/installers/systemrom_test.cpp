@@ -79,19 +79,22 @@ TEST_F(SystemRom, SaysWhatStateAFailureLeaves)
     const char* const untouched = "The system ROM was not touched and runs as before.";
     const char* const broken = "may hold no whole ROM: do not restart the server, run this installer again.";
     const char* const whole = "was flashed and read back. Afterwards a Cleanup table failed.";
-    const std::pair<const char*, const char*> cases[] = {
-        {"flash.no_header=true", untouched}, {"flash.fails_at_table=0", untouched}, {"flash.fails_at_table=2", broken},
-        {"flash.fails_at_table=3", broken},  {"flash.stuck_block=7", broken},       {"flash.fails_at_table=4", whole},
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"flash.no_header=true", untouched, "untouched"}, {"flash.fails_at_table=0", untouched, "untouched"},
+        {"flash.fails_at_table=2", broken, "incomplete"}, {"flash.fails_at_table=3", broken, "incomplete"},
+        {"flash.stuck_block=7", broken, "incomplete"},    {"flash.fails_at_table=4", whole, "runs new"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [fault, state, left] : cases) {
         fs::remove(m_Server.Path() / "rom.bin");
-        EXPECT_TRUE(Ends(7, c.second, RackServer(), "", std::string("--fault ") + c.first)) << c.first;
-        EXPECT_EQ(c.second != untouched, WasTouched());
-        EXPECT_EQ(1, Run(RackServer(), "/f")) << c.first << "\n" << m_Output;
+        EXPECT_TRUE(Ends(7, state, RackServer(), "", std::string("--fault ") + fault)) << fault;
+        EXPECT_EQ(state != untouched, WasTouched());
+        EXPECT_EQ(left, Left()) << fault;
+        EXPECT_EQ(1, Run(RackServer(), "/f")) << fault << "\n" << m_Output;
     }
     fs::remove(m_Server.Path() / "rom.bin");
     EXPECT_TRUE(Ends(1, "was flashed, but can't be read back. The event could not be logged. It takes", RackServer(),
                      "", "--fault flash.fails_at_table=1 --fault ipmi.status=1"));
+    EXPECT_EQ("unknown", Left());
 }
 
 TEST_F(SystemRom, RefusesBeforeAnythingIsErased)

@@ -3,7 +3,6 @@
 #include <cerrno>
 
 #include "component.h"
-#include "host/propertytable.h"
 #include "tools/deploy/decision.h"
 #include "tools/deploy/discoveryfile.h"
 #include "tools/deploy/installer.h"
@@ -28,18 +27,6 @@ std::string Advice(const InstallerRun& run)
             [[fallthrough]];
         default:
             return "Get the package anew; if that does not help, tell its maker.";
-    }
-}
-
-// What an installer that does not report prints.
-void ReadTable(const std::vector<std::string>& lines, Discovery& found)
-{
-    std::string name;
-    std::string value;
-    for (const std::string& line : lines) {
-        if (!ReadPropertyRow(line, name, value)) continue;
-        if (name == PropertyRow_InstallState) found.State = InstallStateFromText(value);
-        if (name == PropertyRow_Message) found.Reason = value;
     }
 }
 
@@ -84,7 +71,6 @@ Offer Discover(Session& session, const Package& package, const std::string& labe
     session.Screen.End();
 
     offer.Found = run.Report.Properties();
-    if (!run.Report.IsGiven()) ReadTable(run.Process.Output, offer.Found);
     const bool succeeded = run.Process.End == ProcessEnd_Exited && run.Process.Status == ReturnCodeNone;
     const std::string problem = succeeded ? ReadDiscoveryFile(file, offer.Found) : DescribeEnd(run);
     if (!problem.empty()) {

@@ -36,6 +36,17 @@ std::vector<std::string> InstallerEnvironment(const Session& session)
     return environment;
 }
 
+// What an installer gives as the reason for how it ended; empty: nothing.
+std::string GivenReason(const InstallerRun& run)
+{
+    std::string reason;
+    if (run.Report.Result())
+        reason = run.Report.Result()->Message;
+    else if (!run.Report.IsGiven())
+        reason = LastSentence(run.Process.Output);
+    return reason.empty() ? LastLine(run.Process.Errors) : reason;
+}
+
 const char* StatusSentence(int status)
 {
     switch (status) {
@@ -100,12 +111,7 @@ InstallerRun RunInstaller(Session& session, const std::vector<std::string>& comm
 
 std::string DescribeReason(const InstallerRun& run)
 {
-    std::string reason;
-    if (run.Report.Result())
-        reason = run.Report.Result()->Message;
-    else if (!run.Report.IsGiven())
-        reason = LastSentence(run.Process.Output);
-    if (reason.empty()) reason = LastLine(run.Process.Errors);
+    const std::string reason = GivenReason(run);
     return reason.empty() ? StatusSentence(run.Process.Status) : Sentence(reason);
 }
 
@@ -135,8 +141,7 @@ std::string DescribeEnd(const InstallerRun& run)
             text += std::string("can't be started (") + std::strerror(process.Status) + ")";
             break;
     }
-    std::string last = process.End == ProcessEnd_Exited ? LastSentence(process.Output) : "";
-    if (last.empty()) last = LastLine(process.Errors);
+    const std::string last = process.End == ProcessEnd_Exited ? GivenReason(run) : LastLine(process.Errors);
     if (!last.empty()) text += ": " + last;
     return Sentence(text);
 }

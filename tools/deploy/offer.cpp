@@ -27,12 +27,6 @@ const char* ToText(Result result)
     return names[static_cast<int>(result)];
 }
 
-const char* ToText(Left left)
-{
-    static const char* const names[] = {"untouched", "runs old", "runs new", "incomplete", "unknown"};
-    return names[static_cast<int>(left)];
-}
-
 std::optional<Action> ActionFromText(const std::string& text)
 {
     for (Action action : {Action_Skip, Action_Upgrade, Action_Rewrite, Action_Downgrade})

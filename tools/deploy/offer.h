@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "host/report.h"
 #include "tools/deploy/options.h"
 #include "tools/deploy/package.h"
 
@@ -40,16 +41,6 @@ enum Result
     Result_NotVerified,  // the installer says done; what the device runs can't be read
     Result_NotRun,
     Result_Failed,
-};
-
-// What an installation leaves in the device.
-enum Left
-{
-    Left_Untouched,
-    Left_RunsOld,
-    Left_RunsNew,
-    Left_Incomplete,
-    Left_Unknown,
 };
 
 // What discovery tells. Texts are fit for a terminal, and empty where nothing is known.
@@ -94,7 +85,6 @@ struct Offer
 const char* ToText(Action action);
 const char* ToText(Verdict verdict);
 const char* ToText(Result result);
-const char* ToText(Left left);
 
 // The action or state of that name.
 std::optional<Action> ActionFromText(const std::string& text);

@@ -4,8 +4,6 @@
 
 #include "support/printable.h"
 
-const char* const ReportVariable = "FLASHLIB_REPORT";
-
 namespace
 {
 

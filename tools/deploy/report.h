@@ -1,18 +1,12 @@
-// What an installer may tell a deployment tool beside what it prints: JSON lines of at most 8 KiB on the descriptor
-// that the environment variable FLASHLIB_REPORT names. "report" says what a line is:
-//   "properties"  "name", "current", "offered", "state", "message"
-//   "progress"    "what", "done", "total"
-//   "result"      "message", "left": "untouched", "runs old", "runs new", "incomplete" or "unknown"
+// Reads what an installer reports beside what it prints; host/report.h says how.
 #pragma once
 
 #include <functional>
 #include <optional>
 #include <string>
 
+#include "host/report.h"
 #include "tools/deploy/offer.h"
-
-// The environment variable that holds the number of the descriptor.
-extern const char* const ReportVariable;
 
 struct Progress
 {
