@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
 #include "support/files.h"
 #include "tests/support.h"
 #include "tools/deploy/manifest.h"
@@ -113,13 +116,15 @@ class Attack : public testing::Test
   protected:
     Attack()
     {
-        for (const char* name : {"author", "stranger"})
+        for (const char* name : {"author", "former", "stranger"})
             Shell(std::string("minisign -G -W -p ") + name + ".pub -s " + name + ".key");
+        m_Folder.Write("former.expires", "2020-12-31\n");
         m_Folder.Write("fan", "#!/bin/sh\necho \"$@\" >>" + Mark() + "\n");
         m_Folder.Write("image.bin", "an image\n");
         m_Folder.Write("sign", R"sh(#!/bin/sh
-cd package
-minisign -S "$@" -m MANIFEST </dev/null
+key=$1
+shift
+minisign -S "$@" -s $key.key -m package/MANIFEST </dev/null
 )sh");
     }
 
@@ -136,20 +141,27 @@ minisign -S "$@" -m MANIFEST </dev/null
 
     void MakePackage()
     {
-        Shell("rm -rf package mark author.expires && mkdir package && cp fan image.bin package && '" LISTER
-              "' fan 2.0 package && "
-              "sh sign -s ../author.key");
+        Shell("rm -rf package && mkdir package && cp fan image.bin package && '" LISTER
+              "' fan 2.0 package && sh sign author");
     }
 
-    // A command of zaldeploy for the package.
-    std::string Command(const std::string& command) const
+    // A command of zaldeploy for a folder there.
+    int Run(const std::string& command, const std::string& folder = "package")
     {
-        const std::string folder = m_Folder.Path().string() + "/";
-        return ZALDEPLOY " " + command + " --state " + folder + "state --trust " + folder + "author.pub " + folder +
-               "package";
+        return RunCommand(Command(command, folder), m_Output);
     }
 
-    int Run(const std::string& command) { return RunCommand(Command(command), m_Output); }
+    std::string Command(const std::string& command, const std::string& folder = "package") const
+    {
+        return "cd " + m_Folder.Path().string() + "; " ZALDEPLOY " " + command +
+               " --state state --trust author.pub --trust former.pub " + folder;
+    }
+
+    // The same as a script that plans.
+    std::string PlanScript(const std::string& options = "") const
+    {
+        return "sh " + m_Folder.Write("plan", Command("plan " + options) + "\n");
+    }
 
     CTestFolder m_Folder;
     std::string m_Output;
@@ -190,14 +202,14 @@ std::vector<AttackCase> FileAttacks()
 
 std::vector<AttackCase> AllAttacks()
 {
-    const std::string sign = "; sh sign -s ../author.key";
+    const std::string sign = "; sh sign author";
     std::vector<AttackCase> cases = FileAttacks();
     const AttackCase others[] = {
         {"rm package/MANIFEST.minisig", NotSigned},
-        {"sh sign -s ../stranger.key", ", which is not trusted here."},
-        {"sh sign -l -s ../author.key", "it is in the legacy format, without a hash."},
+        {"sh sign stranger", ", which is not trusted here."},
+        {"sh sign author -l", "it is in the legacy format, without a hash."},
         {"sed -i 's/^trusted comment: /&x/' package/MANIFEST.minisig", "is not what was signed"},
-        {"echo 2020-12-31 >author.expires", ", which was trusted until 2020-12-31 only"},
+        {"sh sign former", ", which was trusted until 2020-12-31 only"},
         {"sed -i s/2.0/2.1/ package/MANIFEST", "is not what was signed"},
         {"touch package/more", "The package holds more, which is not in its list of files."},
         {"mkdir package/more", "The package holds more, which is not in its list of files."},
@@ -222,19 +234,31 @@ TEST_F(Attack, RunsNothingOfAPackageThatWasTamperedWith)
     EXPECT_EQ(4, Run("plan")) << m_Output;
     ASSERT_TRUE(std::filesystem::exists(Mark())) << m_Output;
 
+    std::filesystem::remove(Mark());
     const std::vector<AttackCase> cases = AllAttacks();
-    for (const AttackCase& c : cases) {
+    Shell("mkdir packages");
+    for (std::size_t i = 0; i < cases.size(); i++) {
         MakePackage();
-        Shell(c.Command);
-        for (const std::string command : {"plan --json", "plan --json --allow-unsigned"}) {
-            if (command != "plan --json" && c.Why == NotSigned) continue;
-            EXPECT_EQ(4, Run(command)) << c.Command;
-            EXPECT_NE(std::string::npos, m_Output.find(c.Why)) << c.Command << "\n" << m_Output;
-            EXPECT_NE(std::string::npos, m_Output.find(" Nothing of it was run. ")) << c.Command << "\n" << m_Output;
-            EXPECT_FALSE(std::filesystem::exists(Mark())) << c.Command;
-        }
+        Shell(cases[i].Command);
+        Shell("mv package packages/" + std::to_string(100 + i));
     }
+    EXPECT_EQ(4, Run("plan --json", "packages"));
+    const auto rows = nlohmann::json::parse(m_Output).at("packages");
+    ASSERT_EQ(cases.size(), rows.size());
+    for (std::size_t i = 0; i < cases.size(); i++) {
+        const std::string why = rows[i].at("why");
+        EXPECT_NE(std::string::npos, why.find(cases[i].Why)) << cases[i].Command << "\n" << why;
+        EXPECT_NE(std::string::npos, why.find(" Nothing of it was run. ")) << why;
+    }
+    EXPECT_FALSE(std::filesystem::exists(Mark())) << ReadFile(Mark());
     RecordProperty("attacks", static_cast<int>(cases.size()));
+
+    // Only what has no signature runs where that is allowed.
+    EXPECT_EQ(4, Run("plan --allow-unsigned", "packages"));
+    EXPECT_NE(std::string::npos, m_Output.find("Not signed: " + std::to_string(100 + FileAttacks().size()) + "."))
+        << m_Output;
+    const std::string marks = ReadFile(Mark());
+    EXPECT_EQ(1, std::count(marks.begin(), marks.end(), '\n')) << marks;
 }
 
 TEST_F(Attack, RunsTheCopyThatWasAskedWhateverBecomesOfThePackage)
@@ -256,8 +280,8 @@ TEST_F(Attack, GivesInstallersACleanEnvironment)
 {
     m_Folder.Write("fan", "#!/bin/sh\n{ env | grep -v ^PWD= | sort; umask; } >" + Mark() + "\n");
     MakePackage();
-    EXPECT_EQ(7, RunCommand("(LD_LIBRARY_PATH=/nowhere LD_BIND_NOW=1 PATH=/nowhere:$PATH IFS=x FLASHLIB_REPORT=9 " +
-                                Command("plan") + " --log " + Mark() + ".log <&- >&- 2>&-)",
+    EXPECT_EQ(7, RunCommand("(LD_LIBRARY_PATH=/nowhere LD_BIND_NOW=1 PATH=/nowhere:$PATH HOME=/ FLASHLIB_REPORT=9 " +
+                                PlanScript("--log " + Mark() + ".log") + " <&- >&- 2>&-)",
                             m_Output));
     EXPECT_EQ("FLASHLIB_REPORT=3\nPATH=/usr/sbin:/usr/bin:/sbin:/bin\nQVFLASHLOG=" + Mark() + ".log\n0077\n",
               ReadFile(Mark()));
@@ -266,7 +290,7 @@ TEST_F(Attack, GivesInstallersACleanEnvironment)
 TEST_F(Attack, TrustsNoKeyAndNoLibraryThatOthersCanChange)
 {
     MakePackage();
-    Shell("cp -r '" SERVERS
+    Shell("umask 022; cp -r '" SERVERS
           "/rack' server && mkdir -p server/etc/flashlib/trusted.d && cp author.pub server/etc/flashlib/trusted.d");
     const std::string plan = ZALDEPLOY " plan --server " + (m_Folder.Path() / "server").string() + " " +
                              (m_Folder.Path() / "package").string();
@@ -300,12 +324,44 @@ TEST_F(Attack, LeavesNothingInThePrivateFolderButWhatOthersRun)
     MakePackage();
     Shell("mkdir -p state/run/dead/1 state/run/live/1");
     const std::string state = (m_Folder.Path() / "state").string();
-    EXPECT_EQ(4, RunCommand("flock " + state + "/run/live " + Command("plan"), m_Output));
+    EXPECT_EQ(4, RunCommand("flock " + state + "/run/live " + PlanScript(), m_Output));
     EXPECT_EQ(0, RunCommand("ls " + state + "/run; stat -c %a " + state + "/run", m_Output));
     EXPECT_EQ("live\n700\n", m_Output);
 
     const std::string mounted = "unshare -m sh -c 'mount -t tmpfs -o noexec tmpfs " + state + " && ";
     if (RunCommand(mounted + "true'", m_Output) != 0) GTEST_SKIP() << m_Output;
-    EXPECT_EQ(7, RunCommand(mounted + Command("plan") + "'", m_Output));
+    EXPECT_EQ(7, RunCommand(mounted + PlanScript() + "'", m_Output));
     EXPECT_NE(std::string::npos, m_Output.find("/run: its file system is mounted with noexec")) << m_Output;
+}
+
+TEST_F(Attack, FindsKeysAndTheMakersLibrariesOfARealHost)
+{
+    m_Folder.Write("host", R"sh(#!/bin/sh
+set -e
+cd "${0%/*}"
+mount -t tmpfs -o mode=755 tmpfs /mnt
+mkdir /mnt/upper /mnt/work /mnt/maker /mnt/state
+mount -t overlay -o lowerdir=/etc,upperdir=/mnt/upper,workdir=/mnt/work overlay /etc
+mkdir -p /var/lib/flashlib
+mount --bind /mnt/state /var/lib/flashlib
+[ $# = 0 ] && exit
+umask 022
+mkdir -p /etc/flashlib/trusted.d
+cp author.pub /etc/flashlib/trusted.d/
+cp "$1"/platform/*.so /mnt/maker/
+"$2" plan --quiet package || echo "status $?"
+echo /mnt/maker >/etc/flashlib/libraries
+"$2" plan --quiet package || echo "status $?"
+chmod o+w /var/lib/flashlib
+"$2" plan --quiet package || echo "status $?"
+)sh");
+    const std::string host = "unshare -m sh " + m_Folder.Path().string() + "/host";
+    if (RunCommand(host, m_Output) != 0) GTEST_SKIP() << m_Output;
+    Shell("cp -r '" PACKAGES "/systemrom' package && minisign -S -s author.key -m package/MANIFEST </dev/null");
+    RunCommand(host + " '" BUILD "' " ZALDEPLOY, m_Output);
+    const std::size_t second = m_Output.find("CRU driver is not loaded");
+    EXPECT_NE(std::string::npos, second) << m_Output;
+    EXPECT_GT(second, m_Output.find("Name the folder of the maker's libraries in /etc/flashlib/libraries."))
+        << m_Output;
+    EXPECT_LT(second, m_Output.find("/var/lib/flashlib can be written by others")) << m_Output;
 }

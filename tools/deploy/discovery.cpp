@@ -11,10 +11,20 @@ namespace
 {
 
 const char* const NothingInstalled = " Nothing was installed. ";
+const int LoaderFailed = 127;  // exit status
+const char* const LoaderError = "error while loading shared libraries: libzal";
+
+// True when the loader has not found the maker's libraries.
+bool LacksLibraries(const InstallerRun& run)
+{
+    return run.Process.End == ProcessEnd_Exited && run.Process.Status == LoaderFailed &&
+           LastLine(run.Process.Errors).find(LoaderError) != std::string::npos;
+}
 
 // What to do about a discovery that ended in that way.
 std::string Advice(const InstallerRun& run)
 {
+    if (LacksLibraries(run)) return "Name the folder of the maker's libraries in /etc/flashlib/libraries.";
     switch (run.Process.End) {
         case ProcessEnd_Stopped:
             return "Run zaldeploy again.";

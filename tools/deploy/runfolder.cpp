@@ -11,6 +11,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "tools/deploy/guarded.h"
 #include "tools/deploy/statefolder.h"
 
 namespace fs = std::filesystem;
@@ -43,11 +44,13 @@ CDescriptor Lock(const fs::path& folder, int wait)
 }
 
 // The folder that all runs share.
-void MakeShared(const fs::path& folder)
+void MakeShared(const fs::path& folder, bool guarded)
 {
     std::error_code error;
     fs::create_directories(folder.parent_path(), error);
     if (error) FailToMake(folder, error.value());
+    // Who can write above it could put another folder in its place.
+    if (guarded) RequireGuarded(fs::canonical(folder.parent_path()), "/");
     if (mkdir(folder.c_str(), OwnerOnly) != 0 && errno != EEXIST) FailToMake(folder, errno);
     struct stat status = {};
     if (lstat(folder.c_str(), &status) != 0) FailToMake(folder, errno);
@@ -85,7 +88,7 @@ CPrivateFolder::~CPrivateFolder()
 CRunFolder::CRunFolder(const DeployOptions& options, const fs::path& temporary)
 {
     const fs::path shared = SharedFolder(options, temporary);
-    MakeShared(shared);
+    MakeShared(shared, options.Server.empty() && options.State.empty() && geteuid() == 0);
     const CDescriptor others = Lock(shared, 0);  // who makes a folder has locked it before another looks for leftovers
     if (others.Get() < 0) FailToMake(shared, errno);
     RemoveLeftovers(shared);

@@ -141,12 +141,17 @@ void AddOptions(const Commands& commands, DeployOptions& options)
     AddLogOption(*commands.pInventory, options);
 }
 
-// Where the command stands: behind --server, which may come first.
+// Where the command stands: behind options that may come first.
 std::size_t CommandPlace(const std::vector<std::string>& arguments)
 {
+    static const char* const withValue[] = {"--server", "--state", "--log", "--trust"};
     std::size_t place = 0;
-    while (place < arguments.size() && arguments[place].rfind("--server", 0) == 0)
-        place += arguments[place] == "--server" ? 2 : 1;
+    while (place < arguments.size() && arguments[place].rfind("--", 0) == 0) {
+        const std::string& option = arguments[place];
+        const auto isNamed = [&option](const std::string& name) { return option.rfind(name, 0) == 0; };
+        if (std::none_of(std::begin(withValue), std::end(withValue), isNamed)) break;
+        place += option.find('=') == std::string::npos ? 2 : 1;
+    }
     return place;
 }
 
