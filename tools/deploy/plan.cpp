@@ -1,6 +1,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <future>
 #include <stdexcept>
 
 #include "support/printable.h"
@@ -53,12 +54,39 @@ void SelectByFolder(std::vector<Package>& packages, const std::vector<std::strin
         packages.erase(std::remove_if(packages.begin(), packages.end(), isLeftOut), packages.end());
 }
 
-Offer Ask(Session& session, Package package, const std::string& label)
+// Takes packages over, one ahead of the one that is asked: that waits for its device, and this for the disk.
+class CLoader
 {
-    session.Screen.Begin(label);
-    Load(session, package);
-    return Discover(session, package, label);
-}
+  public:
+    CLoader(Session& session, const std::vector<Package>& packages) : m_Session(session), m_Packages(packages)
+    {
+        Begin();
+    }
+
+    // The next package.
+    Package Take()
+    {
+        Package package = m_Package.get();
+        m_Place++;
+        Begin();
+        return package;
+    }
+
+  private:
+    void Begin()
+    {
+        if (m_Place == m_Packages.size()) return;
+        m_Package = std::async(std::launch::async, [this, package = m_Packages[m_Place]]() mutable {
+            Load(m_Session, package);
+            return package;
+        });
+    }
+
+    Session& m_Session;
+    const std::vector<Package>& m_Packages;
+    std::size_t m_Place = 0;
+    std::future<Package> m_Package;
+};
 
 // Removes the copies that are not needed any more.
 void DropCopies(Offers& offers, Copies copies)
@@ -77,10 +105,16 @@ Offers AskPackages(Session& session, Copies copies)
     SelectByFolder(packages, session.Options.Only);
     Offers offers;
     offers.reserve(packages.size());
+    CLoader loader(session, packages);
     for (const Package& package : packages) {
         const std::string label = "[" + std::to_string(offers.size() + 1) + "/" + std::to_string(packages.size()) +
                                   "] Asking " + Printable(package.Name());
-        offers.push_back(session.Runner.IsStopped() ? NotAsked(package) : Ask(session, package, label));
+        if (session.Runner.IsStopped()) {
+            offers.push_back(NotAsked(package));
+            continue;
+        }
+        session.Screen.Begin(label);
+        offers.push_back(Discover(session, loader.Take(), label));
         DropCopies(offers, copies);
     }
     if (!session.Runner.IsStopped()) Select(offers, session.Options.Only);
