@@ -15,6 +15,7 @@ IpmiFaults DescribeIpmiFaults(CFields& fields)
     faults.Event = fields.Flag("event");
     faults.DelayMs = fields.Numeric("delay_ms", 0);
     faults.Interruptions = fields.Numeric("interruptions", 0);
+    faults.PollFails = fields.Flag("poll_fails");
     faults.CompletionCode = fields.Numeric("completion_code", 0);
     faults.Status = fields.Numeric("status", 0);
     faults.SendFails = fields.Flag("send_fails");
@@ -31,6 +32,7 @@ std::string FindFaults(const IpmiFaults& faults)
                        {faults.Event, "ipmi.event"},
                        {faults.DelayMs != 0, "ipmi.delay_ms"},
                        {faults.Interruptions != 0, "ipmi.interruptions"},
+                       {faults.PollFails, "ipmi.poll_fails"},
                        {faults.CompletionCode != 0, "ipmi.completion_code"},
                        {faults.Status != 0, "ipmi.status"},
                        {faults.Padding != 0, "ipmi.padding"},

@@ -16,6 +16,7 @@ struct IpmiFaults
     bool Event;          // what comes is an event, no answer
     int DelayMs;         // the answer comes so late
     int Interruptions;   // so many waits are interrupted by a signal
+    bool PollFails;      // no wait succeeds
     int CompletionCode;  // every command is answered with it; 0: as it should be
     int Status;          // NVRAM accesses are answered with it
     bool SendFails;      // the driver takes no request

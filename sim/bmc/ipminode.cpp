@@ -49,6 +49,7 @@ class CIpmiNode : public IDevice
             m_Interruptions--;
             return Errno(EINTR);
         }
+        if (m_Faults.PollFails) return Errno(ENOMEM);
         CClock& clock = CClock::Instance();
         std::int64_t wait = timeout < 0 ? 3600000 * Millisecond : timeout * Millisecond;
         if (!m_Answers.empty()) wait = std::min(wait, std::max<std::int64_t>(0, m_Answers.front().Ready - clock.Now()));

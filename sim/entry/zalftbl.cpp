@@ -34,7 +34,10 @@ int OpenCruDriver()
 
 int InitFlashTableDriver()
 {
-    return 0;
+    return WithFlashPart([](sim::CFlashPart& part) {
+        part.Initialize();
+        return true;
+    });
 }
 
 int SelectFlashTable(const char* pszName)

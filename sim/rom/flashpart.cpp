@@ -55,7 +55,8 @@ CFlashPart::CFlashPart(const FlashPartDescription& description, CServerFolder& f
     std::optional<std::string> running;
     if (m_File.Exists()) m_RunningFile.Refresh(running);
     m_Running = Start(running ? ToPart(m_RunningFile, *running) : m_Bytes);
-    m_Table.assign(m_Running.BiosArea.begin(), m_Running.BiosArea.begin() + TableSize);
+    if (!m_Description.Faults.NoTable)
+        m_Table.assign(m_Running.BiosArea.begin(), m_Running.BiosArea.begin() + TableSize);
 }
 
 // What a server does with a part when it is started.
@@ -134,6 +135,7 @@ TABLE_QUERY_RESULT CFlashPart::Query() const
 TABLE_QUERY_RESULT CFlashPart::Find() const
 {
     if (!IsSelected()) return {};
+    if (m_Description.Faults.NoTable) m_Journal.GetCapture().NoteFault("flash.no_table");
     TABLE_QUERY_RESULT result = {};
     result.TableAddr = 0xFFFF0000;
     result.TableSize = static_cast<DWORD>(m_Table.size());
@@ -158,7 +160,7 @@ bool CFlashPart::ReadHeader(void* buffer) const
 bool CFlashPart::ReadTable(void* buffer) const
 {
     if (!buffer || !IsSelected()) return false;
-    std::memcpy(buffer, m_Table.data(), m_Table.size());
+    std::copy(m_Table.begin(), m_Table.end(), static_cast<std::uint8_t*>(buffer));
     Record(FlashOperation::ReadTable, Direction::Reply, 0, buffer, m_Table.size());
     return true;
 }
@@ -172,6 +174,11 @@ bool CFlashPart::WriteTable(const void* table, std::size_t size)
     const auto* pBytes = static_cast<const std::uint8_t*>(table);
     m_Table.assign(pBytes, pBytes + size);
     return true;
+}
+
+void CFlashPart::Initialize()
+{
+    m_Journal.Write("flash init");
 }
 
 void CFlashPart::CorruptNvram()

@@ -53,6 +53,7 @@ class CFlashPart
 
     // The driver library's operations; tables are those of the ROM that runs. False: there is none selected, the buffer
     // is null, or a table that is written does not have the size of the one there is.
+    void Initialize();
     void Select(const std::string& name);
     TABLE_QUERY_RESULT Query() const;
     bool ReadHeader(void* buffer) const;

@@ -19,6 +19,7 @@ FlashFaults Faults(CFields& fields)
     if (faults.PowerLostAfterBlocks < 0) faults.PowerLostAfterBlocks = 0;
     faults.StuckBlock = fields.Numeric("stuck_block", -1);
     faults.NoHeader = fields.Flag("no_header");
+    faults.NoTable = fields.Flag("no_table");
     return faults;
 }
 

@@ -22,6 +22,7 @@ struct FlashFaults
     int PowerLostAfterBlocks;
     int StuckBlock;  // this block keeps what it holds when it is programmed; -1: none
     bool NoHeader;   // the driver library tells a table but no header
+    bool NoTable;    // it tells a header but no table
 };
 
 struct FlashPartDescription

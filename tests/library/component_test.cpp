@@ -28,13 +28,19 @@ class CTestComponent : public CComponent
     using CComponent::WriteDiscoveryXml;
 
     const char* m_pszResult = "";
+    ULONG m_nAdded = 0;  // to the base's result
     BOOL m_bDiscoverySucceeds = TRUE;
 
   protected:
     BOOL PerformDiscovery() override { return CComponent::PerformDiscovery() && m_bDiscoverySucceeds; }
     void InstallWorker(InstallParameters* params) override
     {
+        params->pfnLogger("[own %d, silent %d, text \"%s\" of %u bytes, language %s, result %u, finished %d] ",
+                          params->pObject == this, params->bSilent, params->pszResultStr, params->ResultStrLength,
+                          params->pszLanguage, params->Result, params->bFinished);
+        params->Result = 99;
         CComponent::InstallWorker(params);
+        params->Result += m_nAdded;
         std::strcpy(params->pszResultStr, m_pszResult);
     }
 };
@@ -62,14 +68,14 @@ class Component : public testing::Test
         UseServer(RackServer());
     }
 
-    // The driver's descriptor is in the log.
-    ~Component() override
+    ~Component() override { NameDriver(); }
+
+    // The descriptor of the server's driver, if that is open, is in the log.
+    void NameDriver()
     {
-        for (int fd = 0; fd < 64; fd++) {
-            std::ostringstream number;
-            number << "cruFd [0x" << std::hex << std::uppercase << fd << "]";
-            trace.Rename(number.str(), "cruFd [FD]");
-        }
+        std::ostringstream number;
+        number << "cruFd [0x" << std::hex << std::uppercase << cruFd << "]";
+        if (cruFd >= 0) trace.Rename(number.str(), "cruFd [FD]");
     }
 
     // Writes what a host asks a component for.
@@ -84,7 +90,7 @@ class Component : public testing::Test
             } buffer;
             std::memset(&buffer, '-', 7);
             buffer.Text[7] = '\0';
-            const BOOL known = asked.GetProperty(id, &buffer, sizeof buffer, nullptr);
+            const BOOL known = asked.GetProperty(id, &buffer, 0, nullptr);
             std::ostringstream stored;
             if (id == ZALPROP_INSTALLSTATE) stored << buffer.State.nState << " " << buffer.State.szMessage;
             if (id < ZALPROP_INSTALLSTATE || !known) stored << buffer.Text;
@@ -93,11 +99,11 @@ class Component : public testing::Test
         }
     }
 
-    void Install(const char* pszWhat, CTestComponent& installed)
+    void Install(const char* pszWhat, CTestComponent& installed, ULONG length = 0)
     {
         char szResult[64] = "untouched";
         g_Logged.clear();
-        const ULONG result = installed.Install(TRUE, Logger, szResult, 0, "en");
+        const ULONG result = installed.Install(-2, Logger, szResult, length, "fr-CA");
         trace(pszWhat, ": Install ", result, ", result text \"", szResult, "\", logger: ", g_Logged);
     }
 
@@ -122,13 +128,15 @@ TEST_F(Component, AnswersItsHost)
     Ask(component);
     for (const char* pszMessage : {"", "why"}) {
         component.SetErrorMessage(pszMessage);
+        trace("SetErrorMessage \"", pszMessage, "\"");
+        component.m_nAdded += 0xFEDCBA98;
         for (const int state : {-1, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 0x7FFFFFFF}) {
             ZALINSTALLSTATE told = {-2, "old"};
             component.m_InstallState = state;
             component.m_pszResult = pszMessage;
             trace("state ", state, ": GetInstallState ", component.GetInstallState(&told), " ", told.nState, " \"",
                   told.szMessage, "\"");
-            Install("", component);
+            Install("in that state", component, 0x89ABCDEF);
         }
     }
     component.m_Properties.bSupportsSilentInstall = FALSE;
@@ -141,17 +149,18 @@ TEST_F(Component, AnswersItsHost)
 
 TEST_F(Component, ChecksTheDriversVersion)
 {
+    const auto check = [&](const std::string& server) {
+        UseServer(RackServer(server));
+        trace(server, ": Valid_CRUDriver ", component.Valid_CRUDriver());
+        NameDriver();
+    };
     for (const std::string driver :
          {R"("5.5.4.1")", R"("5.5.4.0")", R"("5.5.3.65535")", R"("5.4.65535.2")", R"("4.65535.9.9")", R"("5.5.5.0")",
-          R"("5.6.0.0")", R"("6.0.0.0")", R"("65535.65534.65533.65532")"}) {
-        UseServer(RackServer(R"({"driver": {"version": )" + driver + "}}"));
-        trace(driver, ": Valid_CRUDriver ", component.Valid_CRUDriver());
-    }
+          R"("5.6.0.0")", R"("6.0.0.0")", R"("65535.65534.65533.65532")"})
+        check(R"({"driver": {"version": )" + driver + "}}");
     for (const char* pszServer :
-         {R"({"faults": {"driver": "refuses"}})", R"({"faults": {"driver": "fails"}})", R"({"driver": null})"}) {
-        UseServer(RackServer(pszServer));
-        trace(pszServer, ": Valid_CRUDriver ", component.Valid_CRUDriver());
-    }
+         {R"({"faults": {"driver": "refuses"}})", R"({"faults": {"driver": "fails"}})", R"({"driver": null})"})
+        check(pszServer);
 }
 
 TEST_F(Component, InitializesFromThePackage)
@@ -170,10 +179,14 @@ TEST_F(Component, InitializesFromThePackage)
     const std::unique_ptr<CComponentXML> first(second.m_pXML);  // which the object does not release
     second.Initialize();
     trace("once more, with one: error ", second.m_bInitError);
+    NameDriver();
     UseServer(RackServer(R"({"driver": null})"));
-    CTestComponent third;
-    third.Initialize();
-    trace("without a driver: error ", third.m_bInitError);
+    {
+        CTestComponent third;
+        third.Initialize();
+        trace("without a driver: error ", third.m_bInitError);
+    }
+    trace("gone");
 }
 
 TEST_F(Component, TellsHowDiscoveryWent)
@@ -202,12 +215,16 @@ TEST_F(Component, TellsHowDiscoveryWent)
 
 TEST_F(Component, WritesTheDiscoveryXml)
 {
-    const auto write = [&](CTestComponent& written) {
+    const auto write = [&](const std::string& what, CTestComponent& written) {
         written.m_Discovery.sXmlFileName = (folder.Path() / "d.xml").c_str();
-        trace("WriteDiscoveryXml ", written.WriteDiscoveryXml());
+        trace(what, ": WriteDiscoveryXml ", written.WriteDiscoveryXml());
         return ReadFile(folder.Path() / "d.xml");
     };
-    trace(write(component));
+    const auto line = [](const std::string& xml, const char* pszElement) {
+        const std::size_t begin = xml.find(pszElement);
+        return xml.substr(begin, xml.find('\n', begin) - begin);
+    };
+    trace(write("by default", component));
     component.m_Properties.sName = "A & \"B\" %NewVersion%";
     component.m_Properties.sDescription = "not used";
     component.m_Properties.sCurrentVersion = "1.0";
@@ -217,26 +234,23 @@ TEST_F(Component, WritesTheDiscoveryXml)
     component.m_Discovery.sProductId = "prod";
     component.m_Discovery.EstimatedDuration = 0x7FFFFFFF;
     component.m_InstallState = ZALSTATE_INSTALLEDNEWER;
-    trace(write(component));
+    trace(write("with values", component));
     component.m_Discovery.sFirmwareItemType = "item";
     component.m_Discovery.sFirmwareItemId = "id";
     component.m_Discovery.sTakesEffect = "immediate";
     component.m_Discovery.sDeviceId = "other";
-    trace(write(component));
+    trace(write("with others", component));
     for (const char* pszPath : {"firmware:sd:abc", "FIRMWARE:nic", "firmware:sd:", "firmware:", "bios", ""}) {
         Describe(std::string("<sw_keys><sw_keys_and><sw_key><sw_key_expectedpath>") + pszPath +
                  "</sw_key_expectedpath></sw_key></sw_keys_and></sw_keys>");
         CTestComponent fresh;
         fresh.Initialize();
-        fresh.m_InstallState = 9;
-        const std::string xml = write(fresh);
-        trace("\"", pszPath, "\": ", xml.substr(0, xml.find("alt_name")));
+        trace.Skip();
+        trace("  ", line(write(std::string("type \"") + pszPath + "\"", fresh), "<type"));
     }
     trace.ShowLog(false);
-    for (component.m_InstallState = -1; component.m_InstallState <= 9; component.m_InstallState++) {
-        const std::string xml = write(component);
-        trace("state ", component.m_InstallState, ": ", xml.substr(xml.find("<action"), 28));
-    }
+    for (int& state = component.m_InstallState = -1; state <= 9; state++)
+        trace("  ", line(write("state " + std::to_string(state), component), "<action"));
 }
 
 TEST_F(ComponentDeathTest, EndsTheProcessOverAnOverlongDiscoveryLine)
@@ -271,6 +285,7 @@ TEST_F(CommandLine, IsSearchedForItsSwitches)
     for (std::vector<std::string>& arguments : lines) {
         g_InstallLocalDir = "untouched";
         CTestComponent fresh;
+        trace.Skip();
         std::vector<char*> argv;
         for (std::string& argument : arguments) argv.push_back(argument.data());
         fresh.ParseCmdLine(static_cast<int>(argv.size()), argv.data());
@@ -278,6 +293,7 @@ TEST_F(CommandLine, IsSearchedForItsSwitches)
               fresh.m_Discovery.sDefaultXmlFileName, "\"; location \"", fresh.m_Properties.sInstallLocation,
               "\", folder \"", g_InstallLocalDir, "\"");
     }
+    trace.Skip();
     for (const char* pszText : {"  a b", " \"a b\" c", "\"a b", "\"\" c", "   ", "\ta", ""})
         trace(pszText, ": GetCmdLineToken \"", GetCmdLineToken(pszText), "\"");
 }
@@ -297,7 +313,8 @@ TEST_F(Component, ReadsThePackageDescription)
              "<alt_name><alt_name_xlate lang='fr'>Autre</alt_name_xlate></alt_name><sw_keys><sw_keys_and><sw_key "
              "name='K'/></sw_keys_and></sw_keys></zal_package>"},
         {"other.xml",
-         "<a><zal_package><version "
+         "<a><b><alt_name_xlate lang='fr'>Non</alt_name_xlate><alt_name_xlate lang='en'>Elsewhere</alt_name_xlate></b>"
+         "<alt_name_xlate lang='en'>No</alt_name_xlate><zal_package><alt_name/><version "
          "value='1.2'/><sw_keys><sw_keys_and><sw_key><sw_key_expectedpath>firmware:x</sw_key_expectedpath></sw_key></"
          "sw_keys_and></sw_keys>" +
              name + "</zal_package></a>"},
@@ -306,12 +323,12 @@ TEST_F(Component, ReadsThePackageDescription)
     for (const auto& [file, text] : files) {
         const std::string path = folder.Write(file, text);
         CComponentXML xml;
-        const auto tell = [&](const char* pszMember, LPCTSTR value) { trace(pszMember, " ", value ? value : "null"); };
-        tell("GetName before", xml.GetName("en"));
+        const auto tell = [&](const std::string& what, LPCTSTR value) { trace(what, " ", value ? value : "null"); };
+        tell("GetName en before", xml.GetName("en"));
         trace(file, " ", text, ": Initialize ", xml.Initialize());
         for (const char* pszLanguage : {"en", "fr", "de"}) {
-            tell("GetName", xml.GetName(pszLanguage));
-            tell("GetAltName", xml.GetAltName(pszLanguage));
+            tell(std::string("GetName ") + pszLanguage, xml.GetName(pszLanguage));
+            tell(std::string("GetAltName ") + pszLanguage, xml.GetAltName(pszLanguage));
         }
         tell("GetVersion", xml.GetVersion());
         tell("GetRevision", xml.GetRevision());

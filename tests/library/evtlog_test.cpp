@@ -34,8 +34,8 @@ TEST(Ipmi, ExchangesOneCommand)
     for (const char* pszFaults :
          {"{}", R"({"missing": true})", R"({"send_fails": true})", R"({"silent": true})", R"({"foreign": true})",
           R"({"event": true})", R"({"delay_ms": 10001})", R"({"delay_ms": 9999})", R"({"interruptions": 3})",
-          R"({"padding": 495})", R"({"padding": 496})", R"({"padding": 497})", R"({"empty_answer": true})",
-          R"({"completion_code": 193})"}) {
+          R"({"poll_fails": true})", R"({"padding": 495})", R"({"padding": 496})", R"({"padding": 497})",
+          R"({"empty_answer": true})", R"({"completion_code": 193})"}) {
         UseServer(Server(pszFaults));
         // The second buffer has room for one byte, the third has none. Of the last command count the low
         // bytes, which the controller does not know.
@@ -51,12 +51,17 @@ TEST(Ipmi, ExchangesOneCommand)
                   ", ", length, " bytes, ", written, " written: ", HexDigits(response.substr(0, written)));
         }
     }
+    const CTestFolder folder;
+    sim::RunOptions options;
+    options.Capture = folder.Path() / "run.pcapng";
     UseServer(RackServer());
+    sim::SetCurrentServer(std::make_unique<sim::CServer>(ServerFolder(), options));
     std::string response(20, '\0');
     trace("without places: IpmiCommand ",
           CSystem().IpmiCommand(6, 1, nullptr, 0, response.data(), 20, nullptr, nullptr));
     trace("written: ", HexDigits(response));
-    EXPECT_NE(std::string::npos, ReadFile(ServerFolder() / "journal.log").find("netfn=0x06 command=0x01"));
+    // The message id, no error, network function and LUN, the command.
+    EXPECT_NE(std::string::npos, ReadFile(options.Capture).find(std::string("\x2A\0\0\0\0\0\0\0\x18\1", 10)));
 }
 
 TEST(EventLog, KeepsWhatHostsLog)

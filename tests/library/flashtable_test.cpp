@@ -16,6 +16,8 @@ class CTestImage : public CFwImage
   public:
     explicit CTestImage(const std::vector<std::uint8_t>& bytes) : m_Bytes(bytes)
     {
+        m_sImageId = "P70";
+        m_ImageVersion.Parse("2.40 (03/15/2021)");
         m_pImageBuffer = m_Bytes.data();
         m_ImageSize = static_cast<int>(m_Bytes.size());
     }
@@ -88,10 +90,11 @@ std::string Journal()
     return journal;
 }
 
-// Writes a call that was made, what it gave, and what is in the table now.
-void Tell(CTranscript& trace, const char* pszCall, BOOL result, const CTestFlashTable& table)
+// Writes a call that was made, what it gave, if anything, and what is in the table now.
+template <typename Result>
+void Tell(CTranscript& trace, const std::string& call, const Result& result, const CTestFlashTable& table)
 {
-    trace(pszCall, " ", result);
+    trace(call, " ", result);
     trace("  driver \"", table.m_sFlashDriver, "\" ", table.m_bFlashDriverInstalled, ", header ", table.m_HeaderSize,
           table.m_pHeader ? " kept" : " none", std::hex, ", features ", table.GetFeatureBits1(), " ",
           table.GetFeatureBits2(), std::dec, ", table ", table.m_TableSize, table.m_pTable ? " kept" : " none",
@@ -110,7 +113,8 @@ TEST(FlashTable, KeepsWhatTheRunningRomCarries)
         Tell(trace, "without a table: DoFlash", table.DoFlash(&image, FALSE), table);
         Tell(trace, "Initialize", table.Initialize(), table);
         for (const char* pszName : {"$ZALFLSH", "$OTHER", static_cast<const char*>(nullptr)})
-            Tell(trace, pszName ? pszName : "null", table.GetTableFromBootBlock(pszName), table);
+            Tell(trace, std::string("GetTableFromBootBlock ") + (pszName ? pszName : "null"),
+                 table.GetTableFromBootBlock(pszName), table);
         EXPECT_EQ(0, std::memcmp(table.m_pHeader, "$ZALFLSH", 8));
         EXPECT_EQ(rom_crc32(static_cast<unsigned char*>(table.m_pTable), 2048, 0), table.m_TableCRC);
         const std::string other(2048, '\xA5');
@@ -121,16 +125,20 @@ TEST(FlashTable, KeepsWhatTheRunningRomCarries)
         trace("the server:", Journal());
         table.SetErrorMessage("a text");
         table.SetFeatureBits1(0xFEDCBA98);
+        Tell(trace, "SetErrorMessage, SetFeatureBits1", "", table);
         table.SetFeatureBits2(0x89ABCDEF);
         table.RemoveDrivers();
-        Tell(trace, "SetFeatureBits", TRUE, table);
+        Tell(trace, "SetFeatureBits2, RemoveDrivers", "", table);
         table.ResetTableInformation();
-        Tell(trace, "ResetTableInformation", TRUE, table);
+        Tell(trace, "ResetTableInformation", "", table);
     }
     trace("gone");
     CTestFlashTable table;
     RunRomWithFeatures(0x87654320, 0xFEDCBA98);
     Tell(trace, "another ROM: GetTableFromBootBlock", table.GetTableFromBootBlock(nullptr), table);
+    UseServer(Server(R"({"no_table": true})"));
+    Tell(trace, "a header without a table: GetTableFromBootBlock", table.GetTableFromBootBlock(nullptr), table);
+    Tell(trace, "DoFlash", table.DoFlash(&image, FALSE), table);
     UseServer(Server(R"({"no_header": true})"));
     Tell(trace, "a table without a header: GetTableFromBootBlock", table.GetTableFromBootBlock(nullptr), table);
     Tell(trace, "DoFlash", table.DoFlash(&image, FALSE), table);
@@ -193,7 +201,8 @@ TEST(FlashTable, HandsOverTheBuffersOfImageAndFirmware)
         CTestFlashTable table;
         table.GetTableFromBootBlock(nullptr);
         trace.Skip();
-        trace(server);
+        trace(server, " and an image ", pImage->GetId(), " ", pImage->GetVersion().ToString(), " of ",
+              pImage->GetImageSize(), " bytes");
         Tell(trace, "DoFlash", table.DoFlash(pImage, FALSE), table);
     }
     UseServer(RackServer());
