@@ -23,7 +23,7 @@ const char* const DateFormat = "%Y-%m-%d";
 // The date that is all of a file's text.
 std::string ReadDate(const std::string& text)
 {
-    const std::string date = text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
+    std::string date = text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
     std::tm parts = {};
     const char* pszEnd = strptime(date.c_str(), DateFormat, &parts);
     char szAgain[16] = "";
@@ -41,9 +41,12 @@ std::string ReadDate(const std::string& text)
 std::vector<fs::path> KeysIn(const fs::path& folder, const fs::path& top)
 {
     std::vector<fs::path> files;
-    if (!fs::exists(folder)) return files;
+    std::error_code error;
+    fs::directory_iterator entries(folder, error);
+    if (error == std::errc::no_such_file_or_directory) return files;
+    if (error) throw std::runtime_error("can't read the keys in " + folder.string() + ": " + error.message());
     RequireGuarded(folder, top);
-    for (const auto& entry : fs::directory_iterator(folder)) {
+    for (const auto& entry : entries) {
         RequireGuarded(entry.path(), top);
         if (entry.path().extension() == ".pub") files.push_back(entry.path());
     }
@@ -97,14 +100,4 @@ const TrustedKey& CKeyring::FindSigner(std::string_view message, std::string_vie
                            " only (" + signer->File.string() + ").",
                        "Get one from its maker that is signed with a newer key.");
     return *signer;
-}
-
-std::string Today()
-{
-    const std::time_t now = std::time(nullptr);
-    std::tm parts = {};
-    gmtime_r(&now, &parts);
-    char szDate[16];
-    std::strftime(szDate, sizeof szDate, DateFormat, &parts);
-    return szDate;
 }

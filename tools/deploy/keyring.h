@@ -33,6 +33,3 @@ class CKeyring
     const std::filesystem::path m_Folder;
     std::vector<TrustedKey> m_Keys;
 };
-
-// Today in UTC, "2026-11-25".
-std::string Today();

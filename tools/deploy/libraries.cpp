@@ -19,7 +19,7 @@ fs::path ReadFolderName(const std::string& text)
 {
     const fs::path named = text.substr(0, text.find('\n'));
     std::error_code error;
-    const fs::path folder = fs::canonical(named, error);
+    fs::path folder = fs::canonical(named, error);
     if (!named.is_absolute() || error || !fs::is_directory(folder, error))
         throw std::runtime_error("there is no folder " + named.string() + "; its one line is the folder's path");
     // The loader takes a list of folders apart at these.

@@ -15,6 +15,7 @@
 #include "support/printable.h"
 #include "tools/deploy/manifest.h"
 #include "tools/deploy/refusal.h"
+#include "tools/deploy/utc.h"
 
 namespace fs = std::filesystem;
 
@@ -123,18 +124,17 @@ Contents ReadContents(const Session& session, const CPackageFolder& folder, Pack
     Contents contents = {folder.Read(ManifestFile, MaxManifestSize), folder.Read(SignatureFile, MaxSignatureSize), {}};
     if (contents.Signature) {
         if (!contents.List) Refuse("The package has a signature, and no MANIFEST.");
-        package.Signer = session.Keys.FindSigner(*contents.List, *contents.Signature, Today()).Key.Name();
+        package.Signer = session.Keys.FindSigner(*contents.List, *contents.Signature, UtcNow("%Y-%m-%d")).Key.Name();
     } else if (!AllowsUnsigned(session.Options)) {
         throw CRefusal(
             "The package is not signed.",
             "Get a signed one from its maker. --allow-unsigned runs what nobody has signed: for development.");
-    } else {
-        package.IsUnsigned = true;
     }
     const std::vector<std::string> names = folder.Names();
     if (!contents.List) {
         for (const std::string& name : names) contents.Files.push_back({"", MaxFileSize, name});
-        if (names.size() > MaxPackageFiles) Refuse("The package has more than 256 files.");
+        if (names.size() > MaxPackageFiles)
+            Refuse("The package has more than " + std::to_string(MaxPackageFiles) + " files.");
         return contents;
     }
     const Manifest manifest = ReadList(*contents.List);
@@ -174,6 +174,7 @@ void Copy(Session& session, Package& package)
     // With these the copy can be checked again.
     if (contents.List) Write(pCopy->Path() / ManifestFile, *contents.List);
     if (contents.Signature) Write(pCopy->Path() / SignatureFile, *contents.Signature);
+    package.IsUnsigned = !contents.Signature;
     package.pCopy = std::move(pCopy);
 }
 

@@ -96,11 +96,12 @@ CRunFolder::CRunFolder(const DeployOptions& options, const fs::path& temporary)
     if (!mkdtemp(path.data())) FailToMake(shared, errno);
     m_pOwn = std::make_unique<CPrivateFolder>(path);
     m_Lock.Reset(fcntl(Lock(path, LOCK_NB).Get(), F_DUPFD_CLOEXEC, FirstToInherit));
+    if (m_Lock.Get() < 0) FailToMake(path, errno);
 }
 
 std::unique_ptr<CPrivateFolder> CRunFolder::Make()
 {
-    const fs::path folder = m_pOwn->Path() / (std::to_string(++m_Made));
+    const fs::path folder = m_pOwn->Path() / std::to_string(++m_Made);
     if (mkdir(folder.c_str(), OwnerOnly) != 0)
         throw std::runtime_error("can't make " + folder.string() + ": " + std::strerror(errno));
     return std::make_unique<CPrivateFolder>(folder);
