@@ -162,6 +162,14 @@ int RunCommand(const std::string& command, std::string& output)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+int RunOnHost(const std::string& command, std::string& output)
+{
+    for (;;) {
+        const int status = RunCommand(command, output);
+        if (status != 8) return status;
+    }
+}
+
 namespace
 {
 

@@ -97,3 +97,6 @@ std::string Repeat(int count, const std::string& text);
 
 // Runs a shell command; its exit status, with standard output and error in output.
 int RunCommand(const std::string& command, std::string& output);
+
+// The same for an installer or zaldeploy on this host, where another test may hold the lock: until it does not.
+int RunOnHost(const std::string& command, std::string& output);

@@ -8,8 +8,10 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <string>
 
 #include "report.h"
+#include "support/serverlock.h"
 #include "util.h"
 
 CStr g_InstallLocalDir;
@@ -33,7 +35,7 @@ const char* const szUsage =
     "/d and /y may be written with - too. Without /d the component is installed.\n"
     "Exit status: 0 done, 1 done and takes effect after a reboot, 2 already current,\n"
     "3 a newer version is installed, 4 no such device, 5 cancelled, 6 could not run,\n"
-    "7 error or not allowed.\n"
+    "7 error or not allowed, 8 another program works on the firmware of this server.\n"
     "The debug log goes to the file that QVFLASHLOG names, else to /var/zal/flash.debug.log.\n";
 
 struct Switches
@@ -192,6 +194,17 @@ int Install(CFirmwareComponent& component, BOOL silent, const ZALINSTALLSTATE& s
     return static_cast<int>(result);
 }
 
+// Keeps other programs out; otherwise says why not. Exit status, 0 when the lock is held.
+int TakeLock(CServerLock& lock, const std::string& program)
+{
+    const CServerLock::State state = lock.Take(program.substr(program.rfind('/') + 1));
+    if (state == CServerLock::State::Held) return ReturnCodeNone;
+    const bool busy = state == CServerLock::State::Busy;
+    const std::string advice = busy ? "; run this installer again when that has ended." : ".";
+    return EndUntouched(busy ? ServerBusy : ReturnCodeCouldNotRun,
+                        (lock.Problem() + ". Nothing was done" + advice).c_str());
+}
+
 int Run(CFirmwareComponent& component, const Switches& switches, int argc, char** argv)
 {
     component.ParseCmdLine(argc, argv);
@@ -220,6 +233,9 @@ int RunComponent(std::unique_ptr<CFirmwareComponent> (*make)(), int argc, char**
             return valid ? ReturnCodeNone : ReturnCodeCouldNotRun;
         }
         g_InstallLocalDir = ".";
+        CServerLock lock;
+        const int locked = TakeLock(lock, argc > 0 ? argv[0] : "installer");
+        if (locked != ReturnCodeNone) return locked;
         const std::unique_ptr<CFirmwareComponent> pComponent = make();
         return Run(*pComponent, switches, argc, argv);
     } catch (const std::bad_alloc&) {

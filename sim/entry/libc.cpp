@@ -1,6 +1,5 @@
 // The C library's calls, taken over for the process that this is linked into or preloaded to: device nodes of the
 // current server and the clock are played, everything else goes on to the C library.
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -21,13 +20,10 @@
 
 #include "sim/base/clock.h"
 #include "sim/base/conduct.h"
+#include "sim/entry/entrypoint.h"
+#include "sim/entry/folders.h"
 #include "sim/processor/pcidevices.h"
 #include "sim/server.h"
-
-// Who called the entry point that this stands in.
-#define CALLER __builtin_return_address(0)
-
-#define ENTRY_POINT extern "C" __attribute__((visibility("default")))
 
 namespace
 {
@@ -35,15 +31,6 @@ namespace
 using sim::CClock;
 using sim::CConduct;
 using sim::Second;
-
-// The function that would have been called but for us.
-template <typename Function>
-Function* Next(Function*, const char* name)
-{
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-#define NEXT(function) static auto* const next = Next(static_cast<decltype(&(function))>(nullptr), #function)
 
 using DevicePointer = std::shared_ptr<sim::IDevice>;
 
@@ -100,7 +87,7 @@ template <typename Open>
 int OpenPath(const char* path, int flags, mode_t mode, Open* next, const void* caller)
 {
     sim::CServer* pServer = path && sim::CServer::OwnsPath(path) ? sim::CurrentServer() : nullptr;
-    return pServer ? OpenDevice(*pServer, path, flags, caller) : next(path, flags, mode);
+    return pServer ? OpenDevice(*pServer, path, flags, caller) : next(sim::CHostPath(path), flags, mode);
 }
 
 mode_t ModeArgument(int flags, va_list arguments)

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -140,6 +141,20 @@ zalsim: main in careless ran "true" and did not close its pipe with pclose.
         EXPECT_EQ(complaints + becomes,
                   std::regex_replace(m_Output, std::regex(R"(careless\+0x[0-9A-F]+)"), "main in careless"));
     }
+}
+
+TEST_F(SimulatedServer, HasFoldersOfItsOwnForWhatIsKeptOnAHost)
+{
+    UseServer(RackServer());
+    const std::string file = "/var/lib/flashlib/file";
+    EXPECT_EQ(0, mkdir("/var/lib/flashlib", 0700));
+    close(open((file + ".new").c_str(), O_WRONLY | O_CREAT, 0600));
+    EXPECT_EQ(0, rename((file + ".new").c_str(), file.c_str()));
+    EXPECT_TRUE(fs::is_regular_file(ServerFolder() / "var/lib/flashlib/file"));
+    struct stat status = {};
+    EXPECT_EQ(0, lstat(file.c_str(), &status) + stat(file.c_str(), &status) + access(file.c_str(), F_OK));
+    EXPECT_EQ(0, unlink(file.c_str()));
+    EXPECT_TRUE(fs::is_empty(ServerFolder() / "var/lib/flashlib"));
 }
 
 TEST_F(SimulatedServer, OpensItsDevicesInEveryThread)

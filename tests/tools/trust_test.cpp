@@ -148,7 +148,7 @@ minisign -S "$@" -s $key.key -m package/MANIFEST </dev/null
     // A command of zaldeploy for a folder there.
     int Run(const std::string& command, const std::string& folder = "package")
     {
-        return RunCommand(Command(command, folder), m_Output);
+        return RunOnHost(Command(command, folder), m_Output);
     }
 
     std::string Command(const std::string& command, const std::string& folder = "package") const
@@ -280,9 +280,9 @@ TEST_F(Attack, GivesInstallersACleanEnvironment)
 {
     m_Folder.Write("fan", "#!/bin/sh\n{ env | grep -v ^PWD= | sort; umask; } >" + Mark() + "\n");
     MakePackage();
-    EXPECT_EQ(7, RunCommand("(LD_LIBRARY_PATH=/nowhere LD_BIND_NOW=1 PATH=/nowhere:$PATH HOME=/ FLASHLIB_REPORT=9 " +
-                                PlanScript("--log " + Mark() + ".log") + " <&- >&- 2>&-)",
-                            m_Output));
+    EXPECT_EQ(7, RunOnHost("(LD_LIBRARY_PATH=/nowhere LD_BIND_NOW=1 PATH=/nowhere:$PATH HOME=/ FLASHLIB_REPORT=9 " +
+                               PlanScript("--log " + Mark() + ".log") + " <&- >&- 2>&-)",
+                           m_Output));
     EXPECT_EQ("FLASHLIB_REPORT=3\nPATH=/usr/sbin:/usr/bin:/sbin:/bin\nQVFLASHLOG=" + Mark() + ".log\n0077\n",
               ReadFile(Mark()));
 }
@@ -324,13 +324,13 @@ TEST_F(Attack, LeavesNothingInThePrivateFolderButWhatOthersRun)
     MakePackage();
     Shell("mkdir -p state/run/dead/1 state/run/live/1");
     const std::string state = (m_Folder.Path() / "state").string();
-    EXPECT_EQ(4, RunCommand("flock " + state + "/run/live " + PlanScript(), m_Output));
+    EXPECT_EQ(4, RunOnHost("flock " + state + "/run/live " + PlanScript(), m_Output));
     EXPECT_EQ(0, RunCommand("ls " + state + "/run; stat -c %a " + state + "/run", m_Output));
     EXPECT_EQ("live\n700\n", m_Output);
 
     const std::string mounted = "unshare -m sh -c 'mount -t tmpfs -o noexec tmpfs " + state + " && ";
     if (RunCommand(mounted + "true'", m_Output) != 0) GTEST_SKIP() << m_Output;
-    EXPECT_EQ(7, RunCommand(mounted + PlanScript() + "'", m_Output));
+    EXPECT_EQ(7, RunOnHost(mounted + PlanScript() + "'", m_Output));
     EXPECT_NE(std::string::npos, m_Output.find("/run: its file system is mounted with noexec")) << m_Output;
 }
 
@@ -349,11 +349,11 @@ umask 022
 mkdir -p /etc/flashlib/trusted.d
 cp author.pub /etc/flashlib/trusted.d/
 cp "$1"/platform/*.so /mnt/maker/
-"$2" plan --quiet package || echo "status $?"
+"$2" plan --quiet --wait 60 package || echo "status $?"
 echo /mnt/maker >/etc/flashlib/libraries
-"$2" plan --quiet package || echo "status $?"
+"$2" plan --quiet --wait 60 package || echo "status $?"
 chmod o+w /var/lib/flashlib
-"$2" plan --quiet package || echo "status $?"
+"$2" plan --quiet --wait 60 package || echo "status $?"
 )sh");
     const std::string host = "unshare -m sh " + m_Folder.Path().string() + "/host";
     if (RunCommand(host, m_Output) != 0) GTEST_SKIP() << m_Output;

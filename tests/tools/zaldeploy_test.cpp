@@ -1,6 +1,11 @@
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "support/serverlock.h"
 #include "tests/support.h"
 
 namespace fs = std::filesystem;
@@ -51,11 +56,12 @@ class Zaldeploy : public testing::Test
     {
         return Run("--server " + m_Server.Path().string() + " " + arguments);
     }
+    int RunHere(const std::string& arguments) { return RunOnHost(ZALDEPLOY " " + arguments, m_Output); }
     // Waits for whatever has descriptor 9, too: for what a package leaves behind.
     int RunScripts(const std::string& command)
     {
-        return Run(command + " --allow-unsigned --state " + m_Server.Path().string() + " " +
-                   m_Packages.Path().string() + " 9>&1 </dev/null");
+        return RunHere(command + " --allow-unsigned --state " + m_Server.Path().string() + " " +
+                       m_Packages.Path().string() + " 9>&1 </dev/null");
     }
     bool Says(const std::string& text) const { return m_Output.find(text) != std::string::npos; }
 
@@ -425,6 +431,35 @@ TEST_F(Zaldeploy, FitsTheScreen)
     }
 }
 
+TEST_F(Zaldeploy, LeavesAServerAloneThatAnotherProgramWorksOn)
+{
+    UseRack();
+    fs::create_directory(m_Server.Path() / "run");
+    CServerLock lock;
+    ASSERT_EQ(CServerLock::State::Held, lock.Take("/bin/other\n", m_Server.Path().string()));
+    const std::string holder = "/bin/other? (process " + std::to_string(getpid()) +
+                               ") has been working on the firmware of this server since 20";
+    EXPECT_EQ(8, RunOnServer("install --yes '" PACKAGES "/devicefw'"));
+    EXPECT_TRUE(Says("zaldeploy: " + holder)) << m_Output;
+    EXPECT_EQ(8, RunCommand(ZALSIM " --server " + m_Server.Path().string() +
+                                " -- '" PACKAGES "/devicefw/devicefw' /y '" PACKAGES "/devicefw'",
+                            m_Output));
+    EXPECT_TRUE(Says(holder)) << m_Output;
+
+    const std::string waits = " install --yes --wait 100 '" PACKAGES "/devicefw' 2>&1 --server ";
+    FILE* pOutput = popen((ZALDEPLOY + waits + m_Server.Path().string()).c_str(), "r");
+    char szLine[1024] = "";
+    ASSERT_TRUE(std::fgets(szLine, sizeof szLine, pOutput));
+    EXPECT_TRUE(std::strstr(szLine, ". Waiting until it ends ...\n")) << szLine;
+    lock = CServerLock();
+    while (std::fgets(szLine, sizeof szLine, pOutput)) continue;
+    EXPECT_EQ(0, pclose(pOutput)) << szLine;
+
+    fs::permissions(m_Server.Path() / "run/flashlib", fs::perms::all);
+    EXPECT_EQ(7, RunOnServer("'" PACKAGES "/devicefw'"));
+    EXPECT_TRUE(Says("Others can write to the folder ")) << m_Output;
+}
+
 TEST_F(Zaldeploy, SaysWhenItCanNotRun)
 {
     EXPECT_EQ(0, Run("--help"));
@@ -443,13 +478,13 @@ TEST_F(Zaldeploy, SaysWhenItCanNotRun)
         {"--log /nowhere/log" + folder, "can't write the log /nowhere/log: No such file"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(7, Run(c.first)) << c.first << m_Output;
+        EXPECT_EQ(7, RunHere(c.first)) << c.first << m_Output;
         EXPECT_TRUE(Says(c.second)) << c.first << m_Output;
     }
-    EXPECT_EQ(7, RunCommand("TMPDIR=/nowhere " ZALDEPLOY + folder, m_Output));
+    EXPECT_EQ(7, RunOnHost("TMPDIR=/nowhere " ZALDEPLOY + folder, m_Output));
     EXPECT_TRUE(Says("there is no folder /nowhere for temporary files; TMPDIR names another")) << m_Output;
     for (const std::string& command : {std::string("--version"), "--json" + folder, std::string("inventory")}) {
-        EXPECT_EQ(7, RunCommand("{ " ZALDEPLOY " " + command + " >/dev/full; }", m_Output)) << command;
+        EXPECT_EQ(7, RunOnHost("{ " ZALDEPLOY " " + command + " >/dev/full; }", m_Output)) << command;
         EXPECT_TRUE(Says("can't be printed: No space left on device")) << m_Output;
     }
 }

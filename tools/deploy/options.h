@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-// Exit status of zaldeploy, from the best to the worst result; also of each package.
+// Exit status of zaldeploy, from the best to the worst result; up to DeployStatus_Failed also of each package.
 enum DeployStatus
 {
     DeployStatus_Well = 0,
@@ -15,6 +15,7 @@ enum DeployStatus
     DeployStatus_Stopped = 5,
     DeployStatus_Failed = 6,
     DeployStatus_CouldNotRun = 7,
+    DeployStatus_Busy = 8,
 };
 
 struct DeployOptions
@@ -26,6 +27,7 @@ struct DeployOptions
     std::string State;               // folder of history, logs and running packages; empty: that of the server
     std::string Log;                 // file of the debug log; empty: chosen
     double Timeout = 300;            // seconds
+    double Wait = 0;                 // for another program that works on the server, in seconds
     bool AllowUnsigned = false;      // run what nobody has signed
     bool DryRun = false;
     bool Force = false;

@@ -6,6 +6,7 @@
 #include "tools/deploy/identity.h"
 #include "tools/deploy/keyring.h"
 #include "tools/deploy/libraries.h"
+#include "tools/deploy/onlyone.h"
 #include "tools/deploy/options.h"
 #include "tools/deploy/runfolder.h"
 #include "tools/deploy/runlog.h"
@@ -17,6 +18,7 @@ struct Session
     // Throws std::runtime_error where the command can't run: no place for files, no such server.
     explicit Session(const DeployOptions& options);
 
+    const CServerLock Lock;  // nothing is looked at before it is held
     const DeployOptions& Options;
     CScreen Screen;
     CWorkFolder Work;

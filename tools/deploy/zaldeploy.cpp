@@ -14,6 +14,7 @@
 #include "tools/deploy/commands.h"
 #include "tools/deploy/identity.h"
 #include "tools/deploy/jsonoutput.h"
+#include "tools/deploy/onlyone.h"
 #include "util.h"
 
 CStr g_InstallLocalDir;
@@ -34,6 +35,7 @@ const char* const Footer =
     "  5  stopped by a signal before all was done\n"
     "  6  an installation failed\n"
     "  7  zaldeploy itself could not run, or what it found can't be printed\n"
+    "  8  another program works on the firmware of this server: nothing was done\n"
     "\n"
     "Examples:\n"
     "  $ zaldeploy --server sim/servers/rack packages\n"
@@ -86,6 +88,8 @@ void AddPackageOptions(CLI::App& command, DeployOptions& options)
     command.add_option("--timeout", options.Timeout, "Time limit of each component, in seconds of real time")
         ->check(CLI::Range(0.1, 86400.0))
         ->capture_default_str();
+    command.add_option("--wait", options.Wait, "Wait so many seconds for another program that works on the server")
+        ->check(CLI::Range(0.0, 86400.0));
     AddCommonOptions(command, options);
     AddLogOption(command, options);
     CLI::Option* pJson = command.get_option("--json");
@@ -181,14 +185,15 @@ int Run(const Commands& commands, const DeployOptions& options, char** argv)
     return DeployStatus_Well;
 }
 
-void ShowError(const DeployOptions& options, const std::string& message)
+DeployStatus ShowError(const DeployOptions& options, const std::string& message, DeployStatus status)
 {
     std::fprintf(stderr, "zaldeploy: %s.\n", message.c_str());
-    if (!options.Json) return;
+    if (!options.Json) return status;
     nlohmann::ordered_json json = JsonHead("zaldeploy.error", {});
     json["message"] = message;
-    json["status"] = DeployStatus_CouldNotRun;
+    json["status"] = status;
     PrintJson(json);
+    return status;
 }
 
 // Whoever starts this may have closed some. What is opened later must not take their place.
@@ -215,9 +220,10 @@ int ParseAndRun(int argc, char** argv)
         return Run(commands, options, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? DeployStatus_Well : DeployStatus_CouldNotRun;
+    } catch (const CServerBusy& error) {
+        return ShowError(options, error.what(), DeployStatus_Busy);
     } catch (const std::exception& error) {
-        ShowError(options, error.what());
-        return DeployStatus_CouldNotRun;
+        return ShowError(options, error.what(), DeployStatus_CouldNotRun);
     }
 }
 
