@@ -102,8 +102,8 @@ int FindShared(int file)
 bool IsOwnFolder(const std::string& folder)
 {
     struct stat status = {};
-    return lstat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid() &&
-           (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    return lstat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+           (status.st_uid == geteuid() || status.st_uid == 0) && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
 }  // namespace
@@ -156,6 +156,7 @@ CServerLock::State CServerLock::OpenIn(const std::string& folder)
 
 CServerLock::State CServerLock::Fail(const std::string& what)
 {
-    m_sProblem = what + ": " + std::strerror(errno);
+    const bool forRoot = errno == EACCES || errno == EPERM;
+    m_sProblem = what + ": " + std::strerror(errno) + (forRoot ? "; run this as root" : "");
     return State::NoPlace;
 }

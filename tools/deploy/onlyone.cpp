@@ -30,7 +30,8 @@ std::string Root(const DeployOptions& options)
 CServerLock LockServer(const DeployOptions& options)
 {
     CServerLock lock;
-    if (!options.Server.empty() && !fs::exists(fs::path(options.Server) / "server.json")) return lock;
+    std::error_code ignored;
+    if (!options.Server.empty() && !fs::exists(fs::path(options.Server) / "server.json", ignored)) return lock;
     const std::string root = Root(options);
     const auto limit = Clock::now() + std::chrono::duration<double>(options.Wait);
     CServerLock::State state = lock.Take("zaldeploy", root);
