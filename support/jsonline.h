@@ -32,6 +32,12 @@ class CJsonLine
         Put(szNumber, static_cast<std::size_t>(std::snprintf(szNumber, sizeof szNumber, "%lld", number)));
     }
 
+    void AddFlag(const char* name, bool value)
+    {
+        Begin(name);
+        Put(value ? "true" : "false", value ? 4 : 5);
+    }
+
     // Ends the line. Returns its size in bytes; 0 when it does not fit: half an object is none.
     std::size_t End()
     {

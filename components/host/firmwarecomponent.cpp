@@ -146,7 +146,13 @@ int CFirmwareComponent::RefuseMissing()
 
 int CFirmwareComponent::LoadImage()
 {
-    m_Image.SetFile(Setting("Image", "File"), Setting("Image", "CRC32"));
+    if (!IsRestoring())
+        m_Image.SetFile(Setting("Image", "File"), Setting("Image", "CRC32"));
+    else if (KeepsReplaced())
+        m_Image.SetKept(m_sRestored);
+    else
+        return Refuse(ZALSTATE_INSTALLNOTALLOWED,
+                      CStr("The firmware of a ") + m_sDevice + " can't be read, so that none is kept to be put back.");
     return m_Image.Initialize() ? StateOpen : Refuse(ZALSTATE_INSTALLNOTALLOWED, m_Image.GetErrorMessage());
 }
 
@@ -168,6 +174,14 @@ BOOL CFirmwareComponent::Fail(const CStr& reason)
 {
     if (m_sFailure.IsEmpty()) m_sFailure = reason;
     return FALSE;
+}
+
+BOOL CFirmwareComponent::KeepReplaced(const CStr& version, const void* bytes, int size)
+{
+    if (!m_Kept.Begin(m_Discovery.sDeviceId.GetAnsiString(), version.GetAnsiString(), bytes, size))
+        return Fail(m_Kept.GetErrorMessage().c_str());
+    if (!m_Kept.Image().empty()) ReportBackup(m_Kept.Path(m_Kept.Image()).c_str());
+    return TRUE;
 }
 
 BOOL CFirmwareComponent::ReadCurrentVersion()

@@ -7,6 +7,7 @@
 #include "chif.h"
 #include "component.h"
 #include "fwversion.h"
+#include "keep.h"
 #include "packageimage.h"
 #include "report.h"
 #include "zalph.h"
@@ -35,6 +36,15 @@ class CFirmwareComponent : public CComponent
     // As the base's, but on a server without the device: ReturnCodeNoTarget. Holds signals from before it writes to the
     // end of the process. When memory runs out the text says so, and what state the device is in.
     ULONG Install(BOOL silent, PLOGFN logger, LPTSTR resultStr, ULONG resultLength, LPCTSTR language) override;
+
+    // The folder of kept images, in place of /var/lib/flashlib/backup.
+    void SetKeepFolder(const char* folder) { m_Kept.SetFolder(folder); }
+
+    // Before Initialize: an installation puts that kept image back, the file of that name in the folder or a path.
+    void Restore(const char* image) { m_sRestored = m_Kept.Path(image).c_str(); }
+
+    // TRUE when what an installation would replace now can be put back afterwards.
+    virtual BOOL HasWayBack() { return KeepsReplaced(); }
 
     // What the installation has left in the device.
     Left GetLeft() const;
@@ -70,6 +80,9 @@ class CFirmwareComponent : public CComponent
     virtual int CheckDevice() { return StateOpen; }
     virtual int CheckImage() { return StateOpen; }
 
+    // TRUE when WriteDevice calls KeepReplaced.
+    virtual BOOL KeepsReplaced() const { return FALSE; }
+
     // Writes the image to the device. Sets m_bTouched before it changes anything. FALSE after Fail when the device does
     // not have it. Progress goes to logger; null: none.
     virtual BOOL WriteDevice(PLOGFN logger) = 0;
@@ -99,6 +112,13 @@ class CFirmwareComponent : public CComponent
 
     // Keeps why the work failed, for the sentence that FinishFailed makes of it; the first reason counts. FALSE.
     BOOL Fail(const CStr& reason);
+
+    // Of a device that can be read: keeps what it holds, before it is touched; no bytes: that can't be read, or is not
+    // whole. version is what it is kept as. FALSE after Fail when nothing can be kept; then the device stays as it is.
+    BOOL KeepReplaced(const CStr& version, const void* bytes, int size);
+
+    // TRUE when a kept image takes the place of the package's.
+    BOOL IsRestoring() const { return !m_sRestored.IsEmpty(); }
 
     // Calls ReadVersion and shows what it told; FALSE when it did not tell.
     BOOL ReadCurrentVersion();
@@ -133,6 +153,7 @@ class CFirmwareComponent : public CComponent
     CFwVersion m_CurrentVersion;
     CFwVersion m_OfferedVersion;  // as the package description states it
     CPackageImage m_Image;
+    CKeptImages m_Kept;
 
     BOOL m_bBootLoader = FALSE;  // the firmware of the device is not whole: an update was cut off, or is under way
     BOOL m_bTouched = FALSE;     // the device may no longer be what it was before the installation
@@ -154,6 +175,7 @@ class CFirmwareComponent : public CComponent
     BOOL m_bNoTarget = FALSE;
     CStr m_sSettingsProblem;  // empty: none
     CStr m_sVersionBefore;    // the installation
+    CStr m_sRestored;         // path; empty: the package's image is installed
     std::optional<Left> m_Left;
     std::unique_ptr<CINIFile> m_pSettings;
     std::unique_ptr<CChannelInterface> m_pChannel;

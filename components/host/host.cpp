@@ -22,11 +22,15 @@ namespace
 const int ResultSize = 1024;
 
 const char* const szUsage =
-    "Usage: %s [/y FOLDER] [/f] [/s] [/d [FILE]]\n"
+    "Usage: %s [/y FOLDER] [/f] [/s] [/k FOLDER] [/r IMAGE] [/d [FILE]]\n"
     "\n"
     "  /y FOLDER    the component's package folder (default: the current folder)\n"
     "  /f           force: write the same version again, or an older one\n"
     "  /s           silent: show no progress\n"
+    "  /k FOLDER    keep the firmware that is replaced there, where the device can be\n"
+    "               read (default: /var/lib/flashlib/backup)\n"
+    "  /r IMAGE     put a kept image back in place of the package's: the name of a file\n"
+    "               in that folder, or a path\n"
     "  /d [FILE]    discovery: write what is found and what is offered to FILE and\n"
     "               install nothing; without FILE, which only the last switch can be,\n"
     "               to /var/zal/PROGRAM_disc.xml\n"
@@ -45,17 +49,22 @@ struct Switches
     bool Folder;
     bool Force;
     bool Silent;
+    const char* pszKeepFolder;
+    const char* pszRestored;
 };
 
 const struct SwitchName
 {
     const char* pszName;
     bool Switches::*pGiven;
-    bool HasValue;  // which may be left out
+    bool HasValue;                  // which may be left out
+    const char* Switches::*pValue;  // which must be there
 } SwitchNames[] = {
-    {"/d", &Switches::Discovery, true}, {"-d", &Switches::Discovery, true}, {"/y", &Switches::Folder, true},
-    {"-y", &Switches::Folder, true},    {"/f", &Switches::Force, false},    {"/s", &Switches::Silent, false},
-    {"/?", &Switches::Help, false},     {"--help", &Switches::Help, false},
+    {"/d", &Switches::Discovery, true, nullptr},      {"-d", &Switches::Discovery, true, nullptr},
+    {"/y", &Switches::Folder, true, nullptr},         {"-y", &Switches::Folder, true, nullptr},
+    {"/f", &Switches::Force, false, nullptr},         {"/s", &Switches::Silent, false, nullptr},
+    {"/k", nullptr, false, &Switches::pszKeepFolder}, {"/r", nullptr, false, &Switches::pszRestored},
+    {"/?", &Switches::Help, false, nullptr},          {"--help", &Switches::Help, false, nullptr},
 };
 
 const SwitchName* FindSwitch(const char* argument)
@@ -65,20 +74,27 @@ const SwitchName* FindSwitch(const char* argument)
     return nullptr;
 }
 
-// Reads which switches are given; false for a command line that makes no sense. The library reads the values: what
-// follows /d or /y and does not begin with a dash is one, even if it is a switch.
+// Reads which switches are given; false for a command line that makes no sense. The library reads the values of /d and
+// /y: what follows these and does not begin with a dash is one, even if it is a switch.
 bool ReadSwitches(int argc, char** argv, Switches& switches)
 {
     bool mayBeValue = false;
+    const char** ppValue = nullptr;  // where the next argument belongs
     for (char** ppArgument = argv + 1; ppArgument < argv + argc; ppArgument++) {
         const char* const pszArgument = *ppArgument;
         const SwitchName* pSwitch = FindSwitch(pszArgument);
-        if (pszArgument[0] == '\0') return false;
+        if (pszArgument[0] == '\0' || (ppValue && pSwitch)) return false;
+        if (ppValue) {
+            *ppValue = pszArgument;
+            ppValue = nullptr;
+            continue;
+        }
         if (pSwitch ? mayBeValue && pszArgument[0] != '-' : !mayBeValue || pszArgument[0] == '-') return false;
-        if (pSwitch) switches.*pSwitch->pGiven = true;
+        if (pSwitch && pSwitch->pGiven) switches.*pSwitch->pGiven = true;
+        if (pSwitch && pSwitch->pValue) ppValue = &(switches.*pSwitch->pValue);
         mayBeValue = pSwitch && pSwitch->HasValue;
     }
-    return true;
+    return !ppValue;
 }
 
 void PrintRow(const char* name, const char* value)
@@ -129,7 +145,7 @@ void CutLineEnd(char* text)
     text[std::strcspn(text, "\n")] = '\0';
 }
 
-void ShowProperties(CComponent& component, ZALINSTALLSTATE& state)
+void ShowProperties(CFirmwareComponent& component, ZALINSTALLSTATE& state)
 {
     const CStr name = PrintText(component, ZALPROP_NAME, "Name");
     PrintText(component, ZALPROP_DESCRIPTION, "Description");
@@ -144,7 +160,7 @@ void ShowProperties(CComponent& component, ZALINSTALLSTATE& state)
     PrintFlag(component, ZALPROP_SUPPORTDOWNGRADE, "Downgrade");
     std::printf("\n");
     ReportProperties(name == CFirmwareComponent::NoName ? "" : name.GetAnsiString(), current, offered, state.nState,
-                     state.szMessage);
+                     state.szMessage, component.HasWayBack());
 }
 
 void PrintLine(const char* format, ...)
@@ -208,12 +224,15 @@ int TakeLock(CServerLock& lock, const std::string& program)
 int Run(CFirmwareComponent& component, const Switches& switches, int argc, char** argv)
 {
     component.ParseCmdLine(argc, argv);
+    if (switches.pszKeepFolder) component.SetKeepFolder(switches.pszKeepFolder);
+    if (switches.pszRestored) component.Restore(switches.pszRestored);
     component.Initialize();
     ZALINSTALLSTATE state = {};
     ShowProperties(component, state);
-    if (!switches.Discovery && !switches.Force && state.nState == ZALSTATE_INSTALLEDSAME)
+    const bool anyVersion = switches.Discovery || switches.Force || switches.pszRestored;
+    if (!anyVersion && state.nState == ZALSTATE_INSTALLEDSAME)
         return EndUntouched(ReturnCodeTargetCurrent, "This version is installed already; /f writes it again.");
-    if (!switches.Discovery && !switches.Force && state.nState == ZALSTATE_INSTALLEDNEWER)
+    if (!anyVersion && state.nState == ZALSTATE_INSTALLEDNEWER)
         return EndUntouched(ReturnCodeTargetNewer, "A newer version is installed; /f goes back to this one.");
     return Install(component, switches.Silent, state);
 }

@@ -1,9 +1,13 @@
 #include "packageimage.h"
 
 #include <cctype>
+#include <cerrno>
+#include <climits>
 #include <cstdlib>
+#include <cstring>
 
 #include "crc32.h"
+#include "keep.h"
 #include "packagefile.h"
 #include "util.h"
 
@@ -32,6 +36,12 @@ void CPackageImage::SetFile(const CStr& fileName, const CStr& checksum)
     m_sChecksum = checksum;
 }
 
+void CPackageImage::SetKept(const CStr& path)
+{
+    m_bKept = true;
+    SetFile(path, KeptChecksum(path.GetAnsiString()).c_str());
+}
+
 void CPackageImage::SetMaxSize(long long maxSize, const char* limit)
 {
     m_MaxSize = maxSize;
@@ -57,6 +67,7 @@ CStr CPackageImage::Subject() const
 // A file of another folder is none of the package.
 bool CPackageImage::CheckNames()
 {
+    if (m_bKept) return !m_sChecksum.IsEmpty() || Fail(m_sFile + " is no kept image: its name tells no checksum.");
     if (m_sFile.IsEmpty() || m_sFile.GetLength() > MaxFileNameLength || m_sFile.Find("/") >= 0 ||
         !IsChecksum(m_sChecksum))
         return Fail(CStr("The settings name no ") + m_pszWhat + " with its checksum.");
@@ -65,6 +76,7 @@ bool CPackageImage::CheckNames()
 
 bool CPackageImage::CheckFile()
 {
+    if (m_bKept) return true;
     const CStr problem = CheckPackageFile(FileInComponentDir(m_sFile), m_MaxSize, m_pszLimit);
     return problem.IsEmpty() || Fail(Subject() + problem);
 }
@@ -74,6 +86,7 @@ bool CPackageImage::Load()
     delete[] static_cast<char*>(m_pImageBuffer);
     m_pImageBuffer = nullptr;
     m_ImageSize = 0;
+    if (m_bKept) return LoadKept();
     int size = 0;
     void* pBuffer = nullptr;
     if (!ReadFileIntoMemory(FileInComponentDir(m_sFile), pBuffer, size))
@@ -83,9 +96,20 @@ bool CPackageImage::Load()
     return true;
 }
 
+bool CPackageImage::LoadKept()
+{
+    const int maxSize = m_MaxSize < INT_MAX ? static_cast<int>(m_MaxSize) : INT_MAX;
+    m_pImageBuffer = ReadKept(m_sFile.GetAnsiString(), maxSize, m_ImageSize).release();
+    const char* pszProblem = errno == EINVAL ? "it is no regular file" : std::strerror(errno);
+    return m_pImageBuffer || Fail(Subject() + " can't be read: " + pszProblem + ".");
+}
+
 bool CPackageImage::CheckWhole()
 {
     if (m_ImageSize == 0) return Fail(Subject() + " is damaged: it is empty.");
+    if (m_bKept)
+        return KeepChecksum(m_pImageBuffer, m_ImageSize) == m_sChecksum.GetAnsiString() ||
+               Fail(Subject() + " is damaged: it has not the checksum that its name tells.");
     const unsigned long crc =
         rom_crc32(static_cast<unsigned char*>(m_pImageBuffer), static_cast<unsigned int>(m_ImageSize), 0);
     if (crc == std::strtoul(m_sChecksum, nullptr, 16)) return true;

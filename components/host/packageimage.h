@@ -14,6 +14,9 @@ class CPackageImage : public CFwImage
 
     void SetFile(const CStr& fileName, const CStr& checksum);
 
+    // In its place an image that was kept when another replaced it, by its path; see keep.h.
+    void SetKept(const CStr& path);
+
     // Another limit, and whose it is: "the firmware reserves for flashing".
     void SetMaxSize(long long maxSize, const char* limit);
 
@@ -26,6 +29,7 @@ class CPackageImage : public CFwImage
     bool CheckNames();
     bool CheckFile();
     bool Load();
+    bool LoadKept();
     bool CheckWhole();
 
     // Keeps the message for the user; false.
@@ -36,4 +40,5 @@ class CPackageImage : public CFwImage
     long long m_MaxSize;  // bytes
     CStr m_sFile;
     CStr m_sChecksum;
+    bool m_bKept = false;
 };

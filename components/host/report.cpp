@@ -70,7 +70,8 @@ void OpenReport()
     signal(SIGPIPE, SIG_IGN);
 }
 
-void ReportProperties(const char* name, const char* current, const char* offered, int state, const char* message)
+void ReportProperties(const char* name, const char* current, const char* offered, int state, const char* message,
+                      bool wayBack)
 {
     CJsonLine line;
     line.Add("report", "properties");
@@ -79,6 +80,15 @@ void ReportProperties(const char* name, const char* current, const char* offered
     line.Add("offered", offered);
     line.Add("state", state);
     line.Add("message", message);
+    line.AddFlag("way_back", wayBack);
+    Send(line);
+}
+
+void ReportBackup(const char* file)
+{
+    CJsonLine line;
+    line.Add("report", "backup");
+    line.Add("file", file);
     Send(line);
 }
 

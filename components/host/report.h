@@ -1,6 +1,8 @@
 // Tells a deployment tool how an installer gets on: JSON lines of at most 8 KiB on the descriptor whose number the
 // environment variable FLASHLIB_REPORT holds. "report" says what a line is:
-//   "properties"  "name", "current" and "offered" version, "state" (ZALSTATE_..), "message": why it is not offered
+//   "properties"  "name", "current" and "offered" version, "state" (ZALSTATE_..), "message": why it is not offered,
+//                 "way_back": true when what an installation replaces can be put back (false where it can't be read)
+//   "backup"      "file": where the firmware is kept that is about to be replaced; before the device is touched
 //   "progress"    "what", "done" and "total" bytes
 //   "result"      "message", "left": "untouched", "runs old", "runs new", "incomplete" or "unknown"
 // A result is the last line; without one the installer was cut off. Members and lines of other names may be added.
@@ -26,6 +28,8 @@ const char* ToText(Left left);
 void OpenReport();
 
 // Write a line, and ask for no memory. A tool that is gone, or does not read for a while, gets no more.
-void ReportProperties(const char* name, const char* current, const char* offered, int state, const char* message);
+void ReportProperties(const char* name, const char* current, const char* offered, int state, const char* message,
+                      bool wayBack);
+void ReportBackup(const char* file);
 void ReportProgress(const char* what, int done, int total);
 void ReportResult(const char* message, Left left);

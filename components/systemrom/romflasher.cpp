@@ -2,9 +2,15 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
 
 #include "zalph/smbios.h"
+
+namespace
+{
+
+const DWORD MaxRoom = 64 << 20;  // bytes
+
+}  // namespace
 
 BOOL CRomFlasher::Fail(const CStr& reason)
 {
@@ -33,30 +39,36 @@ BOOL CRomFlasher::Run(FlashTable table, const char* step)
     return ExecuteTable(&request) && request.Status == 0;
 }
 
-// Reads the whole part into memory. It may be larger than the image, up to what the firmware reserves for a ROM.
-void CRomFlasher::ReadPart(const char* step, const CFwImage& image)
+// Makes room for the part before anything is done to it. It may be larger than the image, up to what the firmware
+// reserves for a ROM.
+void CRomFlasher::MakeRoom(const CFwImage& image)
+{
+    DWORD reserved = 0;
+    CSMBIOS().GetFlashBuffer(reserved);
+    m_Room = std::max(std::min(reserved, MaxRoom), static_cast<DWORD>(image.GetImageSize()));
+    m_pPart.reset(new char[m_Room]());
+}
+
+// Reads the whole part into memory.
+void CRomFlasher::ReadPart(const char* step)
 {
     Show(step);
     m_PartSize = 0;
-    DWORD reserved = 0;
-    CSMBIOS().GetFlashBuffer(reserved);
-    const DWORD size = std::max(reserved, static_cast<DWORD>(image.GetImageSize()));
-    m_pPart.reset(new (std::nothrow) char[size]());
-    if (!m_pPart) return;
     TABLE_EXEC_REQUEST request = {};
     request.TableNumber = FlashTable_Backup;
     request.pBuffer = m_pPart.get();
-    request.BufferSize = size;
-    const bool read = ExecuteTable(&request) && request.Status == 0 && request.BytesReturned <= size;
+    request.BufferSize = m_Room;
+    const bool read = ExecuteTable(&request) && request.Status == 0 && request.BytesReturned <= m_Room;
     if (read) m_PartSize = static_cast<int>(request.BytesReturned);
 }
 
 BOOL CRomFlasher::Prepare(const CFwImage& image)
 {
     if (!LoadTable()) return FALSE;
+    MakeRoom(image);
     if (!Run(FlashTable_Setup, "Preparing the flash part")) return Fail("the Setup table failed");
-    ReadPart("Reading the flash part", image);
-    if (!IsRead() || m_PartSize == image.GetImageSize()) return TRUE;
+    ReadPart("Reading the flash part");
+    if (m_PartSize == 0 || m_PartSize == image.GetImageSize()) return TRUE;
     CleanUp();
     CStr reason;
     reason.Format("the flash part has %d bytes and the image %d", m_PartSize, image.GetImageSize());
@@ -74,8 +86,8 @@ BOOL CRomFlasher::Program(CFwImage& image)
     if (!Run(FlashTable_Erase, "Erasing the flash part")) return Fail("the Erase table failed");
     Show("Programming the new ROM");
     if (!ExecuteProgramTable(&image)) return Fail("the Program table failed");
-    ReadPart("Reading the ROM back", image);
-    return !IsRead() || Holds(image) || Fail("the flash part does not hold what was written");
+    ReadPart("Reading the ROM back");
+    return m_PartSize == 0 || Holds(image) || Fail("the flash part does not hold what was written");
 }
 
 BOOL CRomFlasher::CleanUp()

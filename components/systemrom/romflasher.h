@@ -24,8 +24,9 @@ class CRomFlasher : public CFlashTable
     // Erases the part, programs the image and reads the part back. A part that can't be read back is none that fails.
     BOOL Program(CFwImage& image);
 
-    // FALSE when the part could not be read last time.
-    BOOL IsRead() const { return m_PartSize != 0; }
+    // What was read last.
+    const void* GetPart() const { return m_pPart.get(); }
+    int GetPartSize() const { return m_PartSize; }  // bytes; 0: the part could not be read
 
     // Runs the cleanup tables that the firmware asks for.
     BOOL CleanUp();
@@ -33,11 +34,13 @@ class CRomFlasher : public CFlashTable
   private:
     BOOL LoadTable();
     BOOL Run(FlashTable table, const char* step);
-    void ReadPart(const char* step, const CFwImage& image);
+    void MakeRoom(const CFwImage& image);
+    void ReadPart(const char* step);
     BOOL Fail(const CStr& reason);
     void Show(const char* step) const;
 
     PLOGFN m_pfnLogger;
     std::unique_ptr<char[]> m_pPart;  // what was read last
+    DWORD m_Room = 0;                 // for it, in bytes
     int m_PartSize = 0;               // bytes; 0: the part could not be read
 };

@@ -21,9 +21,9 @@ CStr NextString(const char*& pText, const char* pEnd)
 
 }  // namespace
 
-BOOL ReadRomHeader(const CFwImage& image, CStr& family, CFwVersion& version)
+BOOL ReadRomHeader(const void* image, int size, CStr& family, CFwVersion& version)
 {
-    const char* pEnd = static_cast<const char*>(image.GetImageBuffer()) + image.GetImageSize();
+    const char* pEnd = static_cast<const char*>(image) + size;
     const void* pHeader = memmem(pEnd - RomBlockSize, RomBlockSize, "$ZALFLSH", 8);
     const std::ptrdiff_t stringsOffset = offsetof(FLASH_TABLE_HEADER, ImageName);
     if (!pHeader || pEnd - static_cast<const char*>(pHeader) <= stringsOffset) return FALSE;

@@ -9,6 +9,6 @@ const int MaxRomFamilyLength = 16;
 // Images are whole blocks; the last one is mapped into the BIOS area.
 const int RomBlockSize = 65536;
 
-// Reads the family (the identifier) and the version from the flash image header in the last block of a loaded image of
-// whole blocks. FALSE when it has no usable one.
-BOOL ReadRomHeader(const CFwImage& image, CStr& family, CFwVersion& version);
+// Reads the family (the identifier) and the version from the flash image header in the last block of an image of whole
+// blocks. FALSE when it has no usable one.
+BOOL ReadRomHeader(const void* image, int size, CStr& family, CFwVersion& version);

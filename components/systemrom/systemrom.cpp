@@ -71,11 +71,37 @@ int CSystemRom::CheckImage()
         return Refuse(notAllowed, m_Image.Subject() + " is damaged: it is not made of whole blocks.");
     CStr family;
     CFwVersion version;
-    if (!ReadRomHeader(m_Image, family, version))
+    if (!ReadRomHeader(m_Image.GetImageBuffer(), m_Image.GetImageSize(), family, version))
         return Refuse(notAllowed, m_Image.Subject() + " is damaged: it has no usable flash image header.");
+    if (IsRestoring()) {
+        if (family != m_sFamily)
+            return Refuse(notAllowed, m_Image.Subject() + " is of ROM family " + family +
+                                          "; this server has a ROM of family " + m_sFamily + ".");
+        m_OfferedVersion = version;
+        m_Properties.sNewVersion = version.ToString();
+    }
     if (family == m_sFamily && version == m_OfferedVersion) return StateOpen;
     return Refuse(notAllowed, CStr("The ROM image is ") + family + " " + version.ToString() +
                                   ", not what the package description states.");
+}
+
+BOOL CSystemRom::HasWayBack()
+{
+    return !m_bBootLoader || !m_Kept.Interrupted(m_sFamily.GetAnsiString()).empty();
+}
+
+// A server that runs on its boot block has no ROM to keep, and a part without a header of its family none either.
+BOOL CSystemRom::KeepPart(PLOGFN logger)
+{
+    CStr family;
+    CFwVersion version;
+    const void* pPart = m_pFlasher->GetPart();
+    const int size = m_pFlasher->GetPartSize();
+    const bool whole =
+        !m_bBootLoader && size >= RomBlockSize && ReadRomHeader(pPart, size, family, version) && family == m_sFamily;
+    if (logger && whole) logger("  Keeping the old ROM ...\n");
+    version.ClearDate();
+    return KeepReplaced(version.ToString(), whole ? pPart : nullptr, size);
 }
 
 BOOL CSystemRom::WriteDevice(PLOGFN logger)
@@ -85,11 +111,20 @@ BOOL CSystemRom::WriteDevice(PLOGFN logger)
     if (!m_pFlasher->Prepare(m_Image)) return Fail(m_pFlasher->GetErrorMessage());
     if (m_pFlasher->Holds(m_Image)) {
         m_sWritten = "is in the flash part already.";
+        m_Kept.End(m_sFamily.GetAnsiString());
         return TRUE;
+    }
+    if (!KeepPart(logger)) {
+        m_pFlasher->CleanUp();
+        return FALSE;
     }
     m_bTouched = TRUE;
     if (!m_pFlasher->Program(m_Image)) return Fail(m_pFlasher->GetErrorMessage());
-    m_sWritten = m_pFlasher->IsRead() ? "was flashed and read back." : "was flashed, but can't be read back.";
+    m_sWritten = "was flashed, but can't be read back.";
+    if (m_pFlasher->GetPartSize() > 0) {
+        m_sWritten = "was flashed and read back.";
+        m_Kept.End(m_sFamily.GetAnsiString());
+    }
     return TRUE;
 }
 
@@ -107,14 +142,17 @@ BOOL CSystemRom::Verify()
 CSystemRom::DeviceState CSystemRom::DescribeState()
 {
     if (!m_bTouched) return CFirmwareComponent::DescribeState();
-    return {Left_Incomplete,
-            "The flash part may hold no whole ROM: do not restart the server, run this installer again."};
+    CStr sentence = "The flash part may hold no whole ROM: do not restart the server, run this installer again";
+    if (!m_Kept.Image().empty())
+        sentence += CStr(", or put the old ROM back: zaldeploy restore ") + m_sFamily + ", or this installer with /r " +
+                    m_Kept.Image().c_str();
+    return {Left_Incomplete, sentence + "."};
 }
 
 void CSystemRom::InstallWorker(InstallParameters* params)
 {
     const BOOL done = Update(params->bSilent ? nullptr : params->pfnLogger);
-    const Left left = m_pFlasher->IsRead() ? Left_RunsNew : Left_Unknown;
+    const Left left = m_pFlasher->GetPartSize() > 0 ? Left_RunsNew : Left_Unknown;
     if (m_sWritten.IsEmpty())
         FinishFailed(params);
     else if (done)

@@ -11,12 +11,16 @@ class CSystemRom : public CFirmwareComponent
   public:
     CSystemRom();
 
+    // What is left of a ROM that an installation did not get to the end of can't; the one before that can.
+    BOOL HasWayBack() override;
+
   protected:
     BOOL FindDevice() override;
     BOOL ReadVersion() override;
     int RefuseMissing() override;
     int CheckDevice() override;
     int CheckImage() override;
+    BOOL KeepsReplaced() const override { return TRUE; }
     BOOL WriteDevice(PLOGFN logger) override;
     BOOL LeaveDevice(PLOGFN logger, BOOL written) override;
     BOOL Verify() override;
@@ -24,6 +28,8 @@ class CSystemRom : public CFirmwareComponent
     void InstallWorker(InstallParameters* params) override;
 
   private:
+    BOOL KeepPart(PLOGFN logger);
+
     CStr m_sFamily;   // of the running ROM; empty when it can't be read
     CStr m_sWritten;  // how the image got into the flash part; empty: it is not there
     std::unique_ptr<CRomFlasher> m_pFlasher;

@@ -141,7 +141,7 @@ TEST_F(DeviceFirmware, ReportsOnlyToADescriptorAndGoesOnWithoutAReader)
     Edit("qxdevicefw.xml", "Tamberline Controller", "\"Fan\\ \xC3\xA9");
     EXPECT_EQ(0, Run(RackServer(), "/d " + (m_Server.Path() / "d.xml").string()));
     EXPECT_EQ(R"({"report": "properties", "name": "Quorvant \"Fan\\ é Firmware", "current": "1.2.5", )"
-              R"("offered": "1.3.2", "state": 2, "message": ""})"
+              R"("offered": "1.3.2", "state": 2, "message": "", "way_back": false})"
               "\n"
               R"({"report": "result", "message": "Discovery complete.", "left": "untouched"})"
               "\n",

@@ -22,6 +22,15 @@ class SystemRom : public CInstallerTest
     SystemRom() : CInstallerTest("systemrom") {}
 
     bool WasTouched() const { return fs::exists(m_Server.Path() / "rom.bin"); }
+
+    // The folder of kept images on the server, and the files in it.
+    fs::path Kept() const { return m_Server.Path() / "var/lib/flashlib/backup"; }
+    std::vector<std::string> KeptFiles() const
+    {
+        std::vector<std::string> files;
+        for (const auto& entry : fs::directory_iterator(Kept())) files.push_back(entry.path().filename());
+        return files;
+    }
 };
 
 }  // namespace
@@ -77,7 +86,9 @@ TEST_F(SystemRom, RecoversFromAPowerCutAtAnyBlock)
 TEST_F(SystemRom, SaysWhatStateAFailureLeaves)
 {
     const char* const untouched = "The system ROM was not touched and runs as before.";
-    const char* const broken = "may hold no whole ROM: do not restart the server, run this installer again.";
+    const char* const broken =
+        "may hold no whole ROM: do not restart the server, run this installer again, or put the old ROM "
+        "back: zaldeploy restore P70, or this installer with /r P70_2.30_";
     const char* const whole = "was flashed and read back. Afterwards a Cleanup table failed.";
     const std::tuple<const char*, const char*, const char*> cases[] = {
         {"flash.no_header=true", untouched, "untouched"}, {"flash.fails_at_table=0", untouched, "untouched"},
@@ -111,6 +122,79 @@ TEST_F(SystemRom, RefusesBeforeAnythingIsErased)
     UseImage("P70_2.40.rom", Image("P71", 1048576));
     EXPECT_TRUE(Ends(7, "The ROM image is P71 2.40 (03/15/2021), not what"));
     EXPECT_FALSE(WasTouched());
+}
+
+TEST_F(SystemRom, KeepsTheOldRomAndPutsItBack)
+{
+    EXPECT_EQ(137,
+              Run(RackServer(), "", "--fault flash.power_lost_after_blocks=5 --fault flash.power_lost_at_table=3"));
+    const std::vector<std::string> interrupted = KeptFiles();
+    ASSERT_EQ(2u, interrupted.size());
+    // What the power cut has left is not kept in place of it.
+    EXPECT_TRUE(Ends(7, "zaldeploy restore P70", RackServer(), "", "--fault flash.fails_at_table=3"));
+    EXPECT_EQ(interrupted, KeptFiles());
+    EXPECT_EQ(1, Run(RackServer())) << m_Output;
+    ASSERT_EQ(1u, KeptFiles().size());
+    const std::string image = KeptFiles()[0];
+    EXPECT_EQ(0u, image.find("P70_2.30_")) << image;
+
+    EXPECT_EQ(0, Zalsim("--restart"));
+    EXPECT_TRUE(Ends(1, "System ROM P70 2.30 (09/12/2019) was flashed and read back.", RackServer(), "/r " + image));
+    EXPECT_EQ(ReadFile(Kept() / image), ReadFile(m_Server.Path() / "rom.bin"));
+    EXPECT_EQ(0, Zalsim("--restart"));
+    EXPECT_TRUE(Discovers(RackServer(), "<active_version value=\"2.30 (09/12/2019)\"/>"));
+    EXPECT_NE(std::string::npos, ReadFile(m_Server.Path() / "report").find("\"way_back\": true}"));
+    EXPECT_EQ(2u, KeptFiles().size());
+}
+
+TEST_F(SystemRom, PutsBackOnlyAWholeRomOfItsOwn)
+{
+    EXPECT_EQ(1, Run(RackServer())) << m_Output;
+    const std::string flashed = ReadFile(m_Server.Path() / "rom.bin");
+    const std::string kept = ReadFile(Kept() / KeptFiles()[0]);
+    std::string changed = kept;
+    changed[5000] ^= 1;
+    const std::string other = Image("T46", kept.size());
+    const std::string small = Image("P70", 524288);
+    const auto named = [this](const std::string& image) {
+        std::string digest;
+        RunCommand("sha256sum " + m_Package.Write("image", image), digest);
+        return "/P70_1_" + digest.substr(0, 16) + ".bin";
+    };
+    const std::tuple<std::string, std::string, const char*> cases[] = {
+        {named(kept), changed, "is damaged: it has not the checksum that its name tells."},
+        {"/P70.bin", kept, "is no kept image: its name tells no checksum."},
+        {named(other), other, "is of ROM family T46; this server has a ROM of family P70."},
+        {named(small), small, "the flash part has 1048576 bytes and the image 524288."},
+        {named(kept).substr(0, 4), "", "its name tells no checksum."},
+        {named("nothing"), "", "can't be read: No such file"},
+    };
+    for (const auto& [name, image, says] : cases) {
+        const std::string path = image.empty() ? m_Package.Path().string() + name : m_Package.Write(name, image);
+        EXPECT_TRUE(Ends(7, says, RackServer(), "/r " + path));
+        EXPECT_EQ(flashed, ReadFile(m_Server.Path() / "rom.bin"));
+    }
+    EXPECT_EQ(6, Run(RackServer(), "/r /f"));
+}
+
+TEST_F(SystemRom, ErasesNothingThatItCanNotKeep)
+{
+    m_Server.Write("file", "");
+    const std::string installs = std::string(ZALSIM) + " --server " + m_Server.Path().string() + " -- " + Installer +
+                                 " /y " + m_Package.Path().string();
+    const std::pair<std::string, const char*> cases[] = {
+        {installs + " /k " + (m_Server.Path() / "file/kept").string(), "/file/kept: Not a directory."},
+        {"ulimit -f 1000; " + installs, "can't be kept in /var/lib/flashlib/backup: File too large."},
+    };
+    m_Server.Write("server.json", RackServer());
+    for (const auto& [command, says] : cases) {
+        EXPECT_EQ(7, RunCommand(command, m_Output)) << m_Output;
+        EXPECT_TRUE(Says(says));
+        EXPECT_TRUE(Says("The system ROM was not touched and runs as before."));
+        EXPECT_FALSE(WasTouched());
+        EXPECT_EQ(std::string::npos, ReadFile(m_Server.Path() / "journal.log").find("erase"));
+    }
+    EXPECT_TRUE(KeptFiles().empty());
 }
 
 TEST_F(SystemRom, IsNotCutOffByAClosedPipe)

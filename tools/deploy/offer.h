@@ -52,9 +52,10 @@ struct Discovery
     std::string Current;  // version
     std::string Offered;
     std::string TakesEffect;
-    int Duration = 0;    // seconds that the installation is expected to take
-    int State = 0;       // ZALSTATE_..; 0: not told
-    std::string Reason;  // why the installer would not install
+    int Duration = 0;      // seconds that the installation is expected to take
+    int State = 0;         // ZALSTATE_..; 0: not told
+    std::string Reason;    // why the installer would not install
+    bool WayBack = false;  // what it would replace can be put back
     std::optional<Action> Word;
 };
 

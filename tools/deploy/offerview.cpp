@@ -46,6 +46,17 @@ Row OutcomeRow(const Offer& o)
             ColourOf(o.Status)};
 }
 
+// Names what is offered and can't be undone.
+void ShowNoWayBack(Session& session, const Offers& offers)
+{
+    std::string note;
+    for (const Offer& offer : offers)
+        if (offer.IsOffered() && !offer.Found.WayBack)
+            note += (note.empty() ? "\nNo way back: " : ", ") + Printable(offer.Package.Name());
+    if (!note.empty())
+        session.Screen.Print(Wrap(note + ". What is replaced can't be kept.", 0, session.Screen.Width()));
+}
+
 Json ToJson(const Offer& offer, const DeployOptions& options)
 {
     const Discovery& found = offer.Found;
@@ -60,6 +71,7 @@ Json ToJson(const Offer& offer, const DeployOptions& options)
                  {"why", offer.Why},
                  {"takes_effect", found.TakesEffect},
                  {"duration", found.Duration},
+                 {"way_back", found.WayBack},
                  {"holds", found.Word ? Json(*found.Word == Action_Rewrite) : Json(nullptr)},
                  {"package_version", TextOrNull(offer.Package.Version)},
                  {"manifest", TextOrNull(offer.Package.ListDigest)},
@@ -94,6 +106,7 @@ void ShowOffers(Session& session, const Offers& offers)
         if (!session.Screen.IsQuiet() || IsProblem(offer)) rows.push_back(OfferRow(offer));
     if (!rows.empty()) session.Screen.PrintProblem(TableText(session.Screen, columns, rows));
     ShowUnsigned(session, offers);
+    ShowNoWayBack(session, offers);
 }
 
 void ShowUnsigned(Session& session, const Offers& offers)

@@ -35,12 +35,14 @@ void CReport::Read(const std::string& line)
         m_Properties.Offered = Text(object, "offered");
         m_Properties.State = static_cast<int>(Number(object, "state"));
         m_Properties.Reason = Text(object, "message");
+        m_Properties.WayBack = object.value("way_back", Json()) == true;
         m_bGiven = true;
     }
     if (kind == "progress") {
         const Progress progress = {Text(object, "what"), Number(object, "done"), Number(object, "total")};
         if (progress.Done >= 0 && progress.Done <= progress.Total && progress.Total > 0) m_Progress = progress;
     }
+    if (kind == "backup") m_Backup = Text(object, "file");
     if (kind == "result")
         m_Result = {Text(object, "message"), LeftFromText(Text(object, "left")).value_or(Left_Unknown)};
 }

@@ -36,9 +36,13 @@ class CReport
     const std::optional<Progress>& LastProgress() const { return m_Progress; }
     const std::optional<ReportedResult>& Result() const { return m_Result; }
 
+    // The file in which the installer has kept what it was about to replace; empty: none.
+    const std::string& Backup() const { return m_Backup; }
+
   private:
     bool m_bGiven = false;
     Discovery m_Properties;
     std::optional<Progress> m_Progress;
     std::optional<ReportedResult> m_Result;
+    std::string m_Backup;
 };
