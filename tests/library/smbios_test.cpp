@@ -116,6 +116,8 @@ TEST(Smbios, StaysInsideTablesThatLie)
     Ask(trace, "no end anywhere");
     UseTable(Bytes({1, 4, 0, 0, 0, 0}), 0);
     Ask(trace, "no structure");
+    trace.ShowLog(true);
+    trace("GetROMFamily \"", CSMBIOS().GetROMFamily(), "\"");
 }
 
 TEST(Smbios, ReadsTheFieldsThatARecordIsLongEnoughFor)
