@@ -1,11 +1,15 @@
+#include <malloc.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <ctime>
 
+#include "componentxml.h"
+#include "expr.h"
 #include "flashtable.h"
 #include "sim/server.h"
 #include "tests/support.h"
+#include "util.h"
 #include "zalftbl.h"
 #include "zalph.h"
 
@@ -143,4 +147,63 @@ TEST(Simulation, MovesTheClockInsteadOfSleeping)
     // A loop that waits by asking for the time ends.
     const auto start = std::chrono::steady_clock::now();
     while (std::chrono::steady_clock::now() - start < std::chrono::milliseconds(100)) continue;
+}
+
+// Memory and descriptors.
+TEST(Library, ReleasesWhatItTook)
+{
+    UseServer(RackServer());
+    CTestFolder folder;
+    g_InstallLocalDir = folder.Path().c_str();
+    const std::string settings = folder.Write("settings.ini", "[A]\nx = a,b\n[B]\ny=\n[A]\nz=1");
+    folder.Write("qx.xml", "<zal_package><name><name_xlate lang='en'>N</name_xlate></name></zal_package>");
+    class CTable : public CFlashTable
+    {
+      public:
+        using CFlashTable::GetTableFromBootBlock;
+    };
+    const auto round = [&] {
+        CStr text("abc");
+        for (int i = 0; i < 3; i++) text.GetWideString();
+        text.SetAt(0, 'x');
+        text.MakeUpper();
+        CINIFile file(settings.c_str());
+        CINISection section = file.GetSection("A");
+        section = file.GetSection(1);
+        CSystem system;
+        CSMBIOS smbios;
+        DWORD size = 0;
+        smbios.GetFlashBuffer(size);
+        smbios.GetRDDate();
+        CTable table;
+        for (int i = 0; i < 2; i++) table.GetTableFromBootBlock(nullptr);
+        CFlashTableHeader header;
+        for (int i = 0; i < 2; i++) header.FindHeader();
+        CComponentXML xml;
+        xml.Initialize();
+        system.IpmiCommand(6, 1, nullptr, 0, nullptr, 0, nullptr, nullptr);
+        void* pBuffer = nullptr;
+        int length = 0;
+        EXPECT_TRUE(ReadFileIntoMemory(settings.c_str(), pBuffer, length));
+        delete[] static_cast<char*>(pBuffer);
+        CSymbolTable symbols;
+        symbols.DefineStringSymbol("a", "text");
+        CExprFunction functions[] = {{}};
+        long value = 0;
+        EvaluateIntegerExpression(("1" + Repeat(40, "+1") + "+$a").c_str(), &value, &symbols, functions, nullptr);
+        EvaluateIntegerExpression("\"a\" + b", &value, &symbols, functions, nullptr);
+        CPointerArray pointers;
+        for (int i = 0; i < 3; i++) pointers.Add(&size);
+        pointers.RemoveAll();
+        pointers.Add(&size);
+        const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+        return std::pair(mallinfo2().uordblks, std::distance(begin(descriptors), end(descriptors)));
+    };
+    // The allocator keeps up to a few KiB at hand, which count as taken; whatever is lost has at least 16 bytes.
+    const auto before = round();
+    const int rounds = 600;
+    for (int i = 1; i < rounds; i++) round();
+    const auto after = round();
+    EXPECT_LT(after.first, before.first + rounds * 16 / 2);
+    EXPECT_EQ(before.second, after.second);
 }

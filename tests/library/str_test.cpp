@@ -1,55 +1,71 @@
 #include "zalph/str.h"
 #include "tests/support.h"
 
+namespace
+{
+
+std::string Shown(const CStr& text)
+{
+    return testing::PrintToString(text.GetAnsiString()) + " of " + std::to_string(text.GetLength());
+}
+
+// Texts of every kind: with an assigned character, and with a NUL set inside, too.
+std::vector<CStr> Texts()
+{
+    std::vector<CStr> texts = {nullptr, "abc", "abd", "ABC", "ab", "b", "c", "abcABCabc", " \txy x ", "xxx", "\xE9"};
+    texts.emplace_back();
+    texts.back() = 'x';
+    texts.emplace_back(" aac ");
+    texts.back().SetAt(2, '\0');
+    return texts;
+}
+
+}  // namespace
+
 TEST(Str, SubStringsThatDoNotFitAreEmpty)
 {
-    const CStr s("abc");
-    EXPECT_STREQ("abc", s.Left(3));
-    for (int count : {-1, 0, 4, 5}) EXPECT_STREQ("", s.Left(count)) << count;
-    EXPECT_STREQ("bc", s.Right(2));
-    for (int count : {-1, 0, 4}) EXPECT_STREQ("", s.Right(count)) << count;
-    EXPECT_STREQ("bc", s.Mid(1, 2));
-    EXPECT_STREQ("", s.Mid(1, 3));
-    EXPECT_STREQ("", s.Mid(-1, 2));
-    EXPECT_STREQ("", s.Mid(1, 0x7FFFFFFF));
-    EXPECT_STREQ("c", s.Mid(2));
-    EXPECT_STREQ("", s.Mid(3));
-    EXPECT_STREQ("", CStr().Mid(0));
+    CTranscript trace("str-parts");
+    for (const CStr& text : Texts()) {
+        trace(Shown(text), ", empty ", text.IsEmpty(), ", upper ", Shown(text.ToUpper()), ", lower ",
+              Shown(text.ToLower()));
+        for (const char c : {' ', 'x', '\t', '\0'}) {
+            CStr left(text);
+            left.TrimLeft(c);
+            CStr right(text);
+            right.TrimRight(c);
+            trace("  without ", int{c}, ": ", Shown(left), ", ", Shown(right));
+        }
+        for (const int n : {-1, 0, 1, 2, 3, 4, 9, 10, 0x7FFFFFFF}) {
+            trace("  ", n, ": byte ", int{text.GetAt(n)}, " ", int{text[n]}, ", left ", Shown(text.Left(n)), ", right ",
+                  Shown(text.Right(n)), ", from there ", Shown(text.Mid(n)));
+            trace("    ", Shown(text.Mid(n, -1)), ", ", Shown(text.Mid(n, 0)), ", ", Shown(text.Mid(n, 1)), ", ",
+                  Shown(text.Mid(n, 2)), ", ", Shown(text.Mid(n, 3)), ", ", Shown(text.Mid(n, 0x7FFFFFFF)));
+        }
+    }
 }
 
-TEST(Str, FindsFirstLastAndRegardlessOfCase)
+TEST(Str, ComparesBytes)
 {
-    const CStr s("abcABCabc");
-    EXPECT_EQ(0, s.Find("abc"));
-    EXPECT_EQ(6, s.ReverseFind("abc"));
-    EXPECT_EQ(2, s.FindNoCase("CA"));
-    EXPECT_EQ(-1, s.Find("abcd"));
-    EXPECT_EQ(-1, CStr("ab").Find("abc"));
-    EXPECT_EQ(0, CStr().Find(""));
-    EXPECT_EQ(3, CStr("abc").ReverseFind(""));
-    EXPECT_TRUE(s.Find(nullptr) == 0 && s.ReverseFind(nullptr) == 9 && s.FindNoCase(nullptr) == 0);
-}
-
-TEST(Str, TrimsOnlyTheGivenCharacter)
-{
-    CStr s("  \tx y  ");
-    s.TrimLeft(' ');
-    EXPECT_STREQ("\tx y  ", s);
-    s.TrimRight(' ');
-    EXPECT_STREQ("\tx y", s);
-    CStr blank("   ");
-    blank.TrimRight(' ');
-    EXPECT_TRUE(blank.IsEmpty());
-    blank.TrimLeft('\0');
-    EXPECT_STREQ("", blank);
-    CStr both("xxx");
-    both.TrimLeft('x');
-    EXPECT_STREQ("", both);
-    CStr cut(" \t x \t ");
-    for (int index : {1, 5}) cut.SetAt(index, '\0');
-    cut.TrimLeft(' ');
-    cut.TrimRight(' ');
-    EXPECT_STREQ("x", cut);
+    CTranscript trace("str-pairs");
+    std::vector<CStr> texts = Texts();
+    for (const CStr& a : texts) {
+        for (const CStr& b : texts) {
+            CStr sum(a);
+            sum += b;
+            trace(Shown(a), " and ", Shown(b), ": equal ", a == b, ", other ", a != b, ", less ", a<b, ", more ", a> b,
+                  ", Compare ", a.Compare(b), ", CompareNoCase ", a.CompareNoCase(b), ", Find ", a.Find(b),
+                  ", FindNoCase ", a.FindNoCase(b), ", ReverseFind ", a.ReverseFind(b), ", sum ", Shown(sum));
+            const LPCTSTR text = b;
+            CStr textSum(a);
+            textSum += text;
+            EXPECT_TRUE((a == text) == (a == b) && (a != text) == (a != b) && (a < text) == (a < b));
+            EXPECT_TRUE((a > text) == (a > b) && a.Compare(text) == a.Compare(b) && textSum == a + text);
+            EXPECT_EQ(a.CompareNoCase(text), a.CompareNoCase(b));
+        }
+        const LPCTSTR null = nullptr;
+        trace(Shown(a), " and null: ", a == null, a != null, a<null, a> null, a.Compare(null), a.CompareNoCase(null),
+              ", Find ", a.Find(null), a.FindNoCase(null), a.ReverseFind(null), ", sum ", Shown(a + null));
+    }
 }
 
 TEST(Str, AssignedCharacterDoesNotCountAsText)
@@ -66,16 +82,6 @@ TEST(Str, AssignedCharacterDoesNotCountAsText)
     s += 'y';
     EXPECT_EQ(2, s.GetLength());
     EXPECT_STREQ("xy", s);
-}
-
-TEST(Str, ComparesBytes)
-{
-    const CStr s("abc");
-    EXPECT_TRUE(s.Compare("abc") && s == "abc" && s == CStr("abc") && s != "abd");
-    EXPECT_TRUE(s < "abd" && s > "abb" && !(s < "abc") && !(s > "abc"));
-    EXPECT_FALSE(s.Compare("ABC"));
-    EXPECT_TRUE(s.CompareNoCase("ABC"));
-    EXPECT_TRUE(CStr(nullptr) == "");
 }
 
 TEST(Str, ReadsAndWritesInsideOnly)
