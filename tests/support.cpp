@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -20,6 +21,28 @@
 namespace fs = std::filesystem;
 
 CStr g_InstallLocalDir;
+
+namespace
+{
+
+int g_AllocationsToFailure = 0;
+
+}  // namespace
+
+void FailAllocation(int number)
+{
+    g_AllocationsToFailure = number;
+}
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    return g_AllocationsToFailure > 0 && --g_AllocationsToFailure == 0 ? nullptr : ::operator new(size);
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
+{
+    return g_AllocationsToFailure > 0 && --g_AllocationsToFailure == 0 ? nullptr : ::operator new[](size);
+}
 
 std::string CTestFolder::Write(const std::string& name, const std::string& contents) const
 {

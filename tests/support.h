@@ -93,6 +93,9 @@ std::filesystem::path RunFolder();
 // What a file holds; empty where there is none.
 std::string ReadFile(const std::filesystem::path& file);
 
+// Has the allocation with that number from now on fail, of those that may: with std::nothrow.
+void FailAllocation(int number);
+
 std::string Repeat(int count, const std::string& text);
 
 // Runs a shell command; its exit status, with standard output and error in output.

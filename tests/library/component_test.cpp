@@ -187,6 +187,13 @@ TEST_F(Component, InitializesFromThePackage)
         trace("without a driver: error ", third.m_bInitError);
     }
     trace("gone");
+    for (int number = 1; number <= 2; number++) {
+        CTestComponent fourth;
+        FailAllocation(number);
+        fourth.Initialize();
+        FailAllocation(0);
+        trace("without memory: error ", fourth.m_bInitError, ", name \"", fourth.m_Properties.sName, "\"");
+    }
 }
 
 TEST_F(Component, TellsHowDiscoveryWent)

@@ -18,6 +18,12 @@ namespace
 
 const std::uint32_t BiosArea = 0xF0000;
 
+class CTable : public CFlashTable
+{
+  public:
+    using CFlashTable::GetTableFromBootBlock;
+};
+
 // Reads the flash header of a BIOS area that holds bytes at offset, and 0xFF elsewhere: image name, family and
 // revision.
 std::string StringsOf(std::size_t offset, const std::string& bytes)
@@ -149,6 +155,36 @@ TEST(Simulation, MovesTheClockInsteadOfSleeping)
     while (std::chrono::steady_clock::now() - start < std::chrono::milliseconds(100)) continue;
 }
 
+TEST(Library, TellsWhatItHasNoMemoryFor)
+{
+    CTranscript trace("no-memory");
+    UseServer(RackServer());
+    CTestFolder folder;
+    const std::string file = folder.Write("file", "text");
+    for (int number = 1; number <= 2; number++) {
+        CTable table;
+        FailAllocation(number);
+        trace("allocation ", number, ": GetTableFromBootBlock ", table.GetTableFromBootBlock(nullptr));
+        trace("error ", table.GetErrorMessage());
+    }
+    CSMBIOS smbios;
+    for (int i = 0; i < 3; i++) {
+        FailAllocation(i < 2 ? 1 : 0);
+        trace("CSMBIOS::Initialize ", smbios.Initialize());
+    }
+    CFlashTableHeader header;
+    FailAllocation(1);
+    header.FindHeader();
+    header.GetStrings();
+    trace("GetStrings \"", header.GetROMFamily(), "\"");
+    int size = -1;
+    void* pBuffer = nullptr;
+    FailAllocation(1);
+    trace("ReadFileIntoMemory ", ReadFileIntoMemory(file.c_str(), pBuffer, size));
+    trace("size ", size);
+    FailAllocation(0);
+}
+
 // Memory and descriptors.
 TEST(Library, ReleasesWhatItTook)
 {
@@ -157,11 +193,6 @@ TEST(Library, ReleasesWhatItTook)
     g_InstallLocalDir = folder.Path().c_str();
     const std::string settings = folder.Write("settings.ini", "[A]\nx = a,b\n[B]\ny=\n[A]\nz=1");
     folder.Write("qx.xml", "<zal_package><name><name_xlate lang='en'>N</name_xlate></name></zal_package>");
-    class CTable : public CFlashTable
-    {
-      public:
-        using CFlashTable::GetTableFromBootBlock;
-    };
     const auto round = [&] {
         CStr text("abc");
         for (int i = 0; i < 3; i++) text.GetWideString();
