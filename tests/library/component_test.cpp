@@ -23,6 +23,7 @@ class CTestComponent : public CComponent
     using CComponent::m_InstallState;
     using CComponent::m_Properties;
     using CComponent::m_pXML;
+    using CComponent::m_sErrorMessage;
     using CComponent::ParseCmdLine;
     using CComponent::SetErrorMessage;
     using CComponent::WriteDiscoveryXml;
@@ -268,6 +269,27 @@ TEST_F(ComponentDeathTest, EndsTheProcessOverAnOverlongDiscoveryLine)
     EXPECT_TRUE(component.WriteDiscoveryXml());
     component.m_Discovery.sFirmwareItemId = std::string(longest + 1, 'x').c_str();
     EXPECT_DEATH(component.WriteDiscoveryXml(), "256-byte buffer of ReplaceStr");
+}
+
+TEST_F(ComponentDeathTest, EndsTheProcessOverTextsThatDoNotFit)
+{
+    component.m_InstallState = ZALSTATE_INSTALLNOTALLOWED;
+    ZALINSTALLSTATE state;
+    component.m_sErrorMessage = std::string(sizeof state.szMessage - 1, 'x').c_str();  // too long for the log
+    EXPECT_TRUE(component.GetInstallState(&state));
+    component.m_sErrorMessage = std::string(sizeof state.szMessage, 'x').c_str();
+    EXPECT_DEATH(component.GetInstallState(&state), "buffer of the install state's message");
+
+    class CXml : public CComponentXML
+    {
+      public:
+        using CComponentXML::GetTranslatedValue;
+    } xml;
+    const std::string longest(4089, 'n');
+    Describe("<" + longest + "/><n" + longest + "/>");
+    EXPECT_TRUE(xml.Initialize());
+    EXPECT_DEATH(xml.GetTranslatedValue(("n" + longest).c_str(), "en"),
+                 "4096-byte buffer of a translated element's name");
 }
 
 TEST_F(CommandLine, IsSearchedForItsSwitches)

@@ -1,5 +1,7 @@
 #include "debug.h"
 
+#include <sys/resource.h>
+
 #include <cstdlib>
 #include <regex>
 
@@ -42,6 +44,14 @@ TEST(DebugLogDeathTest, ComplainsOnceAboutAFileThatCantBeOpened)
 {
     EXPECT_EXIT(LogTo("/no/such/folder/log", {"one\n", "two\n"}), testing::ExitedWithCode(0),
                 "^Failed to open log file: /no/such/folder/log\n$");
+    const auto logByDefault = [] {
+        const rlimit none = {};
+        setrlimit(RLIMIT_NOFILE, &none);
+        unsetenv("QVFLASHLOG");
+        _DebugPrintf("one\n");
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(logByDefault(), testing::ExitedWithCode(0), "^Failed to open log file: /var/zal/flash.debug.log\n$");
 }
 
 TEST(DebugLogDeathTest, EndsTheProcessWhereALimitIsPassed)
