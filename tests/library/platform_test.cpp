@@ -75,6 +75,11 @@ TEST(System, AnswersForThisHost)
     trace("ReadPhysicalMemory of 16 bytes: ", system.ReadPhysicalMemory(BiosArea + 0xE0C3, area, 16));
     trace(HexDigits(std::string(area, area + 24)));
     EXPECT_TRUE(fd >= 0 && fd == cruFd);
+    close(fd);
+    cruFd = 0;  // open, whatever it is
+    system.ReadPhysicalMemory(BiosArea, area, 1);
+    EXPECT_EQ(0, cruFd);
+    cruFd = -1;
     for (const char* pszServer : {R"({"driver": null})", R"({"faults": {"driver": "fails"}})"}) {
         UseServer(RackServer(pszServer));
         for (int i = 0; i < 2; i++)
