@@ -433,7 +433,7 @@ TEST_F(Chif, ReadsPowerSupplies)
     read();
     EXPECT_TRUE(fake.sizes[SMIFCMD_PS_INFO] == 140 && fake.timeout == -1);
     std::string& body = fake.body[SMIFCMD_PS_INFO] = Filled("", 4);
-    for (char i = '1'; i <= '8'; i++) body += "\xF4\xF3\xF2\xF1\x06\xF5\x08\xF7" + std::string(8, i);
+    for (char i = '1'; i <= '8'; i++) body += i + std::string("\xF3\xF2\xF1\x06\xF5\x08\xF7") + std::string(8, i);
     read();
     STEP(ReadPSInfo(nullptr, nullptr, nullptr, nullptr, nullptr));
     body.replace(4 + 2 * 16, 4, 4, '\0');

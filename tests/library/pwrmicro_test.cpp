@@ -300,6 +300,7 @@ std::string Extract(const std::string& hex, std::size_t size)
         power.ExtractHex(memory.data(), static_cast<int>(memory.size()), image.data(), static_cast<int>(image.size()));
     const std::string text = log.Text();
     const std::string start = "CPowerMicro::CPowerMicro()\nCPowerMicro::HexWorker: ";
+    EXPECT_EQ(0u, text.find(start)) << text;
     EXPECT_EQ(done, text == start + "All done!\n") << text;
     return done ? Digits(image) : text.substr(start.size(), text.size() - start.size() - 1);
 }
