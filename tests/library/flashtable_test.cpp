@@ -49,6 +49,7 @@ class CTestFlashTable : public CFlashTable
     using CFlashTable::m_TableSize;
     using CFlashTable::ResetNVRAM;
     using CFlashTable::ResetTableInformation;
+    using CFlashTable::SelectTable;
     using CFlashTable::SetErrorMessage;
     using CFlashTable::SetFeatureBits1;
     using CFlashTable::SetFeatureBits2;
@@ -207,7 +208,7 @@ TEST(FlashTable, HandsOverTheBuffersOfImageAndFirmware)
     }
     UseServer(RackServer());
     CTestFlashTable table;
-    EXPECT_TRUE(table.GetTableFromBootBlock(nullptr) && table.DoFlash(&image, FALSE));
+    EXPECT_TRUE(table.SelectTable("$OTHER") && table.GetTableFromBootBlock(nullptr) && table.DoFlash(&image, FALSE));
     std::vector<std::uint8_t> copy(RomSize);
     EXPECT_FALSE(table.ExecuteBackupTable(copy.data(), RomSize - 1));
     EXPECT_TRUE(table.ExecuteBackupTable(copy.data(), RomSize));

@@ -160,6 +160,11 @@ TEST(Smbios, ReadsTheFieldsThatARecordIsLongEnoughFor)
         const ULONG address = smbios.GetFlashBuffer(size) & 0xFFFFFFFF;
         trace("reserved memory \"", pszSignature, "\": GetFlashBuffer ", address, " of ", size, " bytes");
     }
+    // What stands behind the last entry is a string.
+    UseTable(Bytes({229, 20, 0, 0}) + "none" + std::string(12, '\7') + "$SRB" + std::string(12, '\7') + Bytes({0, 0}),
+             1);
+    DWORD size = 1;
+    EXPECT_EQ(0u, CSMBIOS().GetFlashBuffer(size));
 }
 
 TEST(Smbios, TrimsANameAsLongAsTheTableQuickly)
