@@ -81,7 +81,7 @@ function(add_microcode file image family version size)
     find_program(SREC_CAT srec_cat REQUIRED)
     add_custom_command(
         OUTPUT ${file} ${image}
-        COMMAND FlashLib::mkdevice --handler ${family} --version ${version} --size ${size} --image ${image}
+        COMMAND FlashLib::mkdevice --handler ${family} --firmware-version ${version} --size ${size} --image ${image}
         COMMAND ${SREC_CAT} ${image} -Binary -offset 0x1000 -o ${file} -Intel -obs=16
         DEPENDS FlashLib::mkdevice
         COMMENT "Making the ${family} microcode ${version}"

@@ -6,6 +6,7 @@
 #   lib/cmake/, pkgconfig/      how others find these
 #   lib/flashlib/               libzalsim.so, which zalsim preloads
 #   lib/flashlib/packages/      packages of the sample components
+#   share/bash-completion/      completion of the operators' commands
 #   share/flashlib/components/  the sources of these
 #   share/flashlib/servers/     sample servers, to be copied
 #   share/flashlib/template/    what flashlib-new-component fills in
@@ -42,6 +43,7 @@ if(FLASHLIB_TOOLS)
     install_programs(mkdevice mkpackage mkrom zaldeploy zalfaults zalrule)
     install(PROGRAMS tools/authoring/new-component DESTINATION bin RENAME flashlib-new-component)
     install(PROGRAMS tools/authoring/manifest DESTINATION bin RENAME flashlib-manifest)
+    install(FILES tools/deploy/completion.bash DESTINATION share/bash-completion/completions RENAME zaldeploy)
     install(DIRECTORY tools/authoring/template DESTINATION share/flashlib)
 endif()
 if(FLASHLIB_COMPONENTS)

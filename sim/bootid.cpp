@@ -1,6 +1,8 @@
 #include "sim/bootid.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <exception>
 #include <optional>
 #include <string>
 
@@ -43,12 +45,17 @@ std::string NewId()
 
 std::unique_ptr<IDevice> OpenBootId(CServerFolder& folder)
 {
-    const CServerFolder::Lock lock(folder);
-    CStateFile file(folder, "boot_id.running", MaxSize);
-    std::optional<std::string> text;
-    file.Refresh(text);
-    if (!text) file.Write(*(text = NewId()));
-    return std::make_unique<CBootId>(*text);
+    try {
+        const CServerFolder::Lock lock(folder);
+        CStateFile file(folder, "boot_id.running", MaxSize);
+        std::optional<std::string> text;
+        file.Refresh(text);
+        if (!text) file.Write(*(text = NewId()));
+        return std::make_unique<CBootId>(*text);
+    } catch (const std::exception&) {  // a folder where nothing can be written
+        errno = EIO;
+        return nullptr;
+    }
 }
 
 }  // namespace sim

@@ -9,7 +9,8 @@
 namespace sim
 {
 
-// The open /proc/sys/kernel/random/boot_id. The name is made by the first who asks, and goes with a restart.
+// The open /proc/sys/kernel/random/boot_id. The name is made by the first who asks, and goes with a restart. Null
+// with errno where it can't be kept.
 std::unique_ptr<IDevice> OpenBootId(CServerFolder& folder);
 
 }  // namespace sim

@@ -16,6 +16,7 @@
 #include "sim/images/firmwareversion.h"
 #include "sim/program.h"
 #include "sim/server.h"
+#include "support/output.h"
 
 namespace
 {
@@ -133,11 +134,10 @@ int Run(const std::vector<std::string>& command)
     return sim::CouldNotRun;
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+int ParseAndRun(int argc, char** argv)
 {
     CLI::App app("Runs an unmodified installer on a simulated server.");
+    app.set_version_flag("--version", "zalsim " FLASHLIB_VERSION);
     app.footer("Example: zalsim --server sim/servers/rack -- ./installer /d out.xml /y package/");
     std::string folder;
     std::string dumpFile;
@@ -189,4 +189,11 @@ int main(int argc, char** argv)
     if (describe || showLog || restart || !dumpFile.empty()) return 0;
     std::fprintf(stderr, "zalsim: nothing to do; name an installer behind --, or see --help.\n");
     return sim::CouldNotRun;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    return EndOutput("zalsim", ParseAndRun(argc, argv), sim::CouldNotRun);
 }

@@ -1,7 +1,9 @@
 // A folder that goes away with the object.
 #pragma once
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
@@ -14,7 +16,9 @@ class CTempFolder
     {
         const std::filesystem::path all = std::filesystem::temp_directory_path();
         std::string path = (all / (program + ".XXXXXX")).string();
-        if (!mkdtemp(path.data())) throw std::runtime_error("can't make a folder in " + all.string());
+        if (!mkdtemp(path.data()))
+            throw std::runtime_error("can't make a folder in " + all.string() + " (" + std::strerror(errno) +
+                                     "); TMPDIR names another folder for temporary files");
         m_Path = path;
     }
     ~CTempFolder()

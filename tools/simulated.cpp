@@ -25,14 +25,19 @@ fs::path FindZalsim()
 
 std::vector<std::string> OnServer(const std::string& folder, const std::vector<std::string>& command)
 {
-    std::vector<std::string> result = {FindZalsim().string(), "--server", folder, "--"};
+    std::vector<std::string> result = {FindZalsim().string(), "--server", fs::absolute(folder).string(), "--"};
     result.insert(result.end(), command.begin(), command.end());
     return result;
 }
 
+bool RunsOnServer(const std::string& folder)
+{
+    return fs::absolute(folder) == sim::ReadRunOptions().Server;
+}
+
 bool RunOnServer(const std::string& folder, char** argv)
 {
-    if (fs::absolute(folder) == sim::ReadRunOptions().Server) return true;
+    if (RunsOnServer(folder)) return true;
     std::vector<std::string> own;
     own.push_back(OwnProgram());
     for (argv++; *argv; argv++) own.emplace_back(*argv);

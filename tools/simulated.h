@@ -14,6 +14,9 @@ std::string OwnProgram();
 // The command that runs a command on the simulated server in that folder.
 std::vector<std::string> OnServer(const std::string& folder, const std::vector<std::string>& command);
 
+// True when this process runs on the simulated server in that folder.
+bool RunsOnServer(const std::string& folder);
+
 // Starts this program again, with its arguments, on the simulated server in that folder. Comes back with true where it
 // runs there already, or with false and a line on standard error when it can't be started.
 bool RunOnServer(const std::string& folder, char** argv);

@@ -81,7 +81,7 @@ class Zaldeploy : public testing::Test
     // Adds one whose discovery is sound, and whose installation does that.
     fs::path AddSound(const std::string& name, const std::string& install, const std::string& offered = "2.0")
     {
-        const std::string start = "#!/bin/sh\ncd " + (m_Packages.Path() / name).string() + "\n";
+        const std::string start = "#!/bin/sh\ncd '" + (m_Packages.Path() / name).string() + "'\n";
         return Add(name, start + "install() { " + install + "\n}\n" + Script, offered);
     }
 
@@ -121,7 +121,7 @@ TEST_F(Zaldeploy, InstallsWhatTheTableSaysAndNothingTwice)
     EXPECT_EQ(1, RunOnServer("'" PACKAGES "'")) << m_Output;
     EXPECT_TRUE(
         Says("Quorvant System ROM - P70                      P70      2.30 (09/12/2019)  2.40 (03/15/2021)  "
-             "upgrade  reboot\n"))
+             "upgrade      reboot\n"))
         << m_Output;
     EXPECT_EQ(7, RunOnServer("install '" PACKAGES "' </dev/null"));
     EXPECT_TRUE(Says("--yes installs without asking")) << m_Output;
@@ -138,7 +138,7 @@ TEST_F(Zaldeploy, InstallsWhatTheTableSaysAndNothingTwice)
 
     EXPECT_EQ(0, RunCommand(ZALSIM " --restart --server " + m_Server.Path().string(), m_Output)) << m_Output;
     EXPECT_EQ(0, RunOnServer("install --yes '" PACKAGES "'")) << m_Output;
-    EXPECT_TRUE(Says("current  reboot\n    This version is installed; --force writes it again.\n")) << m_Output;
+    EXPECT_TRUE(Says("current      reboot\n    This version is installed; --force writes it again.\n")) << m_Output;
     EXPECT_EQ(0, RunOnServer("install --yes --verbose --force --only TMBR '" PACKAGES "'")) << m_Output;
     EXPECT_TRUE(Says("  Uploading: 100352 of 200000 bytes, 50%, ")) << m_Output;
     EXPECT_TRUE(Says("  log: CComponent::CComponent()\n")) << m_Output;
@@ -245,8 +245,35 @@ TEST_F(Zaldeploy, KeepsTheNewestPackageForADevice)
     EXPECT_EQ(1, RunScripts("--json --only a --only D"));
     EXPECT_EQ(2u, Offers().size()) << m_Output;
     EXPECT_EQ("install", Offers().at(0).at("verdict"));
+    EXPECT_EQ(1, RunScripts("plan"));
+    EXPECT_TRUE(Says("\nOf several packages for a device the newest counts:\n")) << m_Output;
     EXPECT_EQ(7, RunScripts("--only e"));
     EXPECT_TRUE(Says("--only e: no package, component or device has this name")) << m_Output;
+}
+
+TEST_F(Zaldeploy, ShowsEachRowAsSoonAsItIsKnown)
+{
+    const std::string flag = (m_Server.Path() / "seen").string();
+    AddSound("a", ":");
+    Add("b", "#!/bin/sh\nfor i in $(seq 100); do [ ! -e " + flag + " ] || exit 7; sleep 0.1; done");
+    RunCommand("{ " ZALDEPLOY " --wait 60 --allow-unsigned " + m_Packages.Path().string() +
+                   " | { read head; read rule; read row; touch " + flag + "; cat; }; }",
+               m_Output);
+    EXPECT_TRUE(Says("ended with exit status 7")) << m_Output;
+}
+
+TEST_F(Zaldeploy, PrintsCommandsThatCanBePasted)
+{
+    const fs::path folder = AddSound("its $(a) \033[2J\302\233", "echo 2.0 > device; echo Done.");
+    EXPECT_EQ(1, RunScripts("install --dry-run --json"));
+    EXPECT_FALSE(Says("\302\233")) << m_Output;
+    EXPECT_EQ(1, RunScripts("install --dry-run"));
+    EXPECT_FALSE(Says("\033")) << m_Output;
+    const std::size_t start = m_Output.find("$'");
+    ASSERT_NE(std::string::npos, start) << m_Output;
+    const std::string command = m_Output.substr(start, m_Output.find('\n', start) - start);
+    EXPECT_EQ(0, RunCommand("bash " + m_Server.Write("pasted", command), m_Output)) << command << m_Output;
+    EXPECT_EQ("2.0\n", ReadFile(folder / "device"));
 }
 
 TEST_F(Zaldeploy, BelievesTheDeviceAndNotTheInstaller)
@@ -384,7 +411,7 @@ TEST_F(Zaldeploy, StopsAfterTheComponentThatRuns)
     Add("one", "#!/bin/sh\nkill -HUP $PPID\nsleep 20");
     EXPECT_EQ(5, RunScripts("install --yes")) << m_Output;
     EXPECT_TRUE(Says("The installer was stopped. Nothing was installed. Run zaldeploy again.")) << m_Output;
-    EXPECT_TRUE(Says("two        -       -        -        stopped  -\n    zaldeploy was stopped")) << m_Output;
+    EXPECT_TRUE(Says("  stopped      -\n    zaldeploy was stopped before. Nothing")) << m_Output;
 }
 
 TEST_F(Zaldeploy, ShowsWhatTheServerIsMadeOf)
@@ -475,6 +502,9 @@ TEST_F(Zaldeploy, SaysWhenItCanNotRun)
         {m_Server.Path().string(), "there is no component package in "},
         {"--quiet --verbose" + folder, "excludes"},
         {"--server /nowhere" + folder, "the simulated server in /nowhere can't be opened: "},
+        {"inventory --server /nowhere", "the simulated server in /nowhere can't be opened: "},
+        {"--server ''" + folder, "is empty"},
+        {"install --dry-run --yes" + folder, "excludes"},
         {"--log /nowhere/log" + folder, "can't write the log /nowhere/log: No such file"},
     };
     for (const auto& c : cases) {
@@ -483,8 +513,16 @@ TEST_F(Zaldeploy, SaysWhenItCanNotRun)
     }
     EXPECT_EQ(7, RunOnHost("TMPDIR=/nowhere " ZALDEPLOY + folder, m_Output));
     EXPECT_TRUE(Says("there is no folder /nowhere for temporary files; TMPDIR names another")) << m_Output;
-    for (const std::string& command : {std::string("--version"), "--json" + folder, std::string("inventory")}) {
-        EXPECT_EQ(7, RunOnHost("{ " ZALDEPLOY " " + command + " >/dev/full; }", m_Output)) << command;
-        EXPECT_TRUE(Says("can't be printed: No space left on device")) << m_Output;
+    const std::string plan = ZALDEPLOY " plan" + folder;
+    const std::string commands[] = {plan,
+                                    plan + " --json",
+                                    ZALDEPLOY " inventory",
+                                    ZALDEPLOY " history",
+                                    ZALSIM " --version",
+                                    "'" BUILD "/tools/zalfaults' --version",
+                                    "'" BUILD "/tools/mkpackage' --version"};
+    for (const std::string& command : commands) {
+        EXPECT_NE(0, RunOnHost("{ " + command + " >/dev/full; }", m_Output)) << command;
+        EXPECT_TRUE(Says("can't be printed: No space left on device")) << command << m_Output;
     }
 }

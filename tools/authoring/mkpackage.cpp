@@ -9,6 +9,7 @@
 
 #include "sim/images/crc.h"
 #include "support/files.h"
+#include "support/output.h"
 
 namespace
 {
@@ -27,11 +28,10 @@ std::string Checksum(const std::string& file)
     return szCrc;
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+int Make(int argc, char** argv)
 {
     CLI::App app("Fills in the templates of a package's files.");
+    app.set_version_flag("--version", "mkpackage " FLASHLIB_VERSION);
     std::string image;
     std::vector<std::pair<std::string, std::string>> values;
     std::vector<std::pair<std::string, std::string>> files;
@@ -52,4 +52,11 @@ int main(int argc, char** argv)
         return 1;
     }
     return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    return EndOutput("mkpackage", Make(argc, argv), 1);
 }

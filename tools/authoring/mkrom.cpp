@@ -8,15 +8,20 @@
 
 #include "sim/images/romimage.h"
 #include "support/files.h"
+#include "support/output.h"
 
-int main(int argc, char** argv)
+namespace
+{
+
+int Make(int argc, char** argv)
 {
     CLI::App app("Makes a system ROM image.");
+    app.set_version_flag("--version", "mkrom " FLASHLIB_VERSION);
     sim::RomDescription rom = {"", "", "", "SYSTEM ROM"};
     std::size_t size = 1048576;
     std::string image;
     app.add_option("--family", rom.Family)->required();
-    app.add_option("--version", rom.Version, "e.g. 2.40")->required();
+    app.add_option("--firmware-version", rom.Version, "e.g. 2.40")->required();
     app.add_option("--date", rom.Date, "e.g. 03/15/2021")->required();
     app.add_option("--size", size, "bytes")->check(CLI::Range(sim::BiosAreaSize, sim::MaxRomSize));
     app.add_option("--image", image, "the image to write")->required();
@@ -31,4 +36,11 @@ int main(int argc, char** argv)
         return 1;
     }
     return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    return EndOutput("mkrom", Make(argc, argv), 1);
 }

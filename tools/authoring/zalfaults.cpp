@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/output.h"
 #include "support/process.h"
 #include "support/tempfolder.h"
 #include "tools/simulated.h"
@@ -224,12 +225,11 @@ int CheckAll(const fs::path& server, const fs::path& package, std::FILE* pTable)
     return violations == 0 ? 0 : 1;
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+int ParseAndRun(int argc, char** argv)
 {
     CLI::App app(
         "Installs a component against every fault of the simulated server, and checks what must hold each time.");
+    app.set_version_flag("--version", "zalfaults " FLASHLIB_VERSION);
     app.footer(
         "Prints a table: the fault, the exit status, the last sentence, the version that the next run finds, and\n"
         "whether a run without the fault recovers. Exit status: 0, 1 where something did not hold, 2 for wrong\n"
@@ -247,4 +247,11 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "zalfaults: %s\n", error.what());
         return 2;
     }
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    return EndOutput("zalfaults", ParseAndRun(argc, argv), 2);
 }

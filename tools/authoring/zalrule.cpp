@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/rule.h"
+#include "support/output.h"
 #include "tools/authoring/explain.h"
 #include "tools/simulated.h"
 #include "util.h"
@@ -91,11 +92,10 @@ int Run(const std::string& rule, const std::vector<std::string>& definitions, bo
     return Exit_Value;
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+int ParseAndRun(int argc, char** argv)
 {
     CLI::App app("Evaluates an applicability rule, against this server or a simulated one.");
+    app.set_version_flag("--version", "zalrule " FLASHLIB_VERSION);
     app.footer(
         "Example: zalrule --server sim/servers/rack -D RomMajor=3 --trace 'CPLD(3, 4:7) == 2 && $RomMajor >= 2'");
     std::string rule;
@@ -120,4 +120,11 @@ int main(int argc, char** argv)
         if (!text.empty()) std::printf("%s\n", text.c_str());
     }
     return Run(rule, definitions, trace);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    return EndOutput("zalrule", ParseAndRun(argc, argv), Exit_Usage);
 }

@@ -1,6 +1,8 @@
 // The commands of zaldeploy. Each returns its exit status, and throws std::runtime_error where it could not run.
 #pragma once
 
+#include <functional>
+
 #include "tools/deploy/offerview.h"
 #include "tools/deploy/options.h"
 
@@ -25,5 +27,8 @@ enum class Copies
     Drop,  // when it was asked
 };
 
-// What packages offer: the first step of plan and install.
-Offers AskPackages(Session& session, Copies copies);
+// What packages offer, as far as --only does not leave it out. show is called as soon as one has answered.
+Offers AskPackages(Session& session, Copies copies, const std::function<void(const Offer&)>& show);
+
+// The same, shown as a table: the first step of plan and install.
+Offers ShowPackages(Session& session, Copies copies);

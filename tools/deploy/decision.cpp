@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "component.h"
+#include "support/printable.h"
 
 namespace
 {
@@ -134,7 +135,7 @@ void KeepNewest(std::vector<Offer>& offers)
         const bool same = CompareOffers(offer.Found, pNewest->Found) == 0;
         Decide(offer, Verdict_Superseded,
                (same ? "The same version" : "A newer version, " + pNewest->Found.Offered + ",") +
-                   " is offered for this device by " + pNewest->Package.Folder.string() + ".");
+                   " is offered for this device by " + Printable(pNewest->Package.Folder.string()) + ".");
     }
 }
 

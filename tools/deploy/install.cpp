@@ -1,9 +1,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <iostream>
 #include <stdexcept>
 
+#include "support/printable.h"
 #include "tools/deploy/commands.h"
 #include "tools/deploy/installation.h"
 #include "tools/deploy/jsonoutput.h"
@@ -14,10 +17,19 @@ namespace
 
 const char* const Plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-+=:,./@%";
 
-// The argument as a shell takes it.
+// The argument as a shell takes it. What is not fit for a terminal is written in octal digits, as bash and ksh take it.
 std::string Quoted(const std::string& argument)
 {
     if (!argument.empty() && argument.find_first_not_of(Plain) == std::string::npos) return argument;
+    if (Printable(argument) != argument) {
+        std::string octal = "$'";
+        for (char c : argument) {
+            char szDigits[8];
+            std::snprintf(szDigits, sizeof szDigits, "\\%03o", static_cast<unsigned char>(c));
+            octal += std::strchr(Plain, c) && c != '\0' ? std::string(1, c) : szDigits;
+        }
+        return octal + "'";
+    }
     std::string quoted = "'";
     for (char c : argument) quoted += c == '\'' ? "'\\''" : std::string(1, c);
     return quoted + "'";
@@ -97,8 +109,7 @@ int RunInstall(const DeployOptions& options)
         throw std::runtime_error(
             "it asks before it installs, on a terminal and not with --json or --quiet; --yes installs without asking");
     Session session(options);
-    Offers offers = AskPackages(session, Copies::Keep);
-    ShowOffers(session, offers);
+    Offers offers = ShowPackages(session, Copies::Keep);
     if (options.DryRun)
         ShowCommands(session, offers);
     else if (CountOffered(offers) > 0 && (session.Runner.IsStopped() || IsWanted(session, CountOffered(offers))))

@@ -19,11 +19,13 @@ bool IsProgress(const std::string& line)
     return sign != std::string::npos && line.find_last_of("0123456789", sign) != std::string::npos;
 }
 
-// The last line that is no progress; empty when there is none.
+// The last line that is no progress and not indented, as tables are; empty when there is none.
 std::string LastSentence(const std::vector<std::string>& lines)
 {
-    const auto line =
-        std::find_if(lines.rbegin(), lines.rend(), [](const std::string& l) { return !l.empty() && !IsProgress(l); });
+    const auto isSentence = [](const std::string& line) {
+        return !line.empty() && line[0] != ' ' && !IsProgress(line);
+    };
+    const auto line = std::find_if(lines.rbegin(), lines.rend(), isSentence);
     return line == lines.rend() ? "" : *line;
 }
 
@@ -141,7 +143,10 @@ std::string DescribeEnd(const InstallerRun& run)
             text += std::string("can't be started (") + std::strerror(process.Status) + ")";
             break;
     }
-    const std::string last = process.End == ProcessEnd_Exited ? GivenReason(run) : LastLine(process.Errors);
+    // One that ends as no installer does, was ended by something else: that says why on standard error.
+    const std::string error = LastLine(process.Errors);
+    const bool speaks = process.End == ProcessEnd_Exited && (run.HasSaid() || error.empty());
+    const std::string last = speaks ? GivenReason(run) : error;
     if (!last.empty()) text += ": " + last;
     return Sentence(text);
 }

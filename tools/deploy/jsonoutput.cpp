@@ -30,5 +30,5 @@ Json TextOrNull(const std::string& text)
 
 void PrintJson(const Json& json)
 {
-    std::printf("%s\n", json.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+    std::printf("%s\n", json.dump(2, ' ', true, Json::error_handler_t::replace).c_str());
 }

@@ -11,4 +11,5 @@ nlohmann::ordered_json JsonHead(const char* schema, const Identity& server);
 // The text; null where it is empty.
 nlohmann::ordered_json TextOrNull(const std::string& text);
 
+// Prints it in ASCII: what a name may hold reaches no terminal.
 void PrintJson(const nlohmann::ordered_json& json);

@@ -13,6 +13,11 @@ namespace
 
 using Json = nlohmann::ordered_json;
 
+// Rows are shown before all are known: the widths are those of most components.
+const std::vector<Column> OfferColumns = {{"component", Narrow_Above, false, 45}, {"device", Narrow_Below, false, 7},
+                                          {"current", Narrow_Keep, false, 17},    {"offered", Narrow_Keep, false, 17},
+                                          {"action", Narrow_Keep, true, 11},      {"takes effect", Narrow_Below}};
+
 Colour ColourOf(int status)
 {
     switch (status) {
@@ -44,17 +49,6 @@ Row OutcomeRow(const Offer& o)
     return {{o.Name(), ToText(o.Outcome->Result), o.Found.Current, o.Outcome->Now},
             IsProblem(o) ? o.Outcome->Message : "",
             ColourOf(o.Status)};
-}
-
-// Names what is offered and can't be undone.
-void ShowNoWayBack(Session& session, const Offers& offers)
-{
-    std::string note;
-    for (const Offer& offer : offers)
-        if (offer.IsOffered() && !offer.Found.WayBack)
-            note += (note.empty() ? "\nNo way back: " : ", ") + Printable(offer.Package.Name());
-    if (!note.empty())
-        session.Screen.Print(Wrap(note + ". What is replaced can't be kept.", 0, session.Screen.Width()));
 }
 
 Json ToJson(const Offer& offer, const DeployOptions& options)
@@ -96,17 +90,22 @@ int WorstStatus(const Offers& offers)
     return status;
 }
 
-void ShowOffers(Session& session, const Offers& offers)
+void COfferTable::Add(const Offer& offer)
 {
-    const std::vector<Column> columns = {
-        {"component", Narrow_Above},   {"device", Narrow_Below},      {"current"}, {"offered"},
-        {"action", Narrow_Keep, true}, {"takes effect", Narrow_Below}};
+    if (m_Screen.IsQuiet() && !IsProblem(offer)) return;
+    if (!m_bBegun) m_Screen.PrintProblem(TableHead(m_Screen, OfferColumns));
+    m_bBegun = true;
+    m_Screen.PrintProblem(TableRow(m_Screen, OfferColumns, OfferRow(offer)));
+}
+
+void COfferTable::ShowSuperseded(const Offers& offers)
+{
     std::vector<Row> rows;
     for (const Offer& offer : offers)
-        if (!session.Screen.IsQuiet() || IsProblem(offer)) rows.push_back(OfferRow(offer));
-    if (!rows.empty()) session.Screen.PrintProblem(TableText(session.Screen, columns, rows));
-    ShowUnsigned(session, offers);
-    ShowNoWayBack(session, offers);
+        if (offer.Verdict == Verdict_Superseded) rows.push_back(OfferRow(offer));
+    if (rows.empty()) return;
+    m_Screen.Print("\nOf several packages for a device the newest counts:\n");
+    m_Screen.Print(TableText(m_Screen, OfferColumns, rows));
 }
 
 void ShowUnsigned(Session& session, const Offers& offers)
@@ -119,6 +118,16 @@ void ShowUnsigned(Session& session, const Offers& offers)
     note += session.Options.AllowUnsigned ? ". Nobody knows who has made them."
                                           : ". A simulated server takes them, a real one does not.";
     session.Screen.Print(Wrap(note, 0, session.Screen.Width()));
+}
+
+void ShowNoWayBack(Session& session, const Offers& offers)
+{
+    std::string note;
+    for (const Offer& offer : offers)
+        if (offer.IsOffered() && !offer.Found.WayBack)
+            note += (note.empty() ? "\nNo way back: " : ", ") + Printable(offer.Package.Name());
+    if (!note.empty())
+        session.Screen.Print(Wrap(note + ". What is replaced can't be kept.", 0, session.Screen.Width()));
 }
 
 void ShowOutcomes(Session& session, const Offers& offers)

@@ -12,12 +12,30 @@ using Offers = std::vector<Offer>;
 // The worst one.
 int WorstStatus(const Offers& offers);
 
-// Print the table of what is made of the offers, of how installations ended. With --quiet they print what is a problem.
-void ShowOffers(Session& session, const Offers& offers);
+// The table of what is made of the offers, of which each is shown as soon as it is known; with --quiet those that are a
+// problem.
+class COfferTable
+{
+  public:
+    explicit COfferTable(CScreen& screen) : m_Screen(screen) {}
+    void Add(const Offer& offer);
+
+    // Shows those that were superseded since.
+    void ShowSuperseded(const Offers& offers);
+
+  private:
+    CScreen& m_Screen;
+    bool m_bBegun = false;
+};
+
+// Prints how installations ended; with --quiet what is a problem.
 void ShowOutcomes(Session& session, const Offers& offers);
 
 // Prints which packages run though nobody has signed them.
 void ShowUnsigned(Session& session, const Offers& offers);
+
+// Prints what is offered and can't be undone.
+void ShowNoWayBack(Session& session, const Offers& offers);
 
 // Prints what to do now, and names the debug log where something failed.
 void ShowAdvice(Session& session, const Offers& offers);

@@ -28,16 +28,19 @@ bool IsNamed(const Offer& offer, const std::string& name)
     return IsSame(offer.Package.Name(), name) || IsSame(offer.Name(), name) || IsSame(offer.Found.Device, name);
 }
 
+bool IsSelected(const Offer& offer, const std::vector<std::string>& only)
+{
+    return only.empty() ||
+           std::any_of(only.begin(), only.end(), [&offer](const std::string& n) { return IsNamed(offer, n); });
+}
+
 // Leaves those that --only names.
 void Select(Offers& offers, const std::vector<std::string>& only)
 {
-    if (only.empty()) return;
     for (const std::string& name : only)
         if (std::none_of(offers.begin(), offers.end(), [&name](const Offer& o) { return IsNamed(o, name); }))
             throw std::runtime_error("--only " + name + ": no package, component or device has this name");
-    const auto isLeftOut = [&only](const Offer& offer) {
-        return std::none_of(only.begin(), only.end(), [&offer](const std::string& n) { return IsNamed(offer, n); });
-    };
+    const auto isLeftOut = [&only](const Offer& offer) { return !IsSelected(offer, only); };
     offers.erase(std::remove_if(offers.begin(), offers.end(), isLeftOut), offers.end());
 }
 
@@ -97,7 +100,7 @@ void DropCopies(Offers& offers, Copies copies)
 
 }  // namespace
 
-Offers AskPackages(Session& session, Copies copies)
+Offers AskPackages(Session& session, Copies copies, const std::function<void(const Offer&)>& show)
 {
     ShowUnfinished(session.Screen, session.Unfinished);
     if (session.Options.AllowUnsigned) session.Screen.Notice(UnsignedWarning);
@@ -111,10 +114,12 @@ Offers AskPackages(Session& session, Copies copies)
                                   "] Asking " + Printable(package.Name());
         if (session.Runner.IsStopped()) {
             offers.push_back(NotAsked(package));
+            show(offers.back());
             continue;
         }
         session.Screen.Begin(label);
         offers.push_back(Discover(session, loader.Take(), label));
+        if (session.Runner.IsStopped() || IsSelected(offers.back(), session.Options.Only)) show(offers.back());
         DropCopies(offers, copies);
     }
     if (!session.Runner.IsStopped()) Select(offers, session.Options.Only);
@@ -123,11 +128,20 @@ Offers AskPackages(Session& session, Copies copies)
     return offers;
 }
 
+Offers ShowPackages(Session& session, Copies copies)
+{
+    COfferTable table(session.Screen);
+    Offers offers = AskPackages(session, copies, [&table](const Offer& offer) { table.Add(offer); });
+    table.ShowSuperseded(offers);
+    ShowUnsigned(session, offers);
+    ShowNoWayBack(session, offers);
+    return offers;
+}
+
 int RunPlan(const DeployOptions& options)
 {
     Session session(options);
-    const Offers offers = AskPackages(session, Copies::Drop);
-    ShowOffers(session, offers);
+    const Offers offers = ShowPackages(session, Copies::Drop);
     ShowAdvice(session, offers);
     if (options.Json) PrintJson(ToJson("zaldeploy.plan", session, offers));
     return WorstStatus(offers);

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "support/output.h"
+
 namespace
 {
 
@@ -101,7 +103,7 @@ void CScreen::Print(const std::string& line)
     if (!m_bPrints) return;
     Clear();
     std::printf("%s\n", line.c_str());
-    std::fflush(stdout);
+    FlushOutput();
 }
 
 void CScreen::PrintProblem(const std::string& line)
@@ -109,20 +111,20 @@ void CScreen::PrintProblem(const std::string& line)
     if (!m_bProblems) return;
     Clear();
     std::printf("%s\n", line.c_str());
-    std::fflush(stdout);
+    FlushOutput();
 }
 
 void CScreen::Notice(const std::string& line)
 {
     Clear();
-    std::fflush(stdout);
+    FlushOutput();
     std::fprintf(stderr, "%s\n", Wrap(line, 0, Width()).c_str());
 }
 
 void CScreen::Ask(const std::string& question)
 {
     std::printf("\n%s ", Wrap(question, 0, Width()).c_str());
-    std::fflush(stdout);
+    FlushOutput();
 }
 
 void CScreen::Begin(const std::string& label)
@@ -137,7 +139,7 @@ void CScreen::Draw(const std::string& text)
     if (!m_bLive) return;
     // A character in the last column would begin a line on some terminals.
     std::printf("\r%s\033[K", Cut(text, Width() - 1).c_str());
-    std::fflush(stdout);
+    FlushOutput();
     m_bDrawn = true;
 }
 

@@ -15,22 +15,27 @@ class CTable
         : m_Screen(screen), m_Columns(columns), m_Rows(rows), m_Width(screen.Width())
     {
         for (std::size_t i = 0; i < columns.size(); i++) {
-            m_Widths.push_back(std::max(Columns(columns[i].Title), 1));
+            m_Widths.push_back(std::max(Columns(columns[i].Title), columns[i].Width));
             for (const Row& row : rows) m_Widths[i] = std::max(m_Widths[i], Columns(row.Cells[i]));
             m_Shown.push_back(true);
         }
+        Fit();
     }
 
-    std::string Text()
+    std::string Head() const
     {
-        Fit();
         Row head;
         Row rule;
         for (std::size_t i = 0; i < m_Columns.size(); i++) {
             head.Cells.push_back(m_Columns[i].Title);
             rule.Cells.emplace_back(IsLast(i) ? Columns(m_Columns[i].Title) : m_Widths[i], '-');
         }
-        std::string text = Line(head) + Line(rule);
+        return Line(head) + Line(rule);
+    }
+
+    std::string Rows() const
+    {
+        std::string text;
         for (const Row& row : m_Rows) text += Above(row) + Line(row) + Below(row);
         return text;
     }
@@ -99,17 +104,33 @@ class CTable
 
     const CScreen& m_Screen;
     const std::vector<Column>& m_Columns;
-    const std::vector<Row>& m_Rows;
+    const std::vector<Row> m_Rows;
     const int m_Width;
     std::vector<int> m_Widths;
     std::vector<bool> m_Shown;
 };
 
+// Of the last line.
+std::string WithoutEnd(std::string text)
+{
+    text.pop_back();
+    return text;
+}
+
 }  // namespace
 
 std::string TableText(const CScreen& screen, const std::vector<Column>& columns, const std::vector<Row>& rows)
 {
-    std::string text = CTable(screen, columns, rows).Text();
-    text.pop_back();  // the end of the last line
-    return text;
+    const CTable table(screen, columns, rows);
+    return WithoutEnd(table.Head() + table.Rows());
+}
+
+std::string TableHead(const CScreen& screen, const std::vector<Column>& columns)
+{
+    return WithoutEnd(CTable(screen, columns, {}).Head());
+}
+
+std::string TableRow(const CScreen& screen, const std::vector<Column>& columns, const Row& row)
+{
+    return WithoutEnd(CTable(screen, columns, {row}).Rows());
 }

@@ -28,16 +28,22 @@ Row VerifiedRow(const Offer& o)
     return {{o.Name(), o.Found.Device, o.Found.Current, o.Found.Offered, pszResult, o.Package.Signer}, o.Why, colour};
 }
 
-void Show(Session& session, const Offers& offers)
+// Shows an offer; the first one has the head above it.
+void ShowRow(CScreen& screen, Offer offer, bool& begun)
 {
-    const std::vector<Column> columns = {
-        {"component", Narrow_Above},   {"device", Narrow_Below},   {"current"}, {"offered"},
-        {"result", Narrow_Keep, true}, {"signed by", Narrow_Below}};
+    static const std::vector<Column> columns = {
+        {"component", Narrow_Above, false, 45}, {"device", Narrow_Below, false, 7}, {"current", Narrow_Keep, false, 17},
+        {"offered", Narrow_Keep, false, 17},    {"result", Narrow_Keep, true, 11},  {"signed by", Narrow_Below}};
+    Verify(offer);
+    if (screen.IsQuiet() && offer.Status == DeployStatus_Well) return;
+    if (!begun) screen.PrintProblem(TableHead(screen, columns));
+    begun = true;
+    screen.PrintProblem(TableRow(screen, columns, VerifiedRow(offer)));
+}
+
+void ShowEnd(Session& session, const Offers& offers)
+{
     CScreen& screen = session.Screen;
-    std::vector<Row> rows;
-    for (const Offer& offer : offers)
-        if (!screen.IsQuiet() || offer.Status != DeployStatus_Well) rows.push_back(VerifiedRow(offer));
-    if (!rows.empty()) screen.PrintProblem(TableText(screen, columns, rows));
     ShowUnsigned(session, offers);
     if (WorstStatus(offers) == DeployStatus_Well)
         screen.Print("\nAll is well: the devices hold what the packages offer.");
@@ -50,9 +56,11 @@ void Show(Session& session, const Offers& offers)
 int RunVerify(const DeployOptions& options)
 {
     Session session(options);
-    Offers offers = AskPackages(session, Copies::Drop);
+    bool begun = false;
+    Offers offers =
+        AskPackages(session, Copies::Drop, [&](const Offer& offer) { ShowRow(session.Screen, offer, begun); });
     for (Offer& offer : offers) Verify(offer);
-    Show(session, offers);
+    ShowEnd(session, offers);
     if (options.Json) PrintJson(ToJson("zaldeploy.verify", session, offers));
     return WorstStatus(offers);
 }

@@ -4,13 +4,13 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <string>
 #include <vector>
 
+#include "support/output.h"
+#include "support/printable.h"
 #include "tools/deploy/commands.h"
 #include "tools/deploy/identity.h"
 #include "tools/deploy/jsonoutput.h"
@@ -63,9 +63,15 @@ const char* const VerifyFooter =
 
 const char* const InventoryFooter = "Changes nothing. Exit status: 0, or 4 where a part can't be read.";
 
+// An empty variable of a script must not stand for this server.
+std::string NotEmpty(const std::string& text)
+{
+    return text.empty() ? "is empty" : "";
+}
+
 void AddCommonOptions(CLI::App& command, DeployOptions& options)
 {
-    command.add_option("--server", options.Server, "Folder of a simulated server to work on");
+    command.add_option("--server", options.Server, "Folder of a simulated server to work on")->check(NotEmpty);
     command.add_option("--state", options.State, "Folder of history and logs in place of /var/lib/flashlib");
     command.add_flag("--json", options.Json, "Print JSON, for scripts");
 }
@@ -108,7 +114,7 @@ struct Commands
 {
     explicit Commands(CLI::App& app)
         : pPlan(app.add_subcommand("plan", "Show what packages offer to the server")),
-          pInstall(app.add_subcommand("install", "Install it")),
+          pInstall(app.add_subcommand("install", "Install what packages offer to the server")),
           pHistory(app.add_subcommand("history", "Show what was installed when, and with what result")),
           pVerify(app.add_subcommand("verify", "Show who has signed packages, and whether the devices hold them")),
           pInventory(app.add_subcommand("inventory", "Show what the server is made of")),
@@ -137,7 +143,9 @@ void AddOptions(const Commands& commands, DeployOptions& options)
     AddPackageOptions(*commands.pInstall, options);
     AddForce(*commands.pInstall, options);
     commands.pInstall->add_flag("--yes", options.Yes, "Do not ask");
-    commands.pInstall->add_flag("--dry-run", options.DryRun, "Print the commands and run none")->excludes("--quiet");
+    commands.pInstall->add_flag("--dry-run", options.DryRun, "Print the commands and run none")
+        ->excludes("--quiet")
+        ->excludes("--yes");
     commands.pHistory->footer(HistoryFooter);
     AddCommonOptions(*commands.pHistory, options);
     commands.pInventory->footer(InventoryFooter);
@@ -187,7 +195,7 @@ int Run(const Commands& commands, const DeployOptions& options, char** argv)
 
 DeployStatus ShowError(const DeployOptions& options, const std::string& message, DeployStatus status)
 {
-    std::fprintf(stderr, "zaldeploy: %s.\n", message.c_str());
+    std::fprintf(stderr, "zaldeploy: %s.\n", Printable(message).c_str());
     if (!options.Json) return status;
     nlohmann::ordered_json json = JsonHead("zaldeploy.error", {});
     json["message"] = message;
@@ -206,7 +214,7 @@ void OpenStandardDescriptors()
 
 int ParseAndRun(int argc, char** argv)
 {
-    CLI::App app("Shows what firmware folders of component packages offer to a server, and installs it.");
+    CLI::App app("Shows what firmware folders of component packages offer to a server, and installs it.", "zaldeploy");
     app.footer(Footer);
     app.require_subcommand(1);
     app.set_version_flag("--version", "zaldeploy " FLASHLIB_VERSION);
@@ -232,8 +240,5 @@ int ParseAndRun(int argc, char** argv)
 int main(int argc, char** argv)
 {
     OpenStandardDescriptors();
-    const int status = ParseAndRun(argc, argv);
-    if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return status;
-    std::fprintf(stderr, "zaldeploy: what it found can't be printed: %s.\n", std::strerror(errno));
-    return DeployStatus_CouldNotRun;
+    return EndOutput("zaldeploy", ParseAndRun(argc, argv), DeployStatus_CouldNotRun);
 }
