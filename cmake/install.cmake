@@ -10,6 +10,7 @@
 #   share/flashlib/components/  the sources of these
 #   share/flashlib/servers/     sample servers, to be copied
 #   share/flashlib/template/    what flashlib-new-component fills in
+#   share/flashlib/wireshark/   what shows captures in Wireshark
 #   share/man/man1/             manual pages
 
 # The debug information stays in the build folder.
@@ -45,6 +46,7 @@ if(FLASHLIB_TOOLS)
     install(PROGRAMS tools/authoring/manifest DESTINATION bin RENAME flashlib-manifest)
     install(FILES tools/deploy/completion.bash DESTINATION share/bash-completion/completions RENAME zaldeploy)
     install(DIRECTORY tools/authoring/template DESTINATION share/flashlib)
+    install(FILES ${PROJECT_BINARY_DIR}/wireshark/flashlib.lua DESTINATION share/flashlib/wireshark)
 endif()
 if(FLASHLIB_COMPONENTS)
     install(DIRECTORY components DESTINATION share/flashlib PATTERN host EXCLUDE)

@@ -35,7 +35,8 @@ const WORD Option_TimeResolution = 9;  // of an interface
 const WORD Option_Local = 0x8000;      // one that only its writer knows
 const DWORD PacketFlag_Inbound = 1;
 const DWORD PacketFlag_Outbound = 2;
-const WORD LinkType_User8 = 155;  // USER2 is something else to Wireshark
+const WORD LinkType_User8 = 155;  // with USER9 and so on behind it; USER2 is something else to Wireshark
+const WORD LinkType_IpmiHpm2 = 260;
 
 // The kernel copies what is written page by page, and between two of them a process may be killed. So no block crosses
 // from one page to the next, and a file that was cut off ends behind a block. Room that is left in a page gets a block
@@ -47,16 +48,37 @@ const std::size_t MaxBytes = 3584;  // of a frame, its header included
 
 const struct
 {
+    WORD LinkType;
     const char* Name;
     const char* Description;
 } Interfaces[] = {
-    {"smif", "SMIF packets between host and management processor"},
-    {"i2c", "I2C transactions of the management processor"},
-    {"ipmi", "IPMI messages between host and management controller"},
-    {"driver", "Requests to the ROM utility driver"},
-    {"flash", "Operations of the flash-table driver library"},
-    {"journal", "The journal of the simulated server"},
+    {LinkType_User8, "smif", "SMIF packets between host and management processor"},
+    {LinkType_User8 + 1, "i2c", "I2C transactions of the management processor"},
+    {LinkType_IpmiHpm2, "ipmi", "IPMI messages between host and management controller"},
+    {LinkType_User8 + 3, "driver", "Requests to the ROM utility driver"},
+    {LinkType_User8 + 4, "flash", "Operations of the flash-table driver library"},
+    {LinkType_User8 + 5, "journal", "The journal of the simulated server"},
 };
+
+#pragma pack(push, 1)
+
+// A trace data block (PICMG HPM.2).
+struct Hpm2Block
+{
+    BYTE Type;  // bits 0 to 3: the channel traced, 4 and 5: the packet type
+    DWORD Seconds;
+    WORD Milliseconds;
+    BYTE Protocol;
+    WORD ProtocolData;  // bit 7: to the controller
+    BYTE Length;        // of the data, which follow
+};
+
+#pragma pack(pop)
+
+const BYTE Hpm2Type_Message = 0;
+const BYTE Hpm2Type_Text = 2;
+const BYTE Hpm2Protocol_Kcs = 5;
+const BYTE SystemInterface = 0x0F;  // its channel number
 
 template <typename Value>
 std::string Raw(const Value& value)
@@ -90,9 +112,8 @@ std::string FileHeader()
     const std::int64_t unknownLength = -1;
     std::string header = Block(Block_SectionHeader, Raw(byteOrder) + Raw(version) + Raw(unknownLength) +
                                                         Option(Option_Application, "zalsim") + Option(Option_End, ""));
-    WORD linkType = LinkType_User8;
     for (const auto& interface : Interfaces) {
-        const WORD link[] = {linkType++, 0};
+        const WORD link[] = {interface.LinkType, 0};
         header += Block(Block_Interface, Raw(link) + Raw(DWORD{MaxBytes}) + Option(Option_Name, interface.Name) +
                                              Option(Option_Description, interface.Description) +
                                              Option(Option_TimeResolution, Raw(BYTE{9})) + Option(Option_End, ""));
@@ -100,16 +121,16 @@ std::string FileHeader()
     return header;
 }
 
-std::string PacketBlock(Wire wire, const Frame& frame, const std::string& captured, std::size_t size,
+std::string PacketBlock(Wire wire, Direction direction, const std::string& captured, std::size_t size,
                         const std::string& faults)
 {
     const auto now = static_cast<std::uint64_t>(CClock::Instance().Now());
     std::string body = Raw(wire) + Raw(static_cast<DWORD>(now >> 32)) + Raw(static_cast<DWORD>(now)) +
                        Raw(static_cast<DWORD>(captured.size())) + Raw(static_cast<DWORD>(size)) + captured;
     Align(body);
-    if (frame.Direction != Direction::None)
-        body += Option(Option_PacketFlags,
-                       Raw(frame.Direction == Direction::Request ? PacketFlag_Outbound : PacketFlag_Inbound));
+    if (direction != Direction::None)
+        body +=
+            Option(Option_PacketFlags, Raw(direction == Direction::Request ? PacketFlag_Outbound : PacketFlag_Inbound));
     if (!faults.empty()) body += Option(Option_Comment, "fault: " + faults.substr(0, MaxComment));
     return Block(Block_Packet, body + Option(Option_End, ""));
 }
@@ -170,7 +191,12 @@ void CCapture::Add(Wire wire, const Frame& frame, const void* bytes, std::size_t
     header.Status = frame.Status;
     std::string captured = Raw(header);
     captured.append(static_cast<const char*>(bytes), std::min(size, MaxBytes - sizeof header));
-    Append(PacketBlock(wire, frame, captured, sizeof header + size, m_Faults));
+    AddFrame(wire, frame.Direction, captured, sizeof header + size);
+}
+
+void CCapture::AddFrame(Wire wire, Direction direction, const std::string& bytes, std::size_t size)
+{
+    Append(PacketBlock(wire, direction, bytes, size, m_Faults));
     // What the journal tells stands between a fault and the frame that it hits.
     if (wire != Wire::Journal) m_Faults.clear();
 }
@@ -183,6 +209,31 @@ void CCapture::AddRequest(Wire wire, DWORD operation, const void* bytes, std::si
 void CCapture::AddReply(Wire wire, DWORD operation, DWORD status, const void* bytes, std::size_t size)
 {
     Add(wire, {Direction::Reply, status, 0, operation}, bytes, size);
+}
+
+void CCapture::AddIpmi(Direction direction, const std::string& message)
+{
+    AddHpm2(Hpm2Type_Message, direction, message);
+}
+
+void CCapture::AddIpmiText(const std::string& text)
+{
+    AddHpm2(Hpm2Type_Text, Direction::None, text);
+}
+
+void CCapture::AddHpm2(BYTE type, Direction direction, const std::string& data)
+{
+    if (!IsOn()) return;
+    const std::int64_t now = CClock::Instance().Now();
+    Hpm2Block block = {};
+    block.Type = static_cast<BYTE>(type << 4 | SystemInterface);
+    block.Seconds = static_cast<DWORD>(now / Second);
+    block.Milliseconds = static_cast<WORD>(now % Second / Millisecond);
+    block.Protocol = Hpm2Protocol_Kcs;
+    block.ProtocolData = direction == Direction::Request ? 0x80 : 0;
+    block.Length = static_cast<BYTE>(std::min<std::size_t>(data.size(), 255));
+    const std::string bytes = Raw(block) + data;
+    AddFrame(Wire::Ipmi, direction, bytes, bytes.size());
 }
 
 // The file is opened each time, as a lock on it is shared with processes that were forked off since.

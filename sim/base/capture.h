@@ -13,12 +13,13 @@
 namespace sim
 {
 
-// What a frame is of. Each is an interface of the file, of that number, and of the link type USER8 and so on.
+// What a frame is of: an interface of the file, of that number. Its link type is USER8 and so on but for IPMI, whose
+// frames are those of HPM.2, which Wireshark knows.
 enum class Wire : DWORD
 {
     Channel = 0,  // SMIF packets between host and management processor
     I2C = 1,      // the two halves of transactions: CAPTURE_I2C and the bytes that are written; the bytes that are read
-    Ipmi = 2,     // messages as a KCS interface carries them
+    Ipmi = 2,     // messages
     RomDriver = 3,   // requests to the ROM utility driver
     FlashTable = 4,  // operations of the flash-table driver library
     Journal = 5,     // lines of the journal
@@ -46,7 +47,7 @@ enum class FlashOperation : DWORD
 
 #pragma pack(push, 1)
 
-// What every frame begins with.
+// What every frame but those of IPMI begins with.
 struct CAPTURE_HEADER
 {
     BYTE Version;      // 1
@@ -105,7 +106,16 @@ class CCapture
     void AddRequest(Wire wire, DWORD operation, const void* bytes, std::size_t size);
     void AddReply(Wire wire, DWORD operation, DWORD status, const void* bytes, std::size_t size);
 
+    // Adds an IPMI message as a KCS interface carries it (IPMI 2.0, 9.2 and 9.3): network function and LUN, command,
+    // data.
+    void AddIpmi(Direction direction, const std::string& message);
+
+    // Adds what happened on the IPMI interface in place of a message.
+    void AddIpmiText(const std::string& text);
+
   private:
+    void AddFrame(Wire wire, Direction direction, const std::string& bytes, std::size_t size);
+    void AddHpm2(BYTE type, Direction direction, const std::string& data);
     void Append(const std::string& block);
 
     std::filesystem::path m_File;

@@ -80,9 +80,11 @@ class CIpmiNode : public IDevice
             address.lun > 3 || (request.msg.netfn & 1) != 0)
             return Errno(EINVAL);
         if (request.msg.data_len > MaxMessage) return Errno(EMSGSIZE);
-        Record(Direction::Request, m_Faults.SendFails ? EIO : 0, request.msgid,
-               {static_cast<std::uint8_t>(request.msg.netfn << 2 | address.lun), request.msg.cmd}, request.msg);
-        if (m_Faults.SendFails) return Errno(EIO);
+        Record(Direction::Request, request.msg.netfn, address.lun, request.msg);
+        if (m_Faults.SendFails) {
+            RecordText("The driver does not take the message");
+            return Errno(EIO);
+        }
 
         std::vector<std::uint8_t> response = m_Bmc.Execute(address.lun, request.msg.netfn, request.msg.cmd,
                                                            {request.msg.data, request.msg.data + request.msg.data_len});
@@ -101,7 +103,7 @@ class CIpmiNode : public IDevice
     {
         const ipmi_system_interface_addr address = {IPMI_SYSTEM_INTERFACE_ADDR_TYPE, IPMI_BMC_CHANNEL, 0};
         if (!IsReady()) {
-            Record(Direction::Reply, EAGAIN, 0, {}, {});
+            RecordText("Nothing came that could be received");
             return Errno(EAGAIN);
         }
         if (message.addr_len < sizeof address) return Errno(EINVAL);
@@ -118,19 +120,25 @@ class CIpmiNode : public IDevice
         message.msg.cmd = answer.Command;
         if (!tooLong) message.msg.data_len = static_cast<unsigned short>(answer.Data.size());
         std::copy_n(answer.Data.begin(), message.msg.data_len, message.msg.data);
-        Record(Direction::Reply, tooLong ? EMSGSIZE : 0, answer.MessageId,
-               {static_cast<std::uint8_t>(answer.NetFunction << 2), answer.Command}, message.msg);
+        Record(Direction::Reply, answer.NetFunction, 0, message.msg);
+        if (answer.Type != IPMI_RESPONSE_RECV_TYPE) RecordText("It came as an event");
+        if (m_Faults.Foreign) RecordText("Its message id is another one's");
         return tooLong ? Errno(EMSGSIZE) : 0;
     }
 
-    // A message as a KCS interface carries it (IPMI 2.0, 9.2 and 9.3): network function and LUN, command, data.
-    void Record(Direction direction, int error, long messageId, std::vector<std::uint8_t> bytes,
-                const ipmi_msg& message)
+    void Record(Direction direction, int netFunction, int lun, const ipmi_msg& message)
     {
-        bytes.insert(bytes.end(), message.data, message.data + message.data_len);
+        std::string bytes = {static_cast<char>(netFunction << 2 | lun), static_cast<char>(message.cmd)};
+        if (message.data_len != 0) bytes.append(reinterpret_cast<const char*>(message.data), message.data_len);
         m_Capture.NoteFault(FindFaults(m_Faults));
-        m_Capture.Add(Wire::Ipmi, {direction, static_cast<DWORD>(error), 0, static_cast<DWORD>(messageId)},
-                      bytes.data(), bytes.size());
+        m_Capture.AddIpmi(direction, bytes);
+    }
+
+    // Why there is no message, or not the one that it is taken for.
+    void RecordText(const std::string& text)
+    {
+        m_Capture.NoteFault(FindFaults(m_Faults));
+        m_Capture.AddIpmiText(text);
     }
 
     CBmc& m_Bmc;
