@@ -9,13 +9,22 @@ find_program(FLASHLIB_MANIFEST NAMES manifest flashlib-manifest REQUIRED NO_DEFA
     PATHS ${CMAKE_CURRENT_LIST_DIR}/../tools/authoring ${CMAKE_CURRENT_LIST_DIR}/../../../bin)
 mark_as_advanced(FLASHLIB_MANIFEST)
 
-# Adds a component's installer, from its sources.
+# Adds a component's installer, from its sources. Its debug information goes to debug/NAME in the build folder, where
+# zalsim --debug finds it.
 function(add_component name)
     list(TRANSFORM ARGN PREPEND ${name}/)
     add_executable(${name} ${ARGN})
+    # The classes that it derives from are those of a library without debug information.
+    target_compile_options(${name} PRIVATE -g $<$<CXX_COMPILER_ID:GNU>:-femit-class-debug-always>
+                                           $<$<CXX_COMPILER_ID:Clang>:-fstandalone-debug>)
     target_link_libraries(${name} PRIVATE FlashLib::Host)
     # It finds the library in its package, wherever that is copied to; what LD_LIBRARY_PATH names comes behind that.
-    target_link_options(${name} PRIVATE -Wl,--disable-new-dtags $<$<NOT:$<CONFIG:Debug>>:-s>)
+    target_link_options(${name} PRIVATE -Wl,--disable-new-dtags)
+    add_custom_command(TARGET ${name} POST_BUILD
+        COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/debug
+        COMMAND ${CMAKE_COMMAND} -E copy $<TARGET_FILE:${name}> ${PROJECT_BINARY_DIR}/debug/${name}
+        COMMAND "$<IF:$<CONFIG:Debug>,${CMAKE_COMMAND};-E;true,${CMAKE_STRIP}>" $<TARGET_FILE:${name}>
+        COMMAND_EXPAND_LISTS VERBATIM)
     set_target_properties(${name} PROPERTIES
         RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/packages/${name}
         BUILD_WITH_INSTALL_RPATH TRUE

@@ -17,6 +17,8 @@
 install(CODE "set(CMAKE_INSTALL_DO_STRIP ON)")
 
 install(TARGETS flash flashhost EXPORT FlashLib LIBRARY DESTINATION lib ARCHIVE DESTINATION lib)
+install(CODE "execute_process(COMMAND ${CMAKE_STRIP} --strip-debug
+    \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/lib/libflashhost.a\" COMMAND_ERROR_IS_FATAL ANY)")  # CMake strips no archives
 install(DIRECTORY include/ DESTINATION include/flashlib)
 install(DIRECTORY components/host DESTINATION include/flashlib FILES_MATCHING PATTERN "*.h")
 foreach(closed zalxml zalftbl zalci)

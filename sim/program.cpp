@@ -64,13 +64,24 @@ std::string PreloadList()
     return list + ForLoader(library);
 }
 
-// Where what stands in for the closed libraries is: an installer may look for them beside itself only.
-void AddStandIns()
+// Where what stands in for the closed libraries is: an installer may look for them beside itself only. Empty for
+// nowhere.
+std::string StandIns()
 {
     for (const char* folder : {"platform", "lib"}) {  // built, installed
         const fs::path path = OwnFolder().parent_path() / folder;
-        if (fs::exists(path)) return AddLibrariesForPrograms(ForLoader(path));
+        if (fs::exists(path)) return ForLoader(path);
     }
+    return "";
+}
+
+// The installer with its debug information, which is taken out of the one in a package: debug/NAME beside
+// packages/NAME. Empty where there is none.
+fs::path FindUnstripped(const fs::path& program)
+{
+    const fs::path package = fs::absolute(program).lexically_normal().parent_path();
+    const fs::path unstripped = package.parent_path().parent_path() / "debug" / program.filename();
+    return fs::is_regular_file(unstripped) ? unstripped : "";
 }
 
 }  // namespace
@@ -96,10 +107,27 @@ std::string WhyNotSimulated(const std::string& program)
     return "";
 }
 
+void Debug(const std::vector<std::string>& command)
+{
+    std::vector<std::string> debugged = command;
+    std::string folders = StandIns();
+    if (const fs::path unstripped = FindUnstripped(command[0]); !unstripped.empty()) {
+        debugged[0] = unstripped.string();
+        folders = ForLoader(fs::absolute(command[0]).parent_path()) + ":" + folders;  // its library is in the package
+    }
+    // Between gdb and the program comes another one, which has the simulation loaded into what it becomes.
+    std::string wrapper = "set exec-wrapper env";
+    for (const auto& [name, value] : LoaderVariables(PreloadList(), folders))
+        wrapper += " " + name + "=" + ShellWord(value);
+    debugged.insert(debugged.begin(), {"gdb", "-q", "-iex", "set breakpoint pending on", "-iex", wrapper, "--args"});
+    const std::vector<char*> arguments = ToArguments(debugged);
+    execvp(arguments[0], arguments.data());
+    throw std::runtime_error(std::string("can't run gdb: ") + std::strerror(errno));
+}
+
 void Become(const std::vector<std::string>& command)
 {
-    PreloadForPrograms(PreloadList());
-    AddStandIns();
+    SetForPrograms(LoaderVariables(PreloadList(), StandIns()));
     const std::vector<char*> arguments = ToArguments(command);
     execv(arguments[0], arguments.data());
 }

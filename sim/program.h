@@ -15,4 +15,8 @@ std::string WhyNotSimulated(const std::string& program);
 // started; throws std::runtime_error with a sentence when the simulation is not there.
 void Become(const std::vector<std::string>& command);
 
+// The same with gdb, which starts the command on that server when it is told to run, and is on the host itself. Throws
+// std::runtime_error with a sentence also when there is no gdb.
+[[noreturn]] void Debug(const std::vector<std::string>& command);
+
 }  // namespace sim

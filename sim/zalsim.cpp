@@ -121,11 +121,12 @@ nlohmann::json FaultPatch(const std::vector<std::string>& faults)
     return patch;
 }
 
-int Run(const std::vector<std::string>& command)
+int Run(const std::vector<std::string>& command, bool debug)
 {
     const char* pszProgram = command[0].c_str();
     const std::string why = sim::WhyNotSimulated(command[0]);
     if (why.empty()) {
+        if (debug) sim::Debug(command);
         sim::Become(command);
         std::fprintf(stderr, "zalsim: can't run %s: %s\n", pszProgram, std::strerror(errno));
     } else {
@@ -146,6 +147,7 @@ int ParseAndRun(int argc, char** argv)
     std::vector<std::string> faults;
     bool describe = false;
     bool showLog = false;
+    bool debug = false;
     bool realTime = false;
     bool restart = false;
     std::optional<std::int64_t> clockStart;
@@ -153,6 +155,7 @@ int ParseAndRun(int argc, char** argv)
     app.add_option("--server", folder, "Folder of the server: its server.json and its state")->required();
     app.add_flag("--describe", describe, "Print what the server is");
     app.add_flag("--restart", restart, "Restart the server first: what was flashed and waits for that then runs");
+    app.add_flag("--debug", debug, "Start gdb with the installer, which then runs on the server");
     app.add_option("--dump-smbios", dumpFile, "Write the server's SMBIOS tables as dmidecode --dump-bin does");
     app.add_flag("--show-log", showLog, "Print the server event log");
     app.add_option("--fault", faults, "A fault for this run, on top of the description's: NAME=VALUE")
@@ -179,7 +182,7 @@ int ParseAndRun(int argc, char** argv)
         if (describe) Describe(server);
         if (showLog) ShowLog(server.GetBmc());
         if (!dumpFile.empty()) sim::WriteSmbiosDump(server.GetSmbios(), dumpFile);
-        if (!command.empty()) return Run(command);
+        if (!command.empty()) return Run(command, debug);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : sim::CouldNotRun;
     } catch (const std::exception& error) {

@@ -340,6 +340,13 @@ std::vector<char*> ToArguments(const std::vector<std::string>& command)
     return arguments;
 }
 
+std::string ShellWord(const std::string& text)
+{
+    std::string word = "'";
+    for (const char c : text) word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return word + "'";
+}
+
 std::string LastLine(const std::vector<std::string>& lines)
 {
     const auto line = std::find_if(lines.rbegin(), lines.rend(), [](const std::string& l) { return !l.empty(); });

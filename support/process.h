@@ -85,5 +85,8 @@ class CProcessRunner
 // A command as the system takes it, with a null pointer at its end; holds while the command does.
 std::vector<char*> ToArguments(const std::vector<std::string>& command);
 
+// A text as one word of a shell command.
+std::string ShellWord(const std::string& text);
+
 // The last line that is not empty; empty when there is none.
 std::string LastLine(const std::vector<std::string>& lines);

@@ -63,16 +63,17 @@ void WriteRunOptions(const RunOptions& options)
     Set(szClockStart, options.ClockStart ? std::to_string(*options.ClockStart) : "");
 }
 
-void PreloadForPrograms(const std::string& library)
+std::map<std::string, std::string> LoaderVariables(const std::string& library, const std::string& folder)
 {
-    const std::string others = Get(szPreload);
-    Set(szPreload, others.empty() ? library : library + ":" + others);
+    const auto join = [](const std::string& first, const std::string& second) {
+        return first + (first.empty() || second.empty() ? "" : ":") + second;
+    };
+    return {{szPreload, join(library, Get(szPreload))}, {szLibraries, join(Get(szLibraries), folder)}};
 }
 
-void AddLibrariesForPrograms(const std::string& folder)
+void SetForPrograms(const std::map<std::string, std::string>& variables)
 {
-    const std::string others = Get(szLibraries);
-    Set(szLibraries, others.empty() ? folder : others + ":" + folder);
+    for (const auto& [name, value] : variables) Set(name.c_str(), value);
 }
 
 }  // namespace sim

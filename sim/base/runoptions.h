@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -32,10 +33,11 @@ RunOptions ReadRunOptions();
 // Hands them to the programs that are started after this.
 void WriteRunOptions(const RunOptions& options);
 
-// Puts a library in front of those that the loader loads first into the programs that are started after this.
-void PreloadForPrograms(const std::string& library);
+// The environment variables with which the loader first loads a library into a program, in front of those that it loads
+// now, and looks for others in a folder (empty: none) behind those in which it looks now.
+std::map<std::string, std::string> LoaderVariables(const std::string& library, const std::string& folder);
 
-// Adds a folder to those in which the loader looks for the libraries of the programs that are started after this.
-void AddLibrariesForPrograms(const std::string& folder);
+// Gives variables to the programs that are started after this.
+void SetForPrograms(const std::map<std::string, std::string>& variables);
 
 }  // namespace sim

@@ -4,6 +4,7 @@
 
 #include "platformids.h"
 #include "support/files.h"
+#include "support/process.h"
 
 namespace sim
 {
@@ -26,14 +27,6 @@ std::string Line(int place, const std::string& id, const char* driver)
     return line + "\t" + driver + "\n";
 }
 
-// A name as one word of a shell command.
-std::string Quoted(const std::string& name)
-{
-    std::string word = "'";
-    for (char c : name) word += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return word + "'";
-}
-
 }  // namespace
 
 bool ReadsPciDevices(const std::string& command)
@@ -52,7 +45,7 @@ std::string WithPciDevices(const std::string& command, CServerFolder& folder, in
     WriteWholeFile(file, list);
 
     std::string changed = command;
-    return changed.replace(changed.find(szPciDevices), sizeof szPciDevices - 1, Quoted(file.string()));
+    return changed.replace(changed.find(szPciDevices), sizeof szPciDevices - 1, ShellWord(file.string()));
 }
 
 }  // namespace sim
