@@ -27,10 +27,11 @@ const DWORD Block_Names = 4;  // of network addresses
 const DWORD Block_Packet = 6;
 const WORD Option_End = 0;
 const WORD Option_Comment = 1;
-const WORD Option_Name = 2;            // of an interface
-const WORD Option_PacketFlags = 2;     // of a packet
-const WORD Option_Description = 3;     // of an interface
-const WORD Option_Application = 4;     // of a section
+const WORD Option_Name = 2;         // of an interface
+const WORD Option_PacketFlags = 2;  // of a packet
+const WORD Option_Description = 3;  // of an interface
+const WORD Option_Application = 4;  // of a section
+const WORD Option_PacketId = 5;
 const WORD Option_TimeResolution = 9;  // of an interface
 const WORD Option_Local = 0x8000;      // one that only its writer knows
 const DWORD PacketFlag_Inbound = 1;
@@ -122,7 +123,7 @@ std::string FileHeader()
 }
 
 std::string PacketBlock(Wire wire, Direction direction, const std::string& captured, std::size_t size,
-                        const std::string& faults)
+                        const std::string& faults, const std::string& options)
 {
     const auto now = static_cast<std::uint64_t>(CClock::Instance().Now());
     std::string body = Raw(wire) + Raw(static_cast<DWORD>(now >> 32)) + Raw(static_cast<DWORD>(now)) +
@@ -132,7 +133,7 @@ std::string PacketBlock(Wire wire, Direction direction, const std::string& captu
         body +=
             Option(Option_PacketFlags, Raw(direction == Direction::Request ? PacketFlag_Outbound : PacketFlag_Inbound));
     if (!faults.empty()) body += Option(Option_Comment, "fault: " + faults.substr(0, MaxComment));
-    return Block(Block_Packet, body + Option(Option_End, ""));
+    return Block(Block_Packet, body + options + Option(Option_End, ""));
 }
 
 // What comes between the end of the file and a block, so that the block is in one page and so is the next one.
@@ -194,9 +195,10 @@ void CCapture::Add(Wire wire, const Frame& frame, const void* bytes, std::size_t
     AddFrame(wire, frame.Direction, captured, sizeof header + size);
 }
 
-void CCapture::AddFrame(Wire wire, Direction direction, const std::string& bytes, std::size_t size)
+void CCapture::AddFrame(Wire wire, Direction direction, const std::string& bytes, std::size_t size,
+                        const std::string& options)
 {
-    Append(PacketBlock(wire, direction, bytes, size, m_Faults));
+    Append(PacketBlock(wire, direction, bytes, size, m_Faults, options));
     // What the journal tells stands between a fault and the frame that it hits.
     if (wire != Wire::Journal) m_Faults.clear();
 }
@@ -211,9 +213,9 @@ void CCapture::AddReply(Wire wire, DWORD operation, DWORD status, const void* by
     Add(wire, {Direction::Reply, status, 0, operation}, bytes, size);
 }
 
-void CCapture::AddIpmi(Direction direction, const std::string& message)
+void CCapture::AddIpmi(Direction direction, std::uint64_t messageId, const std::string& message)
 {
-    AddHpm2(Hpm2Type_Message, direction, message);
+    AddHpm2(Hpm2Type_Message, direction, message, Option(Option_PacketId, Raw(messageId)));
 }
 
 void CCapture::AddIpmiText(const std::string& text)
@@ -221,7 +223,7 @@ void CCapture::AddIpmiText(const std::string& text)
     AddHpm2(Hpm2Type_Text, Direction::None, text);
 }
 
-void CCapture::AddHpm2(BYTE type, Direction direction, const std::string& data)
+void CCapture::AddHpm2(BYTE type, Direction direction, const std::string& data, const std::string& options)
 {
     if (!IsOn()) return;
     const std::int64_t now = CClock::Instance().Now();
@@ -233,7 +235,7 @@ void CCapture::AddHpm2(BYTE type, Direction direction, const std::string& data)
     block.ProtocolData = direction == Direction::Request ? 0x80 : 0;
     block.Length = static_cast<BYTE>(std::min<std::size_t>(data.size(), 255));
     const std::string bytes = Raw(block) + data;
-    AddFrame(Wire::Ipmi, direction, bytes, bytes.size());
+    AddFrame(Wire::Ipmi, direction, bytes, bytes.size(), options);
 }
 
 // The file is opened each time, as a lock on it is shared with processes that were forked off since.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <initializer_list>
 #include <mutex>
@@ -107,15 +108,16 @@ class CCapture
     void AddReply(Wire wire, DWORD operation, DWORD status, const void* bytes, std::size_t size);
 
     // Adds an IPMI message as a KCS interface carries it (IPMI 2.0, 9.2 and 9.3): network function and LUN, command,
-    // data.
-    void AddIpmi(Direction direction, const std::string& message);
+    // data. Its frame has the message id of the driver as its packet id.
+    void AddIpmi(Direction direction, std::uint64_t messageId, const std::string& message);
 
     // Adds what happened on the IPMI interface in place of a message.
     void AddIpmiText(const std::string& text);
 
   private:
-    void AddFrame(Wire wire, Direction direction, const std::string& bytes, std::size_t size);
-    void AddHpm2(BYTE type, Direction direction, const std::string& data);
+    void AddFrame(Wire wire, Direction direction, const std::string& bytes, std::size_t size,
+                  const std::string& options = "");
+    void AddHpm2(BYTE type, Direction direction, const std::string& data, const std::string& options = "");
     void Append(const std::string& block);
 
     std::filesystem::path m_File;

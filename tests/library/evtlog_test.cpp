@@ -60,8 +60,9 @@ TEST(Ipmi, ExchangesOneCommand)
     trace("without places: IpmiCommand ",
           CSystem().IpmiCommand(6, 1, nullptr, 0, response.data(), 20, nullptr, nullptr));
     trace("written: ", HexDigits(response));
-    // The message id, no error, network function and LUN, the command.
-    EXPECT_NE(std::string::npos, ReadFile(options.Capture).find(std::string("\x2A\0\0\0\0\0\0\0\x18\1", 10)));
+    // Network function and LUN, the command; outbound, with the message id.
+    EXPECT_NE(std::string::npos,
+              ReadFile(options.Capture).find(std::string("\x18\1\0\0\0\2\0\4\0\2\0\0\0\5\0\x8\0\x2A\0\0", 20)));
 }
 
 TEST(EventLog, KeepsWhatHostsLog)
