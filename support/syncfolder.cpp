@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "support/descriptor.h"
+#include "support/files.h"
 
 namespace fs = std::filesystem;
 
@@ -19,6 +20,14 @@ void MakeSyncedFolder(const fs::path& folder)
     fs::create_directory(folder, error);
     if (error) throw std::runtime_error("can't make " + folder.string() + ": " + error.message());
     SyncFolder(folder.parent_path());
+}
+
+void WriteSyncedFile(const fs::path& file, std::string_view bytes)
+{
+    CDescriptor descriptor(open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0700));
+    if (descriptor.Get() < 0 || !WriteAll(descriptor.Get(), bytes) || fsync(descriptor.Get()) != 0 ||
+        !descriptor.Close())
+        throw std::runtime_error("can't write " + file.string() + ": " + std::strerror(errno));
 }
 
 void SyncFolder(const fs::path& folder)

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -346,6 +347,57 @@ TEST_F(Zaldeploy, RecordsWhatDiscoveryFindsAndNotWhatWasAnnounced)
     RunCommand(ZALSIM " --restart --server " + m_Server.Path().string(), m_Output);
     EXPECT_EQ(1, RunOnServer("'" PACKAGES "/systemrom'")) << m_Output;
     EXPECT_EQ("failed|6|Incomplete", Rows("result, status, to_version").substr(0, 19));
+}
+
+TEST_F(Zaldeploy, PutsBackWhatAnInstallationHasReplaced)
+{
+    UseRack();
+    const fs::path kept = m_Server.Path() / "var/lib/flashlib/backup";
+    const std::string restart = ZALSIM " --restart --server " + m_Server.Path().string();
+    EXPECT_EQ(7, RunOnServer("restore --yes P70"));
+    EXPECT_TRUE(Says("nothing is kept of P70 in " + kept.string())) << m_Output;
+    EXPECT_EQ(2, RunOnServer("install --yes '" PACKAGES "/systemrom'")) << m_Output;
+    RunCommand(restart, m_Output);
+    EXPECT_EQ(7, RunOnServer("restore P70 </dev/null")) << m_Output;
+    EXPECT_EQ(2, RunOnServer("restore --yes --json p70")) << m_Output;
+    ExpectSchema("zaldeploy.restore");
+    EXPECT_EQ("2.30 (09/12/2019)", Offers().at(0).at("offered"));
+    RunCommand(restart, m_Output);
+    EXPECT_EQ(1, RunOnServer("'" PACKAGES "/systemrom'")) << m_Output;
+    EXPECT_TRUE(Says("P70      2.30 (09/12/2019)  2.40 (03/15/2021)  upgrade ")) << m_Output;
+    EXPECT_EQ("downgrade|2.30 (09/12/2019)|installed", Rows("action, to_version, result").substr(0, 37));
+
+    // Of a write that breaks off the old ROM is put back before the server restarts.
+    UseRack(R"({"faults": {"flash": {"power_lost_after_blocks": 5}}})");
+    EXPECT_EQ(6, RunOnServer("install --yes '" PACKAGES "/systemrom'")) << m_Output;
+    UseRack();
+    EXPECT_EQ(2, RunOnServer("restore --yes P70")) << m_Output;
+    EXPECT_FALSE(fs::exists(kept / "P70.writing"));
+
+    // Both images are there now. One that is not what was kept is refused, and so is another installer.
+    EXPECT_EQ(7, RunOnServer("restore --yes P70"));
+    EXPECT_TRUE(Says("several images are kept of P70: name one of P70_2.30_")) << m_Output;
+    for (const auto& entry : fs::directory_iterator(kept))
+        if (entry.path().filename().string().rfind("P70_2.30_", 0) == 0) {
+            std::ofstream(entry.path(), std::ios::in | std::ios::binary) << "x";
+            EXPECT_EQ(3, RunOnServer("restore --yes " + entry.path().filename().string())) << m_Output;
+        }
+    std::ofstream(kept / "P70.package/systemrom/MANIFEST", std::ios::app) << "x";
+    for (const auto& entry : fs::directory_iterator(kept)) {
+        const std::string image = entry.path().filename().string();
+        if (image.rfind("P70_2.40_", 0) != 0) continue;
+        EXPECT_EQ(4, RunOnServer("restore --yes " + image)) << m_Output;
+    }
+}
+
+TEST_F(Zaldeploy, ErasesNothingWhereTheWayBackCanNotBeKept)
+{
+    UseRack();
+    fs::create_directories(m_Server.Path() / "var/lib/flashlib");
+    m_Server.Write("var/lib/flashlib/backup", "");
+    EXPECT_EQ(6, RunOnServer("install --yes '" PACKAGES "/systemrom'")) << m_Output;
+    EXPECT_TRUE(Says("The way back can't be kept: ")) << m_Output;
+    EXPECT_FALSE(fs::exists(m_Server.Path() / "rom.bin"));
 }
 
 TEST_F(Zaldeploy, TellsOfAnInstallationThatWasInterrupted)

@@ -15,11 +15,21 @@ int RunVerify(const DeployOptions& options);
 // Installs it.
 int RunInstall(const DeployOptions& options);
 
+// Puts back the firmware that an installation has replaced.
+int RunRestore(const DeployOptions& options);
+
 // Shows what the server is made of, and changes nothing. argv starts this program anew on a simulated server.
 int RunInventory(const DeployOptions& options, char** argv);
 
 // Shows what was installed before, and changes nothing.
 int RunHistory(const DeployOptions& options);
+
+// Throws std::runtime_error where it is to be asked before anything is written, and nobody can be.
+void CheckQuestion(const DeployOptions& options);
+
+// Asks, installs what is offered, and shows and prints what came of it; the last step of install and restore.
+int InstallOffers(Session& session, Offers& offers, const char* schema);
+
 // What becomes of the copy of a package that is offered.
 enum class Copies
 {

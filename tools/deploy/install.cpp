@@ -102,19 +102,29 @@ void InstallAll(Session& session, Offers& offers)
 
 }  // namespace
 
-int RunInstall(const DeployOptions& options)
+void CheckQuestion(const DeployOptions& options)
 {
     if (!options.Yes && !options.DryRun &&
         (options.Json || options.Quiet || !isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO)))
         throw std::runtime_error(
             "it asks before it installs, on a terminal and not with --json or --quiet; --yes installs without asking");
-    Session session(options);
-    Offers offers = ShowPackages(session, Copies::Keep);
-    if (options.DryRun)
+}
+
+int InstallOffers(Session& session, Offers& offers, const char* schema)
+{
+    if (session.Options.DryRun)
         ShowCommands(session, offers);
     else if (CountOffered(offers) > 0 && (session.Runner.IsStopped() || IsWanted(session, CountOffered(offers))))
         InstallAll(session, offers);
     ShowAdvice(session, offers);
-    if (options.Json) PrintJson(ToJson("zaldeploy.install", session, offers));
+    if (session.Options.Json) PrintJson(ToJson(schema, session, offers));
     return WorstStatus(offers);
+}
+
+int RunInstall(const DeployOptions& options)
+{
+    CheckQuestion(options);
+    Session session(options);
+    Offers offers = ShowPackages(session, Copies::Keep);
+    return InstallOffers(session, offers, "zaldeploy.install");
 }

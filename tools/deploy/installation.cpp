@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "component.h"
+#include "tools/deploy/backup.h"
 #include "tools/deploy/discovery.h"
 #include "tools/deploy/installer.h"
 
@@ -31,6 +32,22 @@ bool LookAgain(Session& session, Offer& offer)
     offer.Outcome->Message = "It is no more what it was before: " + now.Why;
     End(offer, now.Verdict == Verdict_Current ? Result_RunsAlready : Result_NotRun, now.Status);
     return false;
+}
+
+// Keeps the package, with which what the installer keeps can be put back. False when that can't be done: nothing is
+// erased then.
+bool KeepWayBack(Session& session, Offer& offer)
+{
+    if (!offer.Found.WayBack || !offer.Package.Restored.empty()) return true;
+    try {
+        KeepPackage(session.Options, offer);
+        return true;
+    } catch (const std::exception& error) {
+        offer.Outcome->Message = std::string("The way back can't be kept: ") + error.what() +
+                                 ". The device was not touched. See to that, then run zaldeploy install again.";
+        End(offer, Result_NotRun, DeployStatus_Failed);
+        return false;
+    }
 }
 
 // What is left in the device, where the installer does not tell.
@@ -96,7 +113,7 @@ std::vector<std::string> InstallCommand(const std::filesystem::path& folder, con
 
 void Install(Session& session, Offer& offer)
 {
-    if (!LookAgain(session, offer)) return;
+    if (!LookAgain(session, offer) || !KeepWayBack(session, offer)) return;
     const std::uintmax_t logStart = session.Log.Size();
     const long long row = session.History.Begin(offer);
     const std::string name = offer.Name();

@@ -88,6 +88,7 @@ std::vector<std::string> InstallerCommand(const std::filesystem::path& folder, c
 {
     std::vector<std::string> command = {(folder / package.Installer).string(), "/y", folder.string()};
     command.insert(command.end(), switches.begin(), switches.end());
+    if (!package.Restored.empty()) command.insert(command.end(), {"/r", package.Restored.string()});
     return options.Server.empty() ? command : OnServer(options.Server, command);
 }
 

@@ -11,9 +11,10 @@
 struct Package
 {
     std::filesystem::path Folder;
-    std::string Installer;   // the name of its file
-    std::string Problem;     // why it can't be run, and what to do: sentences; empty: it can
-    bool IsRefused = false;  // that is because something about it speaks against it
+    std::string Installer;           // the name of its file
+    std::string Problem;             // why it can't be run, and what to do: sentences; empty: it can
+    std::filesystem::path Restored;  // the kept image that its installer puts back; empty: it installs its own
+    bool IsRefused = false;          // that is because something about it speaks against it
 
     // Since it was loaded.
     std::string Version;                          // that its list of files tells; empty where it has no list

@@ -53,6 +53,10 @@ const char* const InstallFooter =
     "--timeout; then it is asked to end, and is ended when as much time has passed again: one that is writing to a\n"
     "device goes on when asked.";
 
+const char* const RestoreFooter =
+    "Writes an image from /var/lib/flashlib/backup through the installer that has replaced it, whose package is kept\n"
+    "beside it and checked again. The image's family, size and checksum are checked before anything is erased.";
+
 const char* const HistoryFooter =
     "Changes nothing. The newest installation comes first; what it says of versions is what discovery has found. It "
     "is\n"
@@ -81,13 +85,9 @@ void AddLogOption(CLI::App& command, DeployOptions& options)
     command.add_option("--log", options.Log, "File of the debug log");
 }
 
-// What plan and install take.
-// What plan, install and verify take.
-void AddPackageOptions(CLI::App& command, DeployOptions& options)
+// What all commands take that run installers.
+void AddRunOptions(CLI::App& command, DeployOptions& options)
 {
-    command.add_option("DIR", options.Folders, "Folders of component packages, or package folders")->required();
-    command.add_option("--only", options.Only, "Leave out all but this package, component or device; may be repeated")
-        ->allow_extra_args(false);
     command.add_option("--trust", options.Trust, "File of a public key whose signatures are trusted; may be repeated")
         ->allow_extra_args(false);
     command.add_flag("--allow-unsigned", options.AllowUnsigned, "Run packages that nobody has signed: for development");
@@ -105,6 +105,15 @@ void AddPackageOptions(CLI::App& command, DeployOptions& options)
         ->excludes(pQuiet);
 }
 
+// What plan, install and verify take.
+void AddPackageOptions(CLI::App& command, DeployOptions& options)
+{
+    command.add_option("DIR", options.Folders, "Folders of component packages, or package folders")->required();
+    command.add_option("--only", options.Only, "Leave out all but this package, component or device; may be repeated")
+        ->allow_extra_args(false);
+    AddRunOptions(command, options);
+}
+
 void AddForce(CLI::App& command, DeployOptions& options)
 {
     command.add_flag("--force", options.Force, "Write the same version again, and go back to an older one");
@@ -115,6 +124,7 @@ struct Commands
     explicit Commands(CLI::App& app)
         : pPlan(app.add_subcommand("plan", "Show what packages offer to the server")),
           pInstall(app.add_subcommand("install", "Install what packages offer to the server")),
+          pRestore(app.add_subcommand("restore", "Put back the firmware that an installation has replaced")),
           pHistory(app.add_subcommand("history", "Show what was installed when, and with what result")),
           pVerify(app.add_subcommand("verify", "Show who has signed packages, and whether the devices hold them")),
           pInventory(app.add_subcommand("inventory", "Show what the server is made of")),
@@ -126,6 +136,7 @@ struct Commands
 
     CLI::App* pPlan;
     CLI::App* pInstall;
+    CLI::App* pRestore;
     CLI::App* pHistory;
     CLI::App* pVerify;
     CLI::App* pInventory;
@@ -146,6 +157,10 @@ void AddOptions(const Commands& commands, DeployOptions& options)
     commands.pInstall->add_flag("--dry-run", options.DryRun, "Print the commands and run none")
         ->excludes("--quiet")
         ->excludes("--yes");
+    commands.pRestore->footer(RestoreFooter);
+    commands.pRestore->add_option("NAME", options.Restored, "The device, or the file of a kept image")->required();
+    AddRunOptions(*commands.pRestore, options);
+    commands.pRestore->add_flag("--yes", options.Yes, "Do not ask");
     commands.pHistory->footer(HistoryFooter);
     AddCommonOptions(*commands.pHistory, options);
     commands.pInventory->footer(InventoryFooter);
@@ -185,6 +200,7 @@ std::vector<std::string> CommandFirst(const CLI::App& app, std::vector<std::stri
 int Run(const Commands& commands, const DeployOptions& options, char** argv)
 {
     if (commands.pInstall->parsed()) return RunInstall(options);
+    if (commands.pRestore->parsed()) return RunRestore(options);
     if (commands.pHistory->parsed()) return RunHistory(options);
     if (commands.pVerify->parsed()) return RunVerify(options);
     if (commands.pInventory->parsed()) return RunInventory(options, argv);

@@ -1,0 +1,124 @@
+#include "tools/deploy/backup.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <vector>
+
+#include "support/files.h"
+#include "support/printable.h"
+#include "support/syncfolder.h"
+#include "tools/deploy/statefolder.h"
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+const std::size_t MaxNoteSize = 255;  // bytes
+const char* const ImageEnd = ".bin";
+
+// Where installers keep what they replace; host/keep.h says how.
+fs::path BackupFolder(const DeployOptions& options)
+{
+    return RootFolder(options) / "var/lib/flashlib/backup";
+}
+
+// The text as a part of a file's name there.
+std::string NamePart(std::string text)
+{
+    for (char& c : text)
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '.') c = '-';
+    return text;
+}
+
+fs::path PackageFolder(const fs::path& folder, const std::string& device)
+{
+    return folder / (device + ".package");
+}
+
+std::string DeviceOf(const std::string& image)
+{
+    return image.substr(0, image.find('_'));
+}
+
+// The names of the kept images, in their order.
+std::vector<std::string> Images(const fs::path& folder)
+{
+    std::vector<std::string> images;
+    std::error_code error;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
+        if (entry->path().extension() == ImageEnd) images.push_back(entry->path().filename().string());
+    if (error && error != std::errc::no_such_file_or_directory)
+        throw std::runtime_error("can't read " + folder.string() + ": " + error.message());
+    std::sort(images.begin(), images.end());
+    return images;
+}
+
+std::string Listed(const std::vector<std::string>& names)
+{
+    std::string text;
+    for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+    return text;
+}
+
+// Puts a whole folder in the place of one that may be there.
+void Replace(const fs::path& made, const fs::path& folder)
+{
+    if (renameat2(AT_FDCWD, made.c_str(), AT_FDCWD, folder.c_str(), RENAME_EXCHANGE) != 0) {
+        fs::remove_all(folder);  // there is none, or the file system can't do both at once
+        fs::rename(made, folder);
+    }
+    SyncFolder(folder.parent_path());
+    fs::remove_all(made);
+}
+
+}  // namespace
+
+void KeepPackage(const DeployOptions& options, const Offer& offer)
+{
+    const fs::path folder = PackageFolder(BackupFolder(options), NamePart(offer.Found.Device));
+    const fs::path made = folder.string() + ".new";
+    fs::remove_all(made);
+    try {
+        const fs::path package = made / offer.Package.Folder.filename();
+        MakeSyncedFolder(package);
+        for (const auto& entry : fs::directory_iterator(offer.Package.pCopy->Path()))
+            WriteSyncedFile(package / entry.path().filename(), ReadWholeFile(entry.path()));
+        SyncFolder(package);
+        Replace(made, folder);
+    } catch (...) {
+        std::error_code ignored;
+        fs::remove_all(made, ignored);
+        throw;
+    }
+}
+
+Backup FindBackup(const DeployOptions& options, const std::string& name)
+{
+    const fs::path folder = BackupFolder(options);
+    const std::vector<std::string> all = Images(folder);
+    std::vector<std::string> found;
+    for (const std::string& image : all)
+        if (image == name || strcasecmp(DeviceOf(image).c_str(), NamePart(name).c_str()) == 0) found.push_back(image);
+    if (found.empty())
+        throw std::runtime_error("nothing is kept of " + name + " in " + folder.string() +
+                                 (all.empty() ? "" : "; kept are: " + Listed(all)));
+    const std::string device = DeviceOf(found[0]);
+    const std::string interrupted = ReadFileIfThere(folder / (device + ".writing"), MaxNoteSize).value_or("");
+    if (found.size() > 1 && std::find(found.begin(), found.end(), interrupted) != found.end()) found = {interrupted};
+    if (found.size() > 1)
+        throw std::runtime_error("several images are kept of " + name + ": name one of " + Listed(found));
+    const fs::path packages = PackageFolder(folder, device);
+    std::error_code ignored;
+    if (!fs::is_directory(packages, ignored))
+        throw std::runtime_error("the package that can put " + found[0] + " back is not kept in " + folder.string() +
+                                 "; run the installer of another one for the device with /r " + found[0]);
+    return {folder / found[0], packages};
+}

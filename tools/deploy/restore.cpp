@@ -1,0 +1,24 @@
+#include <stdexcept>
+
+#include "tools/deploy/backup.h"
+#include "tools/deploy/commands.h"
+#include "tools/deploy/discovery.h"
+#include "tools/deploy/historyview.h"
+#include "tools/deploy/loading.h"
+
+int RunRestore(const DeployOptions& options)
+{
+    CheckQuestion(options);
+    DeployOptions forced = options;
+    forced.Force = true;  // what is put back is older as a rule
+    Session session(forced);
+    const Backup backup = FindBackup(options, options.Restored);
+    Package package = FindPackages({backup.Packages.string()}).at(0);
+    package.Restored = backup.Image;
+    ShowUnfinished(session.Screen, session.Unfinished);
+    session.Screen.Begin("Asking " + package.Name());
+    Load(session, package);
+    Offers offers = {Discover(session, package, "Asking " + package.Name())};
+    COfferTable(session.Screen).Add(offers[0]);
+    return InstallOffers(session, offers, "zaldeploy.restore");
+}
