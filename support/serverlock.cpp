@@ -110,17 +110,17 @@ bool IsOwnFolder(const std::string& folder)
 
 CServerLock::State CServerLock::Take(const std::string& program, const std::string& root)
 {
-    if (m_File.Get() < 0 && Open(root) != State::Held) return State::NoPlace;
+    if (m_File.Get() < 0 && Open(root) != State_Held) return State_NoPlace;
     int status = 0;
     do status = flock(m_File.Get(), LOCK_EX | LOCK_NB);
     while (status != 0 && errno == EINTR);
     if (status == 0) {
         if (!m_bInherited) static_cast<void>(WriteHolder(m_File.Get(), program));  // it is held, written or not
-        return State::Held;
+        return State_Held;
     }
     if (errno != EWOULDBLOCK) return Fail("The lock of this server can't be taken");
     m_sProblem = Describe(FindHolder(m_File.Get()));
-    return State::Busy;
+    return State_Busy;
 }
 
 void CServerLock::Share()
@@ -136,14 +136,14 @@ CServerLock::State CServerLock::Open(const std::string& root)
         if (errno != ENOENT && errno != ENOTDIR) return Fail("The folder " + folder + " can't be made");
     }
     m_sProblem = "There is neither " + root + "/run nor " + root + "/var/run, where the lock of this server has to be";
-    return State::NoPlace;
+    return State_NoPlace;
 }
 
 CServerLock::State CServerLock::OpenIn(const std::string& folder)
 {
     if (!IsOwnFolder(folder)) {
         m_sProblem = "Others can write to the folder " + folder + ", where the lock of this server has to be";
-        return State::NoPlace;
+        return State_NoPlace;
     }
     const std::string path = folder + "/lock";
     m_File.Reset(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY, 0600));
@@ -151,12 +151,12 @@ CServerLock::State CServerLock::OpenIn(const std::string& folder)
     const int shared = FindShared(m_File.Get());
     m_bInherited = shared >= 0;
     if (m_bInherited) m_File.Reset(shared);
-    return State::Held;
+    return State_Held;
 }
 
 CServerLock::State CServerLock::Fail(const std::string& what)
 {
     const bool forRoot = errno == EACCES || errno == EPERM;
     m_sProblem = what + ": " + std::strerror(errno) + (forRoot ? "; run this as root" : "");
-    return State::NoPlace;
+    return State_NoPlace;
 }

@@ -8,11 +8,11 @@
 class CServerLock
 {
   public:
-    enum class State
+    enum State
     {
-        Held,
-        Busy,     // another program holds it
-        NoPlace,  // it can't be taken at all
+        State_Held,
+        State_Busy,     // another program holds it
+        State_NoPlace,  // it can't be taken at all
     };
 
     // Takes the lock, /run/flashlib/lock (or in /var/run, where there is no /run), below the folder that stands for

@@ -214,8 +214,8 @@ int Install(CFirmwareComponent& component, BOOL silent, const ZALINSTALLSTATE& s
 int TakeLock(CServerLock& lock, const std::string& program)
 {
     const CServerLock::State state = lock.Take(program.substr(program.rfind('/') + 1));
-    if (state == CServerLock::State::Held) return ReturnCodeNone;
-    const bool busy = state == CServerLock::State::Busy;
+    if (state == CServerLock::State_Held) return ReturnCodeNone;
+    const bool busy = state == CServerLock::State_Busy;
     const std::string advice = busy ? "; run this installer again when that has ended." : ".";
     return EndUntouched(busy ? ServerBusy : ReturnCodeCouldNotRun,
                         (lock.Problem() + ". Nothing was done" + advice).c_str());

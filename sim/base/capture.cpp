@@ -129,9 +129,9 @@ std::string PacketBlock(Wire wire, Direction direction, const std::string& captu
     std::string body = Raw(wire) + Raw(static_cast<DWORD>(now >> 32)) + Raw(static_cast<DWORD>(now)) +
                        Raw(static_cast<DWORD>(captured.size())) + Raw(static_cast<DWORD>(size)) + captured;
     Align(body);
-    if (direction != Direction::None)
+    if (direction != Direction_None)
         body +=
-            Option(Option_PacketFlags, Raw(direction == Direction::Request ? PacketFlag_Outbound : PacketFlag_Inbound));
+            Option(Option_PacketFlags, Raw(direction == Direction_Request ? PacketFlag_Outbound : PacketFlag_Inbound));
     if (!faults.empty()) body += Option(Option_Comment, "fault: " + faults.substr(0, MaxComment));
     return Block(Block_Packet, body + options + Option(Option_End, ""));
 }
@@ -200,17 +200,17 @@ void CCapture::AddFrame(Wire wire, Direction direction, const std::string& bytes
 {
     Append(PacketBlock(wire, direction, bytes, size, m_Faults, options));
     // What the journal tells stands between a fault and the frame that it hits.
-    if (wire != Wire::Journal) m_Faults.clear();
+    if (wire != Wire_Journal) m_Faults.clear();
 }
 
 void CCapture::AddRequest(Wire wire, DWORD operation, const void* bytes, std::size_t size)
 {
-    Add(wire, {Direction::Request, 0, 0, operation}, bytes, size);
+    Add(wire, {Direction_Request, 0, 0, operation}, bytes, size);
 }
 
 void CCapture::AddReply(Wire wire, DWORD operation, DWORD status, const void* bytes, std::size_t size)
 {
-    Add(wire, {Direction::Reply, status, 0, operation}, bytes, size);
+    Add(wire, {Direction_Reply, status, 0, operation}, bytes, size);
 }
 
 void CCapture::AddIpmi(Direction direction, std::uint64_t messageId, const std::string& message)
@@ -220,7 +220,7 @@ void CCapture::AddIpmi(Direction direction, std::uint64_t messageId, const std::
 
 void CCapture::AddIpmiText(const std::string& text)
 {
-    AddHpm2(Hpm2Type_Text, Direction::None, text);
+    AddHpm2(Hpm2Type_Text, Direction_None, text);
 }
 
 void CCapture::AddHpm2(BYTE type, Direction direction, const std::string& data, const std::string& options)
@@ -232,10 +232,10 @@ void CCapture::AddHpm2(BYTE type, Direction direction, const std::string& data, 
     block.Seconds = static_cast<DWORD>(now / Second);
     block.Milliseconds = static_cast<WORD>(now % Second / Millisecond);
     block.Protocol = Hpm2Protocol_Kcs;
-    block.ProtocolData = direction == Direction::Request ? 0x80 : 0;
+    block.ProtocolData = direction == Direction_Request ? 0x80 : 0;
     block.Length = static_cast<BYTE>(std::min<std::size_t>(data.size(), 255));
     const std::string bytes = Raw(block) + data;
-    AddFrame(Wire::Ipmi, direction, bytes, bytes.size(), options);
+    AddFrame(Wire_Ipmi, direction, bytes, bytes.size(), options);
 }
 
 // The file is opened each time, as a lock on it is shared with processes that were forked off since.

@@ -16,34 +16,35 @@ namespace sim
 
 // What a frame is of: an interface of the file, of that number. Its link type is USER8 and so on but for IPMI, whose
 // frames are those of HPM.2, which Wireshark knows.
-enum class Wire : DWORD
+enum Wire : DWORD
 {
-    Channel = 0,  // SMIF packets between host and management processor
-    I2C = 1,      // the two halves of transactions: CAPTURE_I2C and the bytes that are written; the bytes that are read
-    Ipmi = 2,     // messages
-    RomDriver = 3,   // requests to the ROM utility driver
-    FlashTable = 4,  // operations of the flash-table driver library
-    Journal = 5,     // lines of the journal
+    Wire_Channel = 0,  // SMIF packets between host and management processor
+    Wire_I2C =
+        1,  // the two halves of transactions: CAPTURE_I2C and the bytes that are written; the bytes that are read
+    Wire_Ipmi = 2,        // messages
+    Wire_RomDriver = 3,   // requests to the ROM utility driver
+    Wire_FlashTable = 4,  // operations of the flash-table driver library
+    Wire_Journal = 5,     // lines of the journal
 };
 
 // Seen from the host.
-enum class Direction : BYTE
+enum Direction : BYTE
 {
-    None = 0,
-    Request = 1,
-    Reply = 2,
+    Direction_None = 0,
+    Direction_Request = 1,
+    Direction_Reply = 2,
 };
 
 // Operations of the flash-table driver library.
-enum class FlashOperation : DWORD
+enum FlashOperation : DWORD
 {
-    Select = 0,
-    Query = 1,
-    ReadHeader = 2,
-    ReadTable = 3,
-    WriteTable = 4,
-    Execute = 5,
-    CorruptNvram = 6,
+    FlashOperation_Select = 0,
+    FlashOperation_Query = 1,
+    FlashOperation_ReadHeader = 2,
+    FlashOperation_ReadTable = 3,
+    FlashOperation_WriteTable = 4,
+    FlashOperation_Execute = 5,
+    FlashOperation_CorruptNvram = 6,
 };
 
 #pragma pack(push, 1)
@@ -76,7 +77,7 @@ FLASHLIB_LAYOUT(CAPTURE_I2C, 4);
 // What is told of a frame beside its bytes.
 struct Frame
 {
-    sim::Direction Direction = sim::Direction::None;
+    sim::Direction Direction = sim::Direction_None;
     DWORD Status = 0;
     DWORD Channel = 0;
     DWORD Operation = 0;

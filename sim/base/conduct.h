@@ -12,11 +12,11 @@ namespace sim
 {
 
 // What a program has to give back.
-enum class Held
+enum Held
 {
-    Descriptor,
-    Channel,
-    Pipe,
+    Held_Descriptor,
+    Held_Channel,
+    Held_Pipe,
 };
 
 class CConduct

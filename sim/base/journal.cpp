@@ -56,7 +56,7 @@ void CJournal::Write(const char* format, ...)
     va_start(arguments, format);
     const std::string text = Format(format, arguments);
     va_end(arguments);
-    m_Capture.Add(Wire::Journal, {}, text.data(), text.size());
+    m_Capture.Add(Wire_Journal, {}, text.data(), text.size());
     Append(text);
 }
 

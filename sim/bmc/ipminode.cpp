@@ -80,7 +80,7 @@ class CIpmiNode : public IDevice
             address.lun > 3 || (request.msg.netfn & 1) != 0)
             return Errno(EINVAL);
         if (request.msg.data_len > MaxMessage) return Errno(EMSGSIZE);
-        Record(Direction::Request, request.msgid, request.msg.netfn, address.lun, request.msg);
+        Record(Direction_Request, request.msgid, request.msg.netfn, address.lun, request.msg);
         if (m_Faults.SendFails) {
             RecordText("The driver does not take the message");
             return Errno(EIO);
@@ -120,7 +120,7 @@ class CIpmiNode : public IDevice
         message.msg.cmd = answer.Command;
         if (!tooLong) message.msg.data_len = static_cast<unsigned short>(answer.Data.size());
         std::copy_n(answer.Data.begin(), message.msg.data_len, message.msg.data);
-        Record(Direction::Reply, answer.MessageId, answer.NetFunction, 0, message.msg);
+        Record(Direction_Reply, answer.MessageId, answer.NetFunction, 0, message.msg);
         if (answer.Type != IPMI_RESPONSE_RECV_TYPE) RecordText("It came as an event");
         if (m_Faults.Foreign) RecordText("Its message id is another one's");
         return tooLong ? Errno(EMSGSIZE) : 0;

@@ -42,7 +42,7 @@ __attribute__((constructor)) void WatchExit()
 
 std::vector<std::string> TakeComplaints()
 {
-    if (cruFd >= 0) CConduct::Instance().GiveBack(Held::Descriptor, cruFd);
+    if (cruFd >= 0) CConduct::Instance().GiveBack(Held_Descriptor, cruFd);
     return CConduct::Instance().Finish();
 }
 

@@ -57,7 +57,7 @@ DevicePointer FindDevice(int fd)
 
 void KeepDevice(int fd, DevicePointer device, const std::string& path, const void* caller)
 {
-    CConduct::Instance().Take(sim::Held::Descriptor, fd, caller, "opened " + path + " and did not close it");
+    CConduct::Instance().Take(sim::Held_Descriptor, fd, caller, "opened " + path + " and did not close it");
     OpenDevices& devices = OpenDevices::Instance();
     const std::lock_guard<std::mutex> lock(devices.Mutex);
     devices.ByDescriptor[fd] = std::move(device);
@@ -65,7 +65,7 @@ void KeepDevice(int fd, DevicePointer device, const std::string& path, const voi
 
 void ForgetDevice(int fd)
 {
-    CConduct::Instance().GiveBack(sim::Held::Descriptor, fd);
+    CConduct::Instance().GiveBack(sim::Held_Descriptor, fd);
     OpenDevices& devices = OpenDevices::Instance();
     decltype(devices.ByDescriptor)::node_type entry;  // goes away after the lock
     const std::lock_guard<std::mutex> lock(devices.Mutex);
@@ -293,7 +293,7 @@ ENTRY_POINT FILE* popen(const char* command, const char* mode)
         });
     FILE* pPipe = next(redirected.c_str(), mode);
     if (pPipe)
-        CConduct::Instance().Take(sim::Held::Pipe, reinterpret_cast<std::intptr_t>(pPipe), CALLER,
+        CConduct::Instance().Take(sim::Held_Pipe, reinterpret_cast<std::intptr_t>(pPipe), CALLER,
                                   "ran \"" + std::string(command) + "\" and did not close its pipe with pclose");
     return pPipe;
 }
@@ -301,6 +301,6 @@ ENTRY_POINT FILE* popen(const char* command, const char* mode)
 ENTRY_POINT int pclose(FILE* pipe)
 {
     NEXT(pclose);
-    CConduct::Instance().GiveBack(sim::Held::Pipe, reinterpret_cast<std::intptr_t>(pipe));
+    CConduct::Instance().GiveBack(sim::Held_Pipe, reinterpret_cast<std::intptr_t>(pipe));
     return next(pipe);
 }

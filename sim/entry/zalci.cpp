@@ -56,7 +56,7 @@ ZALCISTATUS ZalCiCreate(void*, ZALCIHANDLE* phChannel, ULONG SendEntries, ULONG 
         return Driver()->Create(*phChannel, {SendEntries, SendEntrySize}, {RecvEntries, RecvEntrySize});
     });
     if (status == ZalCiSuccess)
-        sim::CConduct::Instance().Take(sim::Held::Channel, reinterpret_cast<std::intptr_t>(*phChannel),
+        sim::CConduct::Instance().Take(sim::Held_Channel, reinterpret_cast<std::intptr_t>(*phChannel),
                                        __builtin_return_address(0), "created a channel and did not close it");
     return status;
 }
@@ -84,7 +84,7 @@ int ZalCiRecv(ZALCIHANDLE hChannel, void* pBuffer, int BufferSize, ZALCISTATUS* 
 
 ZALCISTATUS ZalCiClose(ZALCIHANDLE hChannel)
 {
-    sim::CConduct::Instance().GiveBack(sim::Held::Channel, reinterpret_cast<std::intptr_t>(hChannel));
+    sim::CConduct::Instance().GiveBack(sim::Held_Channel, reinterpret_cast<std::intptr_t>(hChannel));
     sim::CChannelDriver* pDriver = Driver();
     return pDriver ? pDriver->Close(hChannel) : ZalCiErrNoDriver;
 }

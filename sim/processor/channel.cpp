@@ -97,7 +97,7 @@ ZALCISTATUS CChannelDriver::Send(ZALCIHANDLE handle, const void* buffer, std::si
     const auto* pBytes = static_cast<const std::uint8_t*>(buffer);
     if (status == ZalCiSuccess) status = Enqueue(*pChannel, {pBytes, pBytes + size});
     if (status == ZalCiSuccess) m_Journal.GetCapture().NoteFault(pChannel->Requests.back().Faults);
-    Record(Direction::Request, pChannel, status, buffer, size);
+    Record(Direction_Request, pChannel, status, buffer, size);
     if (status == ZalCiSuccess) Process(*pChannel);
     return status;
 }
@@ -214,7 +214,7 @@ ZALCISTATUS CChannelDriver::Receive(ZALCIHANDLE handle, void* buffer, std::size_
         if (received < reply.Size) status = ZalCiErrPartialTransfer;
         m_Journal.GetCapture().NoteFault(reply.Faults);
     }
-    Record(Direction::Reply, pChannel, status, buffer, received);
+    Record(Direction_Reply, pChannel, status, buffer, received);
     if (comes) Process(*pChannel);
     return status;
 }
@@ -222,11 +222,11 @@ ZALCISTATUS CChannelDriver::Receive(ZALCIHANDLE handle, void* buffer, std::size_
 void CChannelDriver::Record(Direction direction, const Channel* pChannel, ZALCISTATUS status, const void* packet,
                             std::size_t size)
 {
-    m_Journal.GetCapture().Add(Wire::Channel, {direction, static_cast<DWORD>(status), pChannel ? pChannel->Number : 0},
+    m_Journal.GetCapture().Add(Wire_Channel, {direction, static_cast<DWORD>(status), pChannel ? pChannel->Number : 0},
                                packet, size);
     if (!m_Journal.RecordsPackets()) return;
     const SMIFHDR header = HeaderOf(packet, size);
-    const char* pszDirection = direction == Direction::Request ? "send" : "recv";
+    const char* pszDirection = direction == Direction_Request ? "send" : "recv";
     if (size == 0)
         m_Journal.WritePacket("packet %s command=- status=%d sequence=- length=0 bytes=-", pszDirection, status);
     else

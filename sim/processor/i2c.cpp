@@ -62,9 +62,9 @@ bool CI2CBuses::Transfer(int bus, int address, const I2CDevice::Bytes& write, I2
     const CAPTURE_I2C start = {static_cast<BYTE>(bus), static_cast<WORD>(address), static_cast<BYTE>(read.size())};
     std::string request(reinterpret_cast<const char*>(&start), sizeof start);
     request.append(write.begin(), write.end());
-    m_Capture.AddRequest(Wire::I2C, 0, request.data(), request.size());
+    m_Capture.AddRequest(Wire_I2C, 0, request.data(), request.size());
     const bool done = Acknowledges(bus, address, write, read);
-    m_Capture.AddReply(Wire::I2C, 0, done ? 0 : 1, read.data(), done ? read.size() : 0);
+    m_Capture.AddReply(Wire_I2C, 0, done ? 0 : 1, read.data(), done ? read.size() : 0);
     return done;
 }
 

@@ -116,19 +116,19 @@ bool CFlashPart::IsSelected() const
 void CFlashPart::Record(FlashOperation operation, Direction direction, DWORD status, const void* bytes,
                         std::size_t size) const
 {
-    m_Journal.GetCapture().Add(Wire::FlashTable, {direction, status, 0, static_cast<DWORD>(operation)}, bytes, size);
+    m_Journal.GetCapture().Add(Wire_FlashTable, {direction, status, 0, static_cast<DWORD>(operation)}, bytes, size);
 }
 
 void CFlashPart::Select(const std::string& name)
 {
     m_Selected = name;
-    Record(FlashOperation::Select, Direction::Request, 0, name.data(), name.size());
+    Record(FlashOperation_Select, Direction_Request, 0, name.data(), name.size());
 }
 
 TABLE_QUERY_RESULT CFlashPart::Query() const
 {
     const TABLE_QUERY_RESULT result = Find();
-    Record(FlashOperation::Query, Direction::Reply, 0, &result, sizeof result);
+    Record(FlashOperation_Query, Direction_Reply, 0, &result, sizeof result);
     return result;
 }
 
@@ -153,7 +153,7 @@ bool CFlashPart::ReadHeader(void* buffer) const
     if (!buffer || !IsSelected()) return false;
     const DWORD size = Find().HeaderSize;
     std::memcpy(buffer, m_Running.BiosArea.data() + m_Running.Header->Offset, size);
-    Record(FlashOperation::ReadHeader, Direction::Reply, 0, buffer, size);
+    Record(FlashOperation_ReadHeader, Direction_Reply, 0, buffer, size);
     return true;
 }
 
@@ -161,14 +161,14 @@ bool CFlashPart::ReadTable(void* buffer) const
 {
     if (!buffer || !IsSelected()) return false;
     std::copy(m_Table.begin(), m_Table.end(), static_cast<std::uint8_t*>(buffer));
-    Record(FlashOperation::ReadTable, Direction::Reply, 0, buffer, m_Table.size());
+    Record(FlashOperation_ReadTable, Direction_Reply, 0, buffer, m_Table.size());
     return true;
 }
 
 bool CFlashPart::WriteTable(const void* table, std::size_t size)
 {
     const bool takes = table && IsSelected() && size == m_Table.size();
-    Record(FlashOperation::WriteTable, Direction::Request, takes ? 0 : 1, table, table ? size : 0);
+    Record(FlashOperation_WriteTable, Direction_Request, takes ? 0 : 1, table, table ? size : 0);
     m_Journal.Write("flash write-table size=%zu%s", size, takes ? "" : " refused");
     if (!takes) return false;
     const auto* pBytes = static_cast<const std::uint8_t*>(table);
@@ -183,7 +183,7 @@ void CFlashPart::Initialize()
 
 void CFlashPart::CorruptNvram()
 {
-    Record(FlashOperation::CorruptNvram, Direction::Request, 0, nullptr, 0);
+    Record(FlashOperation_CorruptNvram, Direction_Request, 0, nullptr, 0);
     m_Journal.Write("flash corrupt-nvram");
 }
 
@@ -196,10 +196,10 @@ void CFlashPart::Execute(TABLE_EXEC_REQUEST& request)
     const char* pszName = request.TableNumber <= FlashTable_OsCleanup ? szTableNames[request.TableNumber] : "unknown";
     m_Journal.Write("flash start table=%u name=%s size=%u sps=%d", request.TableNumber, pszName, request.BufferSize,
                     request.IsSpsFlash);
-    Record(FlashOperation::Execute, Direction::Request, 0, &request, sizeof request);
+    Record(FlashOperation_Execute, Direction_Request, 0, &request, sizeof request);
     request.Status = Run(request);
     Save();
-    Record(FlashOperation::Execute, Direction::Reply, request.Status, &request, sizeof request);
+    Record(FlashOperation_Execute, Direction_Reply, request.Status, &request, sizeof request);
     m_Journal.Write("flash end table=%u name=%s status=%u", request.TableNumber, pszName, request.Status);
 }
 

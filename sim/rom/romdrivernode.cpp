@@ -23,14 +23,14 @@ class CRomDriver : public IDevice
         const bool asks = request == RomDriverRequest_Version && argument;
         const _pmemRead read = reads ? *static_cast<const _pmemRead*>(argument) : _pmemRead();
         const auto operation = static_cast<DWORD>(request);
-        m_Capture.AddRequest(Wire::RomDriver, operation, &read, reads ? sizeof read : 0);
+        m_Capture.AddRequest(Wire_RomDriver, operation, &read, reads ? sizeof read : 0);
         NoteFault();
         const int result = Answer(request, argument);
         const int error = errno;
         if (result != 0)
-            m_Capture.AddReply(Wire::RomDriver, operation, static_cast<DWORD>(error), nullptr, 0);
+            m_Capture.AddReply(Wire_RomDriver, operation, static_cast<DWORD>(error), nullptr, 0);
         else
-            m_Capture.AddReply(Wire::RomDriver, operation, 0, reads ? BufferOf(read) : argument,
+            m_Capture.AddReply(Wire_RomDriver, operation, 0, reads ? BufferOf(read) : argument,
                                reads  ? read.readSize
                                : asks ? sizeof(_versioninfo)
                                       : 0);

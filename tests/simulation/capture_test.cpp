@@ -47,7 +47,7 @@ TEST(Capture, IsWholeWhileProcessesThatWriteItAreKilled)
         writers.push_back(fork());
         if (writers.back() != 0) continue;
         for (std::size_t size = 1000 * writer;; size = (size + 997) % bytes.size())
-            capture.AddRequest(sim::Wire::Channel, 0, bytes.data(), size);
+            capture.AddRequest(sim::Wire_Channel, 0, bytes.data(), size);
     }
     // Each of them is killed in the middle of its work, while those after it go on.
     for (const pid_t writer : writers) {
@@ -57,7 +57,7 @@ TEST(Capture, IsWholeWhileProcessesThatWriteItAreKilled)
         waitpid(writer, nullptr, 0);
     }
     capture.NoteFault("a.fault");
-    capture.AddReply(sim::Wire::I2C, 0, 1, nullptr, 0);
+    capture.AddReply(sim::Wire_I2C, 0, 1, nullptr, 0);
 
     const std::string written = ReadFile(file);
     const std::map<DWORD, int> blocks = CountBlocks(written);

@@ -515,7 +515,7 @@ TEST_F(Zaldeploy, LeavesAServerAloneThatAnotherProgramWorksOn)
     UseRack();
     fs::create_directory(m_Server.Path() / "run");
     CServerLock lock;
-    ASSERT_EQ(CServerLock::State::Held, lock.Take("/bin/other\n", m_Server.Path().string()));
+    ASSERT_EQ(CServerLock::State_Held, lock.Take("/bin/other\n", m_Server.Path().string()));
     const std::string holder = "/bin/other? (process " + std::to_string(getpid()) +
                                ") has been working on the firmware of this server since 20";
     EXPECT_EQ(8, RunOnServer("install --yes '" PACKAGES "/devicefw'"));

@@ -31,10 +31,10 @@ void CheckQuestion(const DeployOptions& options);
 int InstallOffers(Session& session, Offers& offers, const char* schema);
 
 // What becomes of the copy of a package that is offered.
-enum class Copies
+enum Copies
 {
-    Keep,  // until it is installed
-    Drop,  // when it was asked
+    Copies_Keep,  // until it is installed
+    Copies_Drop,  // when it was asked
 };
 
 // What packages offer, as far as --only does not leave it out. show is called as soon as one has answered.

@@ -13,7 +13,7 @@ const int MaxLength = 64 << 10;  // bytes of a text
 CDatabase::CDatabase(const std::filesystem::path& file, Access access)
 {
     sqlite3* pDatabase = nullptr;
-    const int flags = SQLITE_OPEN_READWRITE | (access == Access::Create ? SQLITE_OPEN_CREATE : 0);
+    const int flags = SQLITE_OPEN_READWRITE | (access == Access_Create ? SQLITE_OPEN_CREATE : 0);
     const int status = sqlite3_open_v2(file.c_str(), &pDatabase, flags, nullptr);
     m_pDatabase.reset(pDatabase);
     if (status != SQLITE_OK) throw DatabaseError(sqlite3_errstr(status));

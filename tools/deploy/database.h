@@ -18,10 +18,10 @@ class DatabaseError : public std::runtime_error
 class CDatabase
 {
   public:
-    enum class Access
+    enum Access
     {
-        Existing,  // for writing where the file lets, else for reading
-        Create,
+        Access_Existing,  // for writing where the file lets, else for reading
+        Access_Create,
     };
 
     // Waits at most five seconds for another process that writes. What is committed is on the disk, and so is that it

@@ -68,9 +68,9 @@ bool Lives(const std::string& processName)
 
 HistoryState StateOf(const std::string& result, const std::string& writer)
 {
-    if (result == Waiting) return HistoryState::Waiting;
-    if (result != Interrupted) return HistoryState::Ended;
-    return Lives(writer) ? HistoryState::Running : HistoryState::Interrupted;
+    if (result == Waiting) return HistoryState_Waiting;
+    if (result != Interrupted) return HistoryState_Ended;
+    return Lives(writer) ? HistoryState_Running : HistoryState_Interrupted;
 }
 
 HistoryEntry ReadEntry(const CStatement& row)
@@ -102,7 +102,7 @@ bool Prepare(CDatabase& database, CDatabase::Access access)
         CStatement statement(database, "PRAGMA user_version");
         return statement.Step() ? statement.Number(0) : 0;
     };
-    if (access == CDatabase::Access::Create && format() == 0) {
+    if (access == CDatabase::Access_Create && format() == 0) {
         CTransaction transaction(database);
         if (format() == 0) {
             database.Execute(CreateTable);
@@ -141,10 +141,10 @@ bool CHistory::Open(CDatabase::Access access)
 {
     if (m_Database) return true;
     const fs::file_type type = fs::status(m_File).type();
-    if (type == fs::file_type::not_found && access == CDatabase::Access::Existing) return false;
+    if (type == fs::file_type::not_found && access == CDatabase::Access_Existing) return false;
     if (type != fs::file_type::not_found && type != fs::file_type::regular)
         throw DatabaseError("it is no regular file");
-    if (access == CDatabase::Access::Create) MakeSyncedFolder(m_File.parent_path());
+    if (access == CDatabase::Access_Create) MakeSyncedFolder(m_File.parent_path());
     CDatabase database(m_File, access);
     if (!Prepare(database, access)) return false;
     m_Database = std::move(database);
@@ -154,7 +154,7 @@ bool CHistory::Open(CDatabase::Access access)
 std::vector<HistoryEntry> CHistory::Read(const std::string& condition, const std::vector<std::string>& parameters)
 {
     std::vector<HistoryEntry> entries;
-    if (!Open(CDatabase::Access::Existing)) return entries;
+    if (!Open(CDatabase::Access_Existing)) return entries;
     CStatement statement(*m_Database, Select + condition + NewestFirst);
     for (const std::string& parameter : parameters) statement.Bind(parameter);
     while (statement.Step()) entries.push_back(ReadEntry(statement));
@@ -165,7 +165,7 @@ long long CHistory::Begin(const Offer& offer)
 {
     long long row = 0;
     Try([&] {
-        Open(CDatabase::Access::Create);
+        Open(CDatabase::Access_Create);
         const Discovery& found = offer.Found;
         CStatement insert(*m_Database,
                           "INSERT INTO history (time, product, serial, component, device, product_id, package,"
@@ -218,7 +218,7 @@ void CHistory::Complete(long long row, const Offer& offer, const std::string& lo
 // True when what it waits for has happened.
 bool CHistory::IsOver(const HistoryEntry& entry) const
 {
-    return entry.State == HistoryState::Waiting && !entry.Boot.empty() && !m_Server.Boot.empty() &&
+    return entry.State == HistoryState_Waiting && !entry.Boot.empty() && !m_Server.Boot.empty() &&
            entry.Boot != m_Server.Boot;
 }
 
@@ -229,7 +229,7 @@ void CHistory::SettleRow(const HistoryEntry& entry, const Discovery& found)
     std::string result = entry.Result;
     std::string message = entry.Message;
     int status = entry.Status;
-    if (entry.State == HistoryState::Waiting) {
+    if (entry.State == HistoryState_Waiting) {
         result = ToText(runs ? Result_Installed : Result_Failed);
         status = runs ? DeployStatus_Well : DeployStatus_Failed;
         if (!runs) message += " Yet the device runs " + found.Current + " after the restart.";
@@ -254,8 +254,8 @@ std::optional<HistoryEntry> CHistory::Settle(const Discovery& found)
     Try([&] {
         for (const HistoryEntry& entry : Read(std::string(OfServer) + OfDevice + IsUnfinished,
                                               {m_Server.Product, m_Server.Serial, found.Device, found.ProductId})) {
-            if (entry.State == HistoryState::Running) continue;
-            if (entry.State == HistoryState::Waiting && !IsOver(entry) && !Runs(found, entry.OfferedVersion))
+            if (entry.State == HistoryState_Running) continue;
+            if (entry.State == HistoryState_Waiting && !IsOver(entry) && !Runs(found, entry.OfferedVersion))
                 waiting = entry;
             else
                 SettleRow(entry, found);

@@ -12,18 +12,18 @@
 #include "tools/deploy/options.h"
 
 // How far an installation has come.
-enum class HistoryState
+enum HistoryState
 {
-    Running,      // by a process that lives
-    Interrupted,  // it did not get to its end: a power cut, a crash of zaldeploy
-    Waiting,      // for a restart, after which discovery tells what came of it
-    Ended,
+    HistoryState_Running,      // by a process that lives
+    HistoryState_Interrupted,  // it did not get to its end: a power cut, a crash of zaldeploy
+    HistoryState_Waiting,      // for a restart, after which discovery tells what came of it
+    HistoryState_Ended,
 };
 
 struct HistoryEntry
 {
     long long Row = 0;
-    HistoryState State = HistoryState::Ended;
+    HistoryState State = HistoryState_Ended;
     std::string Time;  // when it began, UTC
     std::string Product;
     std::string Serial;

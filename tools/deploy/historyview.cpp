@@ -12,12 +12,12 @@ using Json = nlohmann::ordered_json;
 
 bool Waits(const HistoryEntry& entry)
 {
-    return entry.State == HistoryState::Waiting;
+    return entry.State == HistoryState_Waiting;
 }
 
 const char* ResultText(const HistoryEntry& entry)
 {
-    return entry.State == HistoryState::Running ? "running" : entry.Result.c_str();
+    return entry.State == HistoryState_Running ? "running" : entry.Result.c_str();
 }
 
 // "2026-11-25 10:15" of "2026-11-25T10:15:00Z".
@@ -40,7 +40,7 @@ std::string Sentence(const HistoryEntry& entry)
     if (Waits(entry))
         return entry.Component + ": " + entry.OfferedVersion + " was installed on " + since +
                " and takes effect when the server is restarted.";
-    if (entry.State == HistoryState::Running)
+    if (entry.State == HistoryState_Running)
         return "An installation is running since " + since + ": " + Subject(entry) + ".";
     return "An installation was interrupted: " + Subject(entry) + ", begun on " + since +
            ". The device may be half written: install it again, and do not restart the server before.";

@@ -125,6 +125,6 @@ int RunInstall(const DeployOptions& options)
 {
     CheckQuestion(options);
     Session session(options);
-    Offers offers = ShowPackages(session, Copies::Keep);
+    Offers offers = ShowPackages(session, Copies_Keep);
     return InstallOffers(session, offers, "zaldeploy.install");
 }

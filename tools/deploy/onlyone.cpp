@@ -35,16 +35,16 @@ CServerLock LockServer(const DeployOptions& options)
     const std::string root = Root(options);
     const auto limit = Clock::now() + std::chrono::duration<double>(options.Wait);
     CServerLock::State state = lock.Take("zaldeploy", root);
-    if (state == CServerLock::State::Busy && options.Wait > 0)
+    if (state == CServerLock::State_Busy && options.Wait > 0)
         std::fprintf(stderr, "zaldeploy: %s. Waiting until it ends ...\n", lock.Problem().c_str());
-    while (state == CServerLock::State::Busy && Clock::now() < limit) {
+    while (state == CServerLock::State_Busy && Clock::now() < limit) {
         poll(nullptr, 0, WaitStep);
         state = lock.Take("zaldeploy", root);
     }
-    if (state == CServerLock::State::Busy)
+    if (state == CServerLock::State_Busy)
         throw CServerBusy(lock.Problem() +
                           ". Nothing was done. Run zaldeploy again when that has ended, or with --wait");
-    if (state == CServerLock::State::NoPlace) throw std::runtime_error(lock.Problem() + ". Nothing was done");
+    if (state == CServerLock::State_NoPlace) throw std::runtime_error(lock.Problem() + ". Nothing was done");
     lock.Share();
     return lock;
 }

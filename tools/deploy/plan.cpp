@@ -95,7 +95,7 @@ class CLoader
 void DropCopies(Offers& offers, Copies copies)
 {
     for (Offer& offer : offers)
-        if (copies == Copies::Drop || !offer.IsOffered()) offer.Package.pCopy.reset();
+        if (copies == Copies_Drop || !offer.IsOffered()) offer.Package.pCopy.reset();
 }
 
 }  // namespace
@@ -141,7 +141,7 @@ Offers ShowPackages(Session& session, Copies copies)
 int RunPlan(const DeployOptions& options)
 {
     Session session(options);
-    const Offers offers = ShowPackages(session, Copies::Drop);
+    const Offers offers = ShowPackages(session, Copies_Drop);
     ShowAdvice(session, offers);
     if (options.Json) PrintJson(ToJson("zaldeploy.plan", session, offers));
     return WorstStatus(offers);

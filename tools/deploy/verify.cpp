@@ -58,7 +58,7 @@ int RunVerify(const DeployOptions& options)
     Session session(options);
     bool begun = false;
     Offers offers =
-        AskPackages(session, Copies::Drop, [&](const Offer& offer) { ShowRow(session.Screen, offer, begun); });
+        AskPackages(session, Copies_Drop, [&](const Offer& offer) { ShowRow(session.Screen, offer, begun); });
     for (Offer& offer : offers) Verify(offer);
     ShowEnd(session, offers);
     if (options.Json) PrintJson(ToJson("zaldeploy.verify", session, offers));
