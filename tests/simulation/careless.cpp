@@ -5,8 +5,11 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "util.h"
 #include "zalci.h"
 #include "zalftbl.h"
+
+CStr g_InstallLocalDir;
 
 int main(int argc, char** argv)
 {
