@@ -75,6 +75,8 @@ in_enum && /}/ { in_enum = 0; next }
 in_enum && match($0, /^[[:space:]]*[A-Za-z0-9_]+ = -?(0x)?[0-9A-Fa-f]+/) {
     split(trim(substr($0, RSTART, RLENGTH)), names, " = ")
     if (enumeration == "") { enumeration = names[1]; sub(/_.*/, "", enumeration) }
+    # What captures know is shown without the type: Execute, not FlashOperation_Execute.
+    if (FILENAME ~ /capture\.h$/) sub("^" enumeration "_", "", names[1])
     if (!(enumeration in values)) order_enums[++enum_count] = enumeration
     constant[names[1]] = names[2]
     if (names[2] ~ /^-/) names[2] = "0x100000000 " names[2]
