@@ -46,20 +46,19 @@ bool SyncFolder(const std::string& folder)
     return CFile(folder, O_RDONLY | O_DIRECTORY).Sync();
 }
 
-// The text as a part of a file's name.
-std::string NamePart(std::string text)
+std::string ImageName(const std::string& device, const std::string& version, const void* bytes, int size)
+{
+    return KeptNamePart(device) + "_" + KeptNamePart(version) + "_" + KeepChecksum(bytes, size) + ImageEnd;
+}
+
+}  // namespace
+
+std::string KeptNamePart(std::string text)
 {
     for (char& c : text)
         if (!std::isalnum(static_cast<unsigned char>(c)) && c != '.') c = '-';
     return text;
 }
-
-std::string ImageName(const std::string& device, const std::string& version, const void* bytes, int size)
-{
-    return NamePart(device) + "_" + NamePart(version) + "_" + KeepChecksum(bytes, size) + ImageEnd;
-}
-
-}  // namespace
 
 std::string CKeptImages::Path(const std::string& file) const
 {
@@ -68,7 +67,7 @@ std::string CKeptImages::Path(const std::string& file) const
 
 bool CKeptImages::Begin(const std::string& device, const std::string& version, const void* bytes, int size)
 {
-    const std::string note = NamePart(device) + NoteEnd;
+    const std::string note = KeptNamePart(device) + NoteEnd;
     m_Image = Interrupted(device);
     if (access(Path(note).c_str(), F_OK) != 0) {
         if (!MakeFolder()) return Fail();
@@ -81,13 +80,13 @@ bool CKeptImages::Begin(const std::string& device, const std::string& version, c
 
 void CKeptImages::End(const std::string& device)
 {
-    if (unlink(Path(NamePart(device) + NoteEnd).c_str()) == 0) SyncFolder(m_Folder);
+    if (unlink(Path(KeptNamePart(device) + NoteEnd).c_str()) == 0) SyncFolder(m_Folder);
 }
 
 std::string CKeptImages::Interrupted(const std::string& device) const
 {
     int size = 0;
-    const std::unique_ptr<char[]> pNote = ReadKept(Path(NamePart(device) + NoteEnd), MaxNoteSize, size);
+    const std::unique_ptr<char[]> pNote = ReadKept(Path(KeptNamePart(device) + NoteEnd), MaxNoteSize, size);
     const std::string image = pNote ? std::string(pNote.get(), static_cast<std::size_t>(size)) : "";
     return !KeptChecksum(image).empty() && access(Path(image).c_str(), R_OK) == 0 ? image : "";
 }

@@ -44,6 +44,9 @@ class CKeptImages
     std::string m_ErrorMessage;
 };
 
+// The text, of a device or a version, as a part of a kept file's name.
+std::string KeptNamePart(std::string text);
+
 // The checksum of an image, and the one that a kept image's name tells; empty where it tells none.
 std::string KeepChecksum(const void* bytes, int size);
 std::string KeptChecksum(const std::string& file);

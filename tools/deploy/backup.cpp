@@ -5,12 +5,12 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
 #include <vector>
 
+#include "host/keep.h"
 #include "support/files.h"
 #include "support/printable.h"
 #include "support/syncfolder.h"
@@ -28,14 +28,6 @@ const char* const ImageEnd = ".bin";
 fs::path BackupFolder(const DeployOptions& options)
 {
     return RootFolder(options) / "var/lib/flashlib/backup";
-}
-
-// The text as a part of a file's name there.
-std::string NamePart(std::string text)
-{
-    for (char& c : text)
-        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '.') c = '-';
-    return text;
 }
 
 fs::path PackageFolder(const fs::path& folder, const std::string& device)
@@ -83,7 +75,7 @@ void Replace(const fs::path& made, const fs::path& folder)
 
 void KeepPackage(const DeployOptions& options, const Offer& offer)
 {
-    const fs::path folder = PackageFolder(BackupFolder(options), NamePart(offer.Found.Device));
+    const fs::path folder = PackageFolder(BackupFolder(options), KeptNamePart(offer.Found.Device));
     const fs::path made = folder.string() + ".new";
     fs::remove_all(made);
     try {
@@ -106,7 +98,8 @@ Backup FindBackup(const DeployOptions& options, const std::string& name)
     const std::vector<std::string> all = Images(folder);
     std::vector<std::string> found;
     for (const std::string& image : all)
-        if (image == name || strcasecmp(DeviceOf(image).c_str(), NamePart(name).c_str()) == 0) found.push_back(image);
+        if (image == name || strcasecmp(DeviceOf(image).c_str(), KeptNamePart(name).c_str()) == 0)
+            found.push_back(image);
     if (found.empty())
         throw std::runtime_error("nothing is kept of " + name + " in " + folder.string() +
                                  (all.empty() ? "" : "; kept are: " + Listed(all)));

@@ -30,9 +30,7 @@ std::string Quoted(const std::string& argument)
         }
         return octal + "'";
     }
-    std::string quoted = "'";
-    for (char c : argument) quoted += c == '\'' ? "'\\''" : std::string(1, c);
-    return quoted + "'";
+    return ShellWord(argument);
 }
 
 int CountOffered(const Offers& offers)
@@ -63,7 +61,8 @@ bool IsWanted(Session& session, int count)
 {
     if (session.Options.Yes) return true;
     const std::string updates = count == 1 ? "this update" : "these " + std::to_string(count) + " updates";
-    session.Screen.Ask("Install " + updates + " on " + ServerName(session.Server) + "? [y/N]");
+    const std::string what = session.Options.Restored.empty() ? "Install " + updates : "Put the old firmware back";
+    session.Screen.Ask(what + " on " + ServerName(session.Server) + "? [y/N]");
     std::string answer;
     if (!session.Runner.WaitForInput(STDIN_FILENO)) {
         session.Screen.Print("");

@@ -12,7 +12,17 @@ namespace
 
 const int DurationFactor = 10;  // how much longer than expected an installation may take
 
-const char* const InstallAgain = "Do not restart the server; run zaldeploy install again.";
+// The command to give once more.
+std::string SameCommand(const Offer& offer)
+{
+    return std::string("zaldeploy ") + (offer.Package.Restored.empty() ? "install" : "restore");
+}
+
+// What to do about a device that may be half written.
+std::string TryAgain(const Offer& offer)
+{
+    return "Do not restart the server; run " + SameCommand(offer) + " again.";
+}
 
 void End(Offer& offer, Result result, int status)
 {
@@ -66,7 +76,7 @@ void Verify(Offer& offer, const Offer& after)
         message += " What the device runs now can't be read: " + after.Why;
         return End(offer, Result_NotVerified, DeployStatus_Unknown);
     }
-    message += " Yet the device runs " + after.Found.Current + ". " + InstallAgain;
+    message += " Yet the device runs " + after.Found.Current + ". " + TryAgain(offer);
     End(offer, Result_Failed, DeployStatus_Failed);
 }
 
@@ -93,11 +103,11 @@ void JudgeEnd(Offer& offer, const InstallerRun& run)
     if (run.Process.End == ProcessEnd_NotStarted)
         message += " Nothing was installed. Get the package anew; if that does not help, tell its maker.";
     else if (offer.Outcome->Left == Left_Untouched)
-        message += " The device was not touched. Run zaldeploy install again.";
+        message += " The device was not touched. Run " + SameCommand(offer) + " again.";
     else if (run.Process.End == ProcessEnd_StillRuns)
         message += " The device may be half written. Do not restart the server before its maker is asked.";
     else
-        message += std::string(" The device may be half written. ") + InstallAgain;
+        message += " The device may be half written. " + TryAgain(offer);
     End(offer, Result_Failed, DeployStatus_Failed);
 }
 
