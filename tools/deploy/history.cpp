@@ -37,8 +37,9 @@ const char* const NewestFirst = " ORDER BY id DESC LIMIT 1000";
 
 const char* const OfServer = "product = ? AND serial = ? ";
 const char* const OfDevice = "AND device = ? AND product_id = ? ";
-const char* const IsUnfinished =
-    "AND (result = 'waiting for restart' OR (result = 'interrupted' AND to_version <> offered_version AND NOT EXISTS"
+const std::string IsUnfinished =
+    std::string("AND (result = '") + Waiting + "' OR (result = '" + Interrupted +
+    "' AND to_version <> offered_version AND NOT EXISTS"
     " (SELECT 1 FROM history AS later WHERE later.id > one.id AND later.product = one.product AND"
     "  later.serial = one.serial AND later.device = one.device AND later.product_id = one.product_id)))";
 

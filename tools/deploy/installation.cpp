@@ -83,9 +83,10 @@ void Verify(Offer& offer, const Offer& after)
 // What to make of an installer that did nothing, because the device needs nothing: true when that is so.
 bool RunsAlready(const Offer& offer, const InstallerRun& run, const Offer& after)
 {
-    if (run.Process.Status == ReturnCodeTargetCurrent) return after.Found.Word == Action_Rewrite;
+    const Action word = after.Found.Word.value_or(Action_Skip);
+    if (run.Process.Status == ReturnCodeTargetCurrent) return word == Action_Rewrite;
     return run.Process.Status == ReturnCodeTargetNewer && offer.Found.Word == Action_Upgrade &&
-           (after.Found.Word == Action_Rewrite || after.Found.Word == Action_Downgrade);
+           (word == Action_Rewrite || word == Action_Downgrade);
 }
 
 void JudgeStatus(Offer& offer, const InstallerRun& run, const Offer& after)
