@@ -58,7 +58,8 @@ function(add_package name image)
         VERBATIM)
     add_custom_command(
         OUTPUT ${folder}/libflash.so.1
-        COMMAND ${CMAKE_STRIP} -S -o ${folder}/libflash.so.1 $<TARGET_FILE:FlashLib::FlashLib>
+        COMMAND ${CMAKE_STRIP} --strip-unneeded -o ${folder}/libflash.so.1 $<TARGET_FILE:FlashLib::FlashLib>
+        COMMAND chmod 644 ${folder}/libflash.so.1
         DEPENDS $<TARGET_FILE:FlashLib::FlashLib>
         VERBATIM)
     set(files ${folder}/libflash.so.1 ${folder}/${image} ${folder}/${description} ${folder}/settings.ini)

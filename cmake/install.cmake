@@ -12,6 +12,7 @@
 #   share/flashlib/template/    what flashlib-new-component fills in
 #   share/flashlib/wireshark/   what shows captures in Wireshark
 #   share/man/man1/             manual pages
+#   share/doc/flashlib/         changes, and the licences of what is linked in
 
 # The debug information stays in the build folder.
 install(CODE "set(CMAKE_INSTALL_DO_STRIP ON)")
@@ -40,7 +41,7 @@ if(FLASHLIB_SIMULATOR)
     install(TARGETS zalsimlib LIBRARY DESTINATION lib/flashlib)
     install(DIRECTORY sim/servers DESTINATION share/flashlib FILES_MATCHING PATTERN server.json)
     install_programs(zalsim)
-    install(DIRECTORY ${PROJECT_BINARY_DIR}/man/ DESTINATION share/man/man1)
+    install(DIRECTORY ${PROJECT_BINARY_DIR}/man/ DESTINATION share/man/man1 FILES_MATCHING PATTERN "*.gz")
 endif()
 if(FLASHLIB_TOOLS)
     install_programs(mkdevice mkpackage mkrom zaldeploy zalfaults zalrule)
@@ -78,6 +79,22 @@ if(NOT PROJECT_IS_TOP_LEVEL)
     return()
 endif()
 
+# What Debian wants beside them.
+set(CPACK_PACKAGE_CONTACT "FlashLib developers <flashlib@example.org>")
+string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/debian/changelog @ONLY CONTENT "flashlib (@PROJECT_VERSION@) unstable; urgency=medium
+
+  * CHANGELOG.md tells what is new.
+
+ -- @CPACK_PACKAGE_CONTACT@  @date@
+")
+execute_process(COMMAND gzip -9nf ${PROJECT_BINARY_DIR}/debian/changelog COMMAND_ERROR_IS_FATAL ANY)
+install(FILES ${PROJECT_BINARY_DIR}/debian/changelog.gz cmake/debian/copyright CHANGELOG.md
+    DESTINATION share/doc/flashlib)
+if(FLASHLIB_32BIT)
+    install(FILES cmake/debian/lintian-overrides DESTINATION share/lintian/overrides RENAME flashlib)
+endif()
+
 # The packages. Programs may need all that the C and C++ run-time of the building machine has.
 execute_process(COMMAND getconf GNU_LIBC_VERSION OUTPUT_VARIABLE glibc OUTPUT_STRIP_TRAILING_WHITESPACE)
 string(REPLACE "glibc " "" glibc "${glibc}")
@@ -85,10 +102,15 @@ string(REGEX MATCH "^[0-9]+" gcc ${CMAKE_CXX_COMPILER_VERSION})
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_GENERATOR DEB TGZ)
 set(CPACK_PACKAGE_NAME flashlib)
-set(CPACK_PACKAGE_CONTACT "FlashLib developers")
+set(CPACK_PACKAGE_DESCRIPTION "The library that component installers are linked with, sample components, and
+a simulated server on which installers run unmodified. For operators it has
+zaldeploy, which brings a server's firmware up to date from signed component
+packages.")
 set(CPACK_SYSTEM_NAME ${CMAKE_SYSTEM_PROCESSOR})
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION devel)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/shlibs ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= ${glibc}), libstdc++6 (>= ${gcc}), libgcc-s1")
 if(FLASHLIB_32BIT)
     set(CPACK_SYSTEM_NAME i386)

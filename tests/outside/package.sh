@@ -76,8 +76,36 @@ case "$(readelf -h "$prefix/lib/libflash.so.1")" in
         mode=ON
         ar p "$work"/packages/*.deb control.tar.gz | tar -xzO ./control | grep -qx 'Architecture: i386' ||
             fail "the .deb is for another architecture"
+        if command -v lintian >/dev/null; then
+            lintian --allow-root --show-overrides "$work"/packages/*.deb >"$work/lintian" 2>&1 || true
+            ! grep '^E:' "$work/lintian" >&2 || fail "lintian finds errors in the .deb"
+            [ "$(grep '^O:' "$work/lintian")" = "O: flashlib: embedded-library expat [usr/lib/libzalxml.so]" ] ||
+                fail "lintian's overrides are: $(cat "$work/lintian")"
+        fi
         ;;
 esac
+for program in "$prefix"/bin/*; do
+    [ -s "$prefix/share/man/man1/${program##*/}.1.gz" ] || fail "${program##*/} has no manual page"
+done
+
+# In a system of its own the .deb is installed, upgraded and removed, and leaves alone what was made meanwhile.
+root=$work/root
+dpkg_there() {
+    quietly dpkg --root="$root" --log="$work/dpkg.log" --force-not-root --force-bad-path --force-depends \
+        --force-architecture "$@"
+}
+made() { (cd "$root" && find etc var/lib/flashlib ! -type d -exec cksum {} +); }
+mkdir -p "$root/var/lib/dpkg/info" "$root/var/lib/dpkg/updates" "$root/etc/flashlib/trusted.d"
+: >"$root/var/lib/dpkg/status"
+dpkg_there --install "$work"/packages/*.deb
+cp "$outside/author.pub" "$root/etc/flashlib/trusted.d/"
+mkdir -p "$root/var/lib/flashlib/backup"
+cp "$outside/cmake/server/vrl.bin" "$root/var/lib/flashlib/backup/P70_2.30.bin"
+made >"$work/made"
+dpkg_there --install "$work"/packages/*.deb
+dpkg_there --purge flashlib
+[ ! -e "$root/usr" ] || fail "dpkg leaves $(find "$root/usr")"
+made | diff "$work/made" - || fail "dpkg takes away what is not the package's"
 
 # The library alone, inside another project.
 parent=$work/parent

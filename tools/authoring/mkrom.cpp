@@ -20,7 +20,7 @@ int Make(int argc, char** argv)
     sim::RomDescription rom = {"", "", "", "SYSTEM ROM"};
     std::size_t size = 1048576;
     std::string image;
-    app.add_option("--family", rom.Family)->required();
+    app.add_option("--family", rom.Family, "e.g. P70")->required();
     app.add_option("--firmware-version", rom.Version, "e.g. 2.40")->required();
     app.add_option("--date", rom.Date, "e.g. 03/15/2021")->required();
     app.add_option("--size", size, "bytes")->check(CLI::Range(sim::BiosAreaSize, sim::MaxRomSize));
