@@ -107,13 +107,14 @@ bool CKeptImages::MakeFolder() const
     return ours;
 }
 
-// What is there already need not be written again, which a full disk could not take.
+// What is there already need not be written again, which a full disk could not take; its time says that it is the last
+// one that was kept.
 bool CKeptImages::Keep(const std::string& name, const void* bytes, int size) const
 {
     int keptSize = 0;
     const std::unique_ptr<char[]> pKept = ReadKept(Path(name), size, keptSize);
     const bool kept = pKept && keptSize == size && std::memcmp(pKept.get(), bytes, static_cast<std::size_t>(size)) == 0;
-    return kept || Write(name, bytes, size);
+    return kept ? futimens(CFile(Path(name), O_RDONLY).Get(), nullptr) == 0 : Write(name, bytes, size);
 }
 
 bool CKeptImages::Write(const std::string& name, const void* bytes, int size) const

@@ -5,10 +5,11 @@
 #include <string>
 
 // A folder of kept images. An image is a file DEVICE_VERSION_CHECKSUM.bin: what was read from the device, with the
-// first 16 digits that sha256sum prints for it (images that end with their own CRC-32 have all the same CRC-32). Beside
-// it stands DEVICE.writing while an installation writes the device, with the name of the image that it has kept.
-// Whoever finds that file knows that an earlier installation did not get to its end: the device holds nothing that is
-// worth keeping, and the image from before it is still the one to put back.
+// first 16 digits that sha256sum prints for it (images that end with their own CRC-32 have all the same CRC-32); the
+// youngest file of a device is what was kept last. Beside it stands DEVICE.writing while an installation writes the
+// device, with the name of the image that it has kept. Whoever finds that file knows that an earlier installation did
+// not get to its end: the device holds nothing that is worth keeping, and the image from before it is still the one to
+// put back.
 class CKeptImages
 {
   public:

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <stdio.h>
-#include <strings.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -14,6 +13,7 @@
 #include "support/files.h"
 #include "support/printable.h"
 #include "support/syncfolder.h"
+#include "tools/deploy/package.h"
 #include "tools/deploy/statefolder.h"
 
 namespace fs = std::filesystem;
@@ -51,6 +51,25 @@ std::vector<std::string> Images(const fs::path& folder)
         throw std::runtime_error("can't read " + folder.string() + ": " + error.message());
     std::sort(images.begin(), images.end());
     return images;
+}
+
+// True where the name is that of the image, of its device, or of the package that can put it back.
+bool IsNamed(const fs::path& folder, const std::string& image, const std::string& name)
+{
+    const std::string device = DeviceOf(image);
+    std::error_code error;
+    for (fs::directory_iterator entry(PackageFolder(folder, device), error), end; !error && entry != end;
+         entry.increment(error))
+        if (IsSameName(entry->path().filename().string(), name)) return true;
+    return image == name || IsSameName(device, KeptNamePart(name));
+}
+
+// What the last installation has replaced: it touches the image that it keeps, new or not.
+std::string LastKept(const fs::path& folder, const std::vector<std::string>& images)
+{
+    return *std::max_element(images.begin(), images.end(), [&folder](const std::string& a, const std::string& b) {
+        return fs::last_write_time(folder / a) < fs::last_write_time(folder / b);
+    });
 }
 
 std::string Listed(const std::vector<std::string>& names)
@@ -97,21 +116,16 @@ Backup FindBackup(const DeployOptions& options, const std::string& name)
     const fs::path folder = BackupFolder(options);
     const std::vector<std::string> all = Images(folder);
     std::vector<std::string> found;
-    for (const std::string& image : all)
-        if (image == name || strcasecmp(DeviceOf(image).c_str(), KeptNamePart(name).c_str()) == 0)
-            found.push_back(image);
+    std::copy_if(all.begin(), all.end(), std::back_inserter(found),
+                 [&](const std::string& image) { return IsNamed(folder, image, name); });
     if (found.empty())
         throw std::runtime_error("nothing is kept of " + name + " in " + folder.string() +
                                  (all.empty() ? "" : "; kept are: " + Listed(all)));
-    const std::string device = DeviceOf(found[0]);
-    const std::string interrupted = ReadFileIfThere(folder / (device + ".writing"), MaxNoteSize).value_or("");
-    if (found.size() > 1 && std::find(found.begin(), found.end(), interrupted) != found.end()) found = {interrupted};
-    if (found.size() > 1)
-        throw std::runtime_error("several images are kept of " + name + ": name one of " + Listed(found));
-    const fs::path packages = PackageFolder(folder, device);
+    const std::string image = LastKept(folder, found);
+    const fs::path packages = PackageFolder(folder, DeviceOf(image));
     std::error_code ignored;
     if (!fs::is_directory(packages, ignored))
-        throw std::runtime_error("the package that can put " + found[0] + " back is not kept in " + folder.string() +
-                                 "; run the installer of another one for the device with /r " + found[0]);
-    return {folder / found[0], packages};
+        throw std::runtime_error("the package that can put " + image + " back is not kept in " + folder.string() +
+                                 "; run the installer of another one for the device with /r " + image);
+    return {folder / image, packages};
 }

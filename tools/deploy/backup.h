@@ -18,6 +18,6 @@ struct Backup
     std::filesystem::path Packages;  // folder that holds the package, and no other
 };
 
-// What is kept under that name: of a device, or of the file of an image. Of several images of a device it is the one
-// that an interrupted installation was to replace. Throws std::runtime_error where that is none, or more than one.
+// What is kept under the name of a device, of the package that can put it back, or of the file of an image. Of several
+// images it is the one that was kept last. Throws std::runtime_error where there is none.
 Backup FindBackup(const DeployOptions& options, const std::string& name);

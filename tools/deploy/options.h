@@ -23,7 +23,7 @@ struct DeployOptions
     std::vector<std::string> Folders;
     std::vector<std::string> Only;   // names of packages; empty: all
     std::vector<std::string> Trust;  // files of public keys that are trusted, too
-    std::string Restored;            // the device, or the kept image, that restore puts back
+    std::string Restored;            // the device, package or kept image that restore puts back
     std::string Server;              // folder of a simulated server; empty: this server
     std::string State;               // folder of history, logs and running packages; empty: that of the server
     std::string Log;                 // file of the debug log; empty: chosen

@@ -1,6 +1,7 @@
 #include "tools/deploy/package.h"
 
 #include <fnmatch.h>
+#include <strings.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -124,6 +125,11 @@ std::vector<Package> FindPackagesIn(const fs::path& folder)
 }
 
 }  // namespace
+
+bool IsSameName(const std::string& a, const std::string& b)
+{
+    return strcasecmp(a.c_str(), b.c_str()) == 0;
+}
 
 std::vector<Package> FindPackages(const std::vector<std::string>& folders)
 {

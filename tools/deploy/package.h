@@ -26,6 +26,9 @@ struct Package
     std::string Name() const { return Folder.filename().string(); }
 };
 
+// Names that an operator gives, of packages and devices, are the same in upper and lower case.
+bool IsSameName(const std::string& a, const std::string& b);
+
 // The packages among the folders and in them, in order of their names. A folder with a list of its files, a package
 // description (qx*.xml) or, where it holds no packages, an installer is a package. Throws std::runtime_error for a
 // folder that can't be read or is without any.

@@ -1,5 +1,3 @@
-#include <strings.h>
-
 #include <algorithm>
 #include <future>
 #include <stdexcept>
@@ -18,14 +16,10 @@ namespace
 const char* const UnsignedWarning =
     "WARNING: --allow-unsigned runs whatever lies in these folders, whoever has put it there. For development only.";
 
-bool IsSame(const std::string& a, const std::string& b)
-{
-    return strcasecmp(a.c_str(), b.c_str()) == 0;
-}
-
 bool IsNamed(const Offer& offer, const std::string& name)
 {
-    return IsSame(offer.Package.Name(), name) || IsSame(offer.Name(), name) || IsSame(offer.Found.Device, name);
+    return IsSameName(offer.Package.Name(), name) || IsSameName(offer.Name(), name) ||
+           IsSameName(offer.Found.Device, name);
 }
 
 bool IsSelected(const Offer& offer, const std::vector<std::string>& only)
@@ -48,10 +42,12 @@ void Select(Offers& offers, const std::vector<std::string>& only)
 void SelectByFolder(std::vector<Package>& packages, const std::vector<std::string>& only)
 {
     const auto isLeftOut = [&only](const Package& package) {
-        return std::none_of(only.begin(), only.end(), [&](const std::string& n) { return IsSame(package.Name(), n); });
+        return std::none_of(only.begin(), only.end(),
+                            [&](const std::string& n) { return IsSameName(package.Name(), n); });
     };
     const auto isFolder = [&packages](const std::string& name) {
-        return std::any_of(packages.begin(), packages.end(), [&](const Package& p) { return IsSame(p.Name(), name); });
+        return std::any_of(packages.begin(), packages.end(),
+                           [&](const Package& p) { return IsSameName(p.Name(), name); });
     };
     if (!only.empty() && std::all_of(only.begin(), only.end(), isFolder))
         packages.erase(std::remove_if(packages.begin(), packages.end(), isLeftOut), packages.end());

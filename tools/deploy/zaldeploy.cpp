@@ -158,7 +158,8 @@ void AddOptions(const Commands& commands, DeployOptions& options)
         ->excludes("--quiet")
         ->excludes("--yes");
     commands.pRestore->footer(RestoreFooter);
-    commands.pRestore->add_option("NAME", options.Restored, "The device, or the file of a kept image")->required();
+    commands.pRestore->add_option("NAME", options.Restored, "The device, its package, or the file of a kept image")
+        ->required();
     AddRunOptions(*commands.pRestore, options);
     commands.pRestore->add_flag("--yes", options.Yes, "Do not ask");
     commands.pHistory->footer(HistoryFooter);
