@@ -214,17 +214,17 @@ bool HasEnded(pid_t process)
 enum Phase
 {
     Phase_Runs,
-    Phase_Stopping,   // the operator wants to stop, and it was asked to end
+    Phase_Stopping,   // the operator wants to stop
     Phase_OutOfTime,  // its time is up, and it was asked to end
     Phase_Killed,     // it was ended, and should be gone
     Phase_Abandoned,  // it can't be ended
 };
 
 // Asks or ends a process and all that it started, as its next phase wants.
-void Enter(Phase& phase, Phase next, pid_t process)
+void Enter(Phase& phase, Phase next, pid_t process, TimeLimit limit)
 {
     phase = next;
-    if (next == Phase_Stopping || next == Phase_OutOfTime) kill(-process, SIGTERM);
+    if (next == Phase_OutOfTime || (next == Phase_Stopping && limit == TimeLimit_End)) kill(-process, SIGTERM);
     if (next == Phase_Killed) kill(-process, SIGKILL);
 }
 
@@ -236,10 +236,10 @@ Phase AfterTimeLimit(Phase phase, TimeLimit limit)
 }
 
 // What it means that a signal ended a process in that phase.
-ProcessEnd EndBySignal(Phase phase)
+ProcessEnd EndBySignal(Phase phase, TimeLimit limit)
 {
-    if (phase == Phase_Runs) return ProcessEnd_Crashed;
-    return phase == Phase_Stopping ? ProcessEnd_Stopped : ProcessEnd_TimedOut;
+    if (phase == Phase_OutOfTime || phase == Phase_Killed) return ProcessEnd_TimedOut;
+    return phase == Phase_Stopping && limit == TimeLimit_End ? ProcessEnd_Stopped : ProcessEnd_Crashed;
 }
 
 }  // namespace
@@ -309,9 +309,9 @@ ProcessResult CProcessRunner::Run(const std::vector<std::string>& command, doubl
             if (descriptors[i].revents) all[i]->Read();
         const bool stopped = IsStopped() && !stoppedBefore;
         if (HasExpired(timer.Get())) {
-            Enter(phase, AfterTimeLimit(phase, limit), process);
+            Enter(phase, AfterTimeLimit(phase, limit), process, limit);
         } else if (phase == Phase_Runs && stopped) {
-            Enter(phase, Phase_Stopping, process);
+            Enter(phase, Phase_Stopping, process, limit);
             if (watch.Stopping) watch.Stopping();
         }
         if (watch.Tick) watch.Tick();
@@ -326,7 +326,7 @@ ProcessResult CProcessRunner::Run(const std::vector<std::string>& command, doubl
 
     int status = 0;
     waitpid(process, &status, 0);
-    result.End = WIFEXITED(status) ? ProcessEnd_Exited : EndBySignal(phase);
+    result.End = WIFEXITED(status) ? ProcessEnd_Exited : EndBySignal(phase, limit);
     result.Status = WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status);
     return result;
 }

@@ -28,11 +28,11 @@ struct ProcessResult
     std::vector<std::string> Errors;
 };
 
-// What happens to a process and all that it started when time is up.
+// What happens to a process and all that it started when time is up, and when the operator wants to stop.
 enum TimeLimit
 {
     TimeLimit_End,       // they are ended; what it leaves behind when it ends by itself, too
-    TimeLimit_AskFirst,  // they are asked to end, and are ended when as much time is up again
+    TimeLimit_AskFirst,  // they are asked to end, and are ended when as much time is up again; no operator stops them
 };
 
 // What to do while a process runs. Each may be empty.
@@ -40,7 +40,7 @@ struct ProcessWatch
 {
     std::function<void(const std::string&)> Line;  // it has printed that line on standard output
     std::function<void()> Tick;                    // a quarter of a second has passed
-    std::function<void()> Stopping;                // the operator has asked to stop, and the process was told
+    std::function<void()> Stopping;                // the operator has asked to stop
 
     // It has written that line, as it is, to a descriptor of its own, whose number the environment variable tells it.
     // Lines above 8 KiB are left out.

@@ -230,9 +230,8 @@ TEST_F(Zaldeploy, AsksAnInstallationToEndBeforeItIsEnded)
 
 TEST_F(Zaldeploy, StopsAfterTheComponentThatRuns)
 {
-    AddSound(
-        "one",
-        "trap 'echo 2.0 > device; echo Done.; exit 0' TERM; kill -TERM $PPID; for i in $(seq 100); do sleep 0.1; done");
+    AddSound("one",
+             "trap 'echo half > device; exit 4' TERM; kill -TERM $PPID; sleep 0.3; echo 2.0 > device; echo Done.");
     AddSound("two", "echo 2.0 > device");
     EXPECT_EQ(5, RunScripts("install --yes")) << m_Output;
     EXPECT_TRUE(Says("Finishing Fan, then stopping; do not switch off.\n  installed: Done.")) << m_Output;
