@@ -9,6 +9,8 @@ namespace
 {
 
 const int MaxShownLength = 200;
+const DWORD MaxBus = 0xFF;
+const DWORD MaxAddress = 0xFFFF;
 
 // Where the token begins at which the lexer stands.
 int TokenStart(const char* text, const CExprLexer& stopped)
@@ -22,6 +24,74 @@ int TokenStart(const char* text, const CExprLexer& stopped)
         lexer.GetNext();
     } while (lexer.pszExpression < stopped.pszExpression);
     return static_cast<int>(pStart - text);
+}
+
+// An I2C device, which is a function's first two arguments.
+struct I2CPlace
+{
+    int Bus;
+    int Address;
+};
+
+ExprErrorType ReadNumber(CExprParser& parser, DWORD limit, int& number)
+{
+    CExprValue value;
+    const ExprErrorType error = parser.Parse(&value);
+    if (error != ExprError_None) return error;
+    if (!value.IsInteger()) return ExprError_Type;
+    if (static_cast<DWORD>(value.Value.Integer) > limit) return ExprError_Range;
+    number = value.Value.Integer;
+    return ExprError_None;
+}
+
+// Reads "( bus, address" and leaves the lexer behind it.
+ExprErrorType ReadPlace(CExprLexer& lexer, CExprParser& parser, I2CPlace& place)
+{
+    if (!lexer.EatToken(Token_LeftParen)) return ExprError_Syntax;
+    const ExprErrorType error = ReadNumber(parser, MaxBus, place.Bus);
+    if (error != ExprError_None) return error;
+    if (!lexer.EatToken(Token_Comma)) return ExprError_Syntax;
+    return ReadNumber(parser, MaxAddress, place.Address);
+}
+
+ExprErrorType RuleI2C(CExprLexer& lexer, CExprParser& parser, CExprValue* result, void* context, void*)
+{
+    I2CPlace place = {};
+    ExprErrorType error = ReadPlace(lexer, parser, place);
+    if (error != ExprError_None) return error;
+    // What follows is a register byte and its bits, whose parenthesis the comma stands for.
+    if (!lexer.Current.IsToken(Token_Comma)) return ExprError_Syntax;
+    lexer.Current.Value.Token = Token_LeftParen;
+    int index = 0;
+    int low = 0;
+    int high = 0;
+    error = GetByteAndBits(lexer, parser, index, low, high);
+    if (error != ExprError_None) return error;
+
+    CChannelInterface* pChannel = static_cast<CChannelInterface*>(context);
+    const UCHAR request = static_cast<UCHAR>(index);
+    UCHAR byte = 0;
+    if (!pChannel || !pChannel->I2CTransaction(place.Bus, place.Address, &request, 1, &byte, 1))
+        return ExprError_Runtime;
+    result->SetInteger((byte >> low) & ((1 << (high - low + 1)) - 1));
+    return ExprError_None;
+}
+
+// Writes and reads nothing: a device acknowledges its address, and nothing in it changes.
+ExprErrorType RulePresent(CExprLexer& lexer, CExprParser& parser, CExprValue* result, void* context, void*)
+{
+    I2CPlace place = {};
+    const ExprErrorType error = ReadPlace(lexer, parser, place);
+    if (error != ExprError_None) return error;
+    if (!lexer.EatToken(Token_RightParen)) return ExprError_Syntax;
+
+    CChannelInterface* pChannel = static_cast<CChannelInterface*>(context);
+    if (!pChannel) return ExprError_Runtime;
+    const BOOL answers = pChannel->I2CTransaction(place.Bus, place.Address, nullptr, 0, nullptr, 0);
+    // The device is absent only where the processor, which asked it, is there.
+    if (!answers && !pChannel->VerifySMIF()) return ExprError_Runtime;
+    result->SetInteger(answers);
+    return ExprError_None;
 }
 
 }  // namespace
@@ -40,14 +110,11 @@ void DefineServerSymbols(CSymbolTable& symbols, const CChannelInterface& channel
     symbols.DefineIntegerSymbol("MoxMinor", channel.GetMOXMinorVersion());
 }
 
-RuleResult EvaluateRule(const char* text, CSymbolTable* symbols, CChannelInterface* channel)
+std::vector<CExprFunction> RuleFunctions(CChannelInterface* channel)
 {
-    CExprFunction functions[] = {{"MEMID", ExprFunc_MemID, channel},
-                                 {"CPLD", ExprFunc_CPLD, channel},
-                                 {"XPLD", ExprFunc_XPLD, channel},
-                                 {"GPI", ExprFunc_GPI, channel},
-                                 {nullptr, nullptr, nullptr}};
-    return EvaluateRule(text, symbols, functions);
+    return {{"MEMID", ExprFunc_MemID, channel}, {"CPLD", ExprFunc_CPLD, channel}, {"XPLD", ExprFunc_XPLD, channel},
+            {"GPI", ExprFunc_GPI, channel},     {"I2C", RuleI2C, channel},        {"PRESENT", RulePresent, channel},
+            {nullptr, nullptr, nullptr}};
 }
 
 // As EvaluateIntegerExpression, with the place.
@@ -65,6 +132,11 @@ RuleResult EvaluateRule(const char* text, CSymbolTable* symbols, CExprFunction* 
     else
         result.Place = TokenStart(text, lexer);
     return result;
+}
+
+RuleResult EvaluateRule(const char* text, CSymbolTable* symbols, CChannelInterface* channel)
+{
+    return EvaluateRule(text, symbols, RuleFunctions(channel).data());
 }
 
 const char* RuleErrorName(ExprErrorType error)

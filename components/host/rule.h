@@ -1,6 +1,8 @@
 // Applicability rules: integer expressions over the server's hardware.
 #pragma once
 
+#include <vector>
+
 #include "chif.h"
 #include "expr.h"
 #include "zalph/str.h"
@@ -16,12 +18,16 @@ struct RuleResult
 // management processor $Generation, $MoxMajor, $MoxMinor. What can't be read is 0.
 void DefineServerSymbols(CSymbolTable& symbols, const CChannelInterface& channel);
 
-// Evaluates a rule with the functions MEMID, CPLD, XPLD (index [, low [: high]]) and GPI (bit), which read through the
-// channel; a null channel makes them fail. symbols may be null.
-RuleResult EvaluateRule(const char* text, CSymbolTable* symbols, CChannelInterface* channel);
+// The functions of a rule, as a table for the evaluator. They read through the channel; a null channel makes them fail.
+//   MEMID, CPLD, XPLD (index [, low [: high]])         bits of a register byte
+//   GPI (number)                                       a general-purpose input
+//   I2C (bus, address, register [, low [: high]])      bits of a register byte of an I2C device
+//   PRESENT (bus, address)                             1 where an I2C device answers, 0 where none does
+std::vector<CExprFunction> RuleFunctions(CChannelInterface* channel);
 
-// The same with functions of one's own.
+// Evaluates a rule with a table of functions; the other one with those of a rule. symbols may be null.
 RuleResult EvaluateRule(const char* text, CSymbolTable* symbols, CExprFunction* functions);
+RuleResult EvaluateRule(const char* text, CSymbolTable* symbols, CChannelInterface* channel);
 
 // "syntax error" and the like.
 const char* RuleErrorName(ExprErrorType error);

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <random>
 
 #include "expr.h"
@@ -35,6 +36,11 @@ long Evaluate(const std::string& text)
     return value;
 }
 
+std::size_t Count(const std::string& text, char c)
+{
+    return static_cast<std::size_t>(std::count(text.begin(), text.end(), c));
+}
+
 int Zalrule(const std::string& arguments, std::string& output)
 {
     return RunCommand(std::string(ZALRULE) + " " + arguments, output);
@@ -55,7 +61,13 @@ TEST(Explain, GroupsAsTheEvaluatorDoes)
     for (const auto& c : cases) EXPECT_EQ(c.second, ExplainExpression(c.first));
     for (const char* text : {"", "1 +", "(1", "1 2", "$", "f", "f(1", "08"})
         EXPECT_EQ("", ExplainExpression(text)) << text;
-    EXPECT_EQ("", ExplainExpression(std::string(100000, '(').c_str()));
+    // As deep as the evaluator goes, and no deeper.
+    const auto deep = [](std::size_t depth) { return std::string(depth, '(') + "1" + std::string(depth, ')'); };
+    EXPECT_EQ("1", ExplainExpression(deep(CExprParser::MaxNesting).c_str()));
+    EXPECT_EQ("", ExplainExpression(deep(CExprParser::MaxNesting + 1).c_str()));
+    std::string chain = "1";
+    for (int i = 0; i < 20000; i++) chain += "-1";
+    EXPECT_EQ(20000u, Count(ExplainExpression(chain.c_str()), '('));
 }
 
 TEST(Explain, KeepsTheValueOfRandomExpressions)
@@ -82,7 +94,26 @@ TEST(Zalrule, PrintsTheValueOrTheErrorWithItsPlace)
     UseServer(RackServer(R"({"management_processor": null})"));
     EXPECT_EQ(1, Zalrule("--trace --server " + ServerFolder().string() + " 'GPI(3)'", output));
     EXPECT_NE(std::string::npos, output.find("GPI(3): hardware can't be read\n")) << output;
+    EXPECT_EQ(1, Zalrule("--trace --server " + ServerFolder().string() + " 'PRESENT(1, 0x50)'", output));
     UseServer(RackServer());
     EXPECT_EQ(0, Zalrule("--server " + ServerFolder().string() + " '$RomMajor * 100 + $RomMinor'", output));
     EXPECT_NE(std::string::npos, output.find("230 (0x000000E6)\n")) << output;
+
+    // The bytes of the device are "RK740 SIM7400001"; the power controller on bus 3 answers other reads than this one.
+    const std::pair<const char*, const char*> cases[] = {
+        {"I2C(1, 0x50, 1)", "75 (0x0000004B)"},
+        {"I2C(1, 0x50, 1, 6)", "1 (0x00000001)"},
+        {"I2C(1, 0x50, 1, 1:3)", "5 (0x00000005)"},
+        {"PRESENT(1, 0x50) + 2 * PRESENT(3, 0x30) + 4 * PRESENT(2, 0x50)", "3 (0x00000003)"},
+        {"I2C(2, 0x50, 1)", "hardware can't be read"},
+        {"I2C(256, 0x50, 1)", "argument out of range"},
+        {"PRESENT(1, 0x10000)", "argument out of range"},
+        {"I2C(1, 0x50)", "syntax error"},
+        {"PRESENT(1, 0x50, 1)", "syntax error"},
+        {"PRESENT(1)", "syntax error"},
+    };
+    for (const auto& c : cases) {
+        Zalrule("--server " + ServerFolder().string() + " '" + c.first + "'", output);
+        EXPECT_EQ(std::string(c.second) + "\n", output.substr(output.rfind('\n', output.size() - 2) + 1)) << c.first;
+    }
 }

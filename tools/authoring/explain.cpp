@@ -34,8 +34,6 @@ const std::vector<Level>& Levels()
     return levels;
 }
 
-const int MaxDepth = 5000;  // of what is shown; the evaluator goes no deeper than 1000 for the most part
-
 // Reads an expression as the evaluator does, and writes it down instead.
 class CExplainer
 {
@@ -44,7 +42,7 @@ class CExplainer
 
     std::string Whole()
     {
-        const std::string text = Binary(0);
+        const std::string text = Nested();
         return m_bValid && m_Lexer.IsEOF() ? text : "";
     }
 
@@ -62,15 +60,28 @@ class CExplainer
         return nullptr;
     }
 
+    std::string Nested()
+    {
+        if (m_Nesting > CExprParser::MaxNesting) return SyntaxError();
+        m_Nesting++;
+        std::string text = Binary(0);
+        m_Nesting--;
+        return text;
+    }
+
+    // A chain of one level's operators groups to the right: its parentheses close together.
     std::string Binary(std::size_t level)
     {
         if (level == Levels().size()) return Unary();
-        if (++m_Depth > MaxDepth) return SyntaxError();
-        std::string left = Binary(level + 1);
-        const char* pszOperator = m_bValid ? TakeOperator(level) : nullptr;
-        if (pszOperator) left = "(" + left + " " + pszOperator + " " + Binary(level) + ")";
-        m_Depth--;
-        return left;
+        std::string text;
+        std::string closing;
+        for (;;) {
+            const std::string operand = Binary(level + 1);
+            const char* pszOperator = m_bValid ? TakeOperator(level) : nullptr;
+            if (!pszOperator) return text + operand + closing;
+            text += "(" + operand + " " + pszOperator + " ";
+            closing += ")";
+        }
     }
 
     std::string Unary()
@@ -78,7 +89,7 @@ class CExplainer
         static const std::pair<TokenType, const char*> operators[] = {
             {Token_Plus, "+"}, {Token_Minus, "-"}, {Token_BitNOT, "~"}, {Token_BooleanNOT, "!"}};
         for (const auto& entry : operators)
-            if (m_Lexer.EatToken(entry.first)) return std::string("(") + entry.second + Binary(0) + ")";
+            if (m_Lexer.EatToken(entry.first)) return std::string("(") + entry.second + Nested() + ")";
         return Primary();
     }
 
@@ -90,7 +101,7 @@ class CExplainer
         if (token.IsString()) return std::string("\"") + token.Value.pszString + "\"";
         if (token.IsIdentifier()) return token.Value.pszIdentifier + Arguments();
         if (token.IsToken(Token_LeftParen)) {
-            const std::string inner = Binary(0);
+            const std::string inner = Nested();
             return m_bValid && m_Lexer.EatToken(Token_RightParen) ? inner : SyntaxError();
         }
         if (token.IsToken(Token_DollarSign) && m_Lexer.Current.IsIdentifier()) {
@@ -104,18 +115,18 @@ class CExplainer
     std::string Arguments()
     {
         if (!m_Lexer.EatToken(Token_LeftParen)) return SyntaxError();
-        std::string text = "(" + Binary(0);
+        std::string text = "(" + Nested();
         for (;;) {
             if (!m_bValid || m_Lexer.EatToken(Token_RightParen)) return text + ")";
             const bool comma = m_Lexer.EatToken(Token_Comma);
             if (!comma && !m_Lexer.EatToken(Token_Colon)) return SyntaxError();
-            text += (comma ? ", " : ":") + Binary(0);
+            text += (comma ? ", " : ":") + Nested();
         }
     }
 
     CExprLexer m_Lexer;
     bool m_bValid = true;
-    int m_Depth = 0;
+    int m_Nesting = 0;
 };
 
 }  // namespace

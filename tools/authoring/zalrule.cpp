@@ -21,22 +21,15 @@ const int Exit_Value = 0;
 const int Exit_Error = 1;
 const int Exit_Usage = 2;
 
-struct TracedFunction
-{
-    const char* pszName;
-    EXPR_FUNCTION_CALLBACK pfnCallback;
-    CChannelInterface* pChannel;
-};
-
-// Calls a hardware function and prints its call as it is written, with what it gave.
+// Calls a hardware function, whose row is the context, and prints its call as it is written, with what it gave.
 ExprErrorType Trace(CExprLexer& lexer, CExprParser& parser, CExprValue* result, void* context, void* parserContext)
 {
-    const auto* pFunction = static_cast<const TracedFunction*>(context);
+    const auto* pFunction = static_cast<const CExprFunction*>(context);
     const char* pArguments = lexer.pszExpression;  // behind the opening parenthesis
     const char* pEnd = pArguments;
     for (int depth = 1; *pEnd && depth > 0; pEnd++) depth += (*pEnd == '(') - (*pEnd == ')');
     const std::string call = std::string(pFunction->pszName) + "(" + std::string(pArguments, pEnd);
-    const ExprErrorType error = pFunction->pfnCallback(lexer, parser, result, pFunction->pChannel, parserContext);
+    const ExprErrorType error = pFunction->pfnCallback(lexer, parser, result, pFunction->Context, parserContext);
     if (error == ExprError_None)
         std::printf("%s = %d\n", call.c_str(), static_cast<int>(result->Value.Integer));
     else
@@ -47,15 +40,10 @@ ExprErrorType Trace(CExprLexer& lexer, CExprParser& parser, CExprValue* result, 
 RuleResult Evaluate(const std::string& rule, CSymbolTable& symbols, CChannelInterface& channel, bool trace)
 {
     if (!trace) return EvaluateRule(rule.c_str(), &symbols, &channel);
-    TracedFunction traced[] = {{"MEMID", ExprFunc_MemID, &channel},
-                               {"CPLD", ExprFunc_CPLD, &channel},
-                               {"XPLD", ExprFunc_XPLD, &channel},
-                               {"GPI", ExprFunc_GPI, &channel}};
-    std::vector<CExprFunction> functions;
-    functions.reserve(std::size(traced) + 1);
-    for (TracedFunction& function : traced) functions.push_back({function.pszName, Trace, &function});
-    functions.push_back({nullptr, nullptr, nullptr});
-    return EvaluateRule(rule.c_str(), &symbols, functions.data());
+    std::vector<CExprFunction> functions = RuleFunctions(&channel);
+    std::vector<CExprFunction> traced = functions;
+    for (std::size_t i = 0; functions[i].pszName; i++) traced[i] = {functions[i].pszName, Trace, &functions[i]};
+    return EvaluateRule(rule.c_str(), &symbols, traced.data());
 }
 
 // "name=value"; values in decimal, or with 0x in hexadecimal.
