@@ -63,6 +63,34 @@ TEST_F(Zaldeploy, SaysWhyAComponentIsNotInstalled)
     EXPECT_TRUE(Says("    The management processor does not answer; restart it, then try again.\n")) << m_Output;
 }
 
+TEST_F(Zaldeploy, TellsWhatTheServerLacks)
+{
+    UseRack();
+    EXPECT_EQ(0, RunOnServer("doctor --json")) << m_Output;
+    ExpectSchema("zaldeploy.doctor");
+    EXPECT_FALSE(fs::exists(m_Server.Path() / "var")) << "it has left a trace";
+    EXPECT_EQ(3,
+              RunCommand(ZALSIM " --clock-start 1000000000 --server " + m_Server.Path().string() +
+                             " --fault processor.dead=true --fault ipmi.silent=true -- " ZALDEPLOY " doctor --server " +
+                             m_Server.Path().string(),
+                         m_Output));
+    for (const char* line :
+         {"event log             limited  -\n    The management controller does not answer. Inst",
+          "processor  limited  -\n    It does not answer. Devices behind it can't be updated. Restart it.",
+          "clock                 limited  2001-09-09T01:4", "built. The history", "Set the clock."})
+        EXPECT_TRUE(Says(line)) << line << "\n" << m_Output;
+    UseRack(R"({"driver": {"version": "5.5.4.0"}, "faults": {"smbios": "missing"}})");
+    EXPECT_EQ(4, RunOnServer("doctor")) << m_Output;
+    EXPECT_TRUE(
+        Says("missing  5.5.4.0\n    CRU Driver version 5.5.4.0 is out-of-date. The driver version must be at "
+             "least 5.5.4.1. Install a newer"))
+        << m_Output;
+    EXPECT_TRUE(Says("There is no /vmfs/devices/char/mem/smbios. Installers can't tell")) << m_Output;
+    EXPECT_EQ(4, RunHere("doctor --state /proc")) << m_Output;
+    EXPECT_TRUE(Says("    libzalftbl.so is the one for machines without the hardware")) << m_Output;
+    EXPECT_TRUE(Says("state folder          missing  /proc\n") || Says("free space            missing")) << m_Output;
+}
+
 TEST_F(Zaldeploy, TellsWhatAPowerLossLeavesAndRecovers)
 {
     UseRack(R"({"faults": {"flash": {"power_lost_after_blocks": 5}}})");

@@ -21,6 +21,9 @@ int RunRestore(const DeployOptions& options);
 // Shows what the server is made of, and changes nothing. argv starts this program anew on a simulated server.
 int RunInventory(const DeployOptions& options, char** argv);
 
+// Shows whether the server has what installers need, and changes nothing.
+int RunDoctor(const DeployOptions& options, char** argv);
+
 // Shows what was installed before, and changes nothing.
 int RunHistory(const DeployOptions& options);
 

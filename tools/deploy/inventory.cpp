@@ -1,27 +1,13 @@
 #include "tools/deploy/commands.h"
 #include "tools/deploy/identity.h"
 #include "tools/deploy/jsonoutput.h"
+#include "tools/deploy/reach.h"
 #include "tools/deploy/runlog.h"
 #include "tools/deploy/serverview.h"
-#include "tools/simulated.h"
-
-namespace
-{
-
-// Throws std::runtime_error where the simulated server can't be opened.
-void TryServer(const DeployOptions& options)
-{
-    if (options.Server.empty() || RunsOnServer(options.Server)) return;
-    CProcessRunner runner;
-    ReadIdentity(runner, options);
-}
-
-}  // namespace
 
 int RunInventory(const DeployOptions& options, char** argv)
 {
-    TryServer(options);
-    if (!options.Server.empty() && !RunOnServer(options.Server, argv)) return DeployStatus_CouldNotRun;
+    if (!ReachServer(options, argv)) return DeployStatus_CouldNotRun;
     CScreen screen(options);
     const RunLog log = ChooseLog(options);
     const nlohmann::ordered_json server = ReadServer();

@@ -24,6 +24,8 @@ class CKeyring
     // read, or others can write to it: nothing is trusted then.
     explicit CKeyring(const DeployOptions& options);
 
+    std::size_t Count() const { return m_Keys.size(); }
+
     // The key that has signed the message; today is a day in UTC. Throws CRefusal where none has that is trusted.
     const TrustedKey& FindSigner(std::string_view message, std::string_view signature, const std::string& today) const;
 

@@ -114,3 +114,11 @@ RunLog ChooseLog(const DeployOptions& options)
     if (!log.File.empty()) setenv("QVFLASHLOG", log.File.c_str(), 1);
     return log;
 }
+
+void KeepLogIfNamed(const DeployOptions& options)
+{
+    if (!options.Log.empty() || std::getenv("QVFLASHLOG"))
+        ChooseLog(options);
+    else
+        setenv("QVFLASHLOG", "/dev/null", 1);
+}

@@ -25,3 +25,6 @@ struct RunLog
 // QVFLASHLOG says, else a new file in the state folder, which keeps the last 50. Throws std::runtime_error when --log
 // names a file that can't be written.
 RunLog ChooseLog(const DeployOptions& options);
+
+// For a command that leaves no trace on the server: a log is kept only where --log or QVFLASHLOG names one.
+void KeepLogIfNamed(const DeployOptions& options);

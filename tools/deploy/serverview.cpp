@@ -1,16 +1,15 @@
 #include "tools/deploy/serverview.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
 
 #include "chif.h"
 #include "support/printable.h"
+#include "tools/deploy/nodes.h"
 #include "tools/deploy/table.h"
 #include "zalph.h"
 
@@ -20,9 +19,6 @@ namespace
 using Json = nlohmann::ordered_json;
 
 const int MaxPowerSupplies = 8;
-
-const char* const SmbiosNode = "/vmfs/devices/char/mem/smbios";
-const char* const RomDriverNode = "/dev/qvrcru";
 
 struct PartKind
 {
@@ -44,14 +40,10 @@ Json Unreadable(const std::string& name, const std::string& problem)
 // Why a device node can't be opened; empty: it can.
 std::string NodeProblem(const char* node, const char* missing)
 {
-    const int descriptor = open(node, O_RDONLY | O_CLOEXEC);
-    if (descriptor >= 0) {
-        close(descriptor);
-        return "";
-    }
-    if (errno == EACCES || errno == EPERM) return std::string(node) + " may not be opened: run as root";
-    return errno == ENOENT || errno == ENXIO || errno == ENODEV ? missing
-                                                                : std::string(node) + ": " + std::strerror(errno);
+    const int error = TryNode(node, O_RDONLY);
+    if (error == 0) return "";
+    if (error == EACCES || error == EPERM) return std::string(node) + " may not be opened: run as root";
+    return IsNoDevice(error) ? missing : std::string(node) + ": " + std::strerror(error);
 }
 
 // Why SMBIOS and the ROM area, which the ROM utility driver reads, tell nothing.

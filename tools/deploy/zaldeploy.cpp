@@ -29,9 +29,9 @@ const char* const Footer =
     "  0  all is well: nothing to do, or done\n"
     "  1  updates are offered and were not installed\n"
     "  2  installed; takes effect when the server is restarted\n"
-    "  3  a component may not be installed on this server as it is\n"
+    "  3  a component may not be installed on this server as it is; the server lacks something\n"
     "  4  a package can't be trusted; a discovery failed: an error, a crash, the time limit, rubbish; a part of the\n"
-    "     inventory can't be read; what was installed can't be verified\n"
+    "     inventory can't be read; what was installed can't be verified; nothing can be installed on the server\n"
     "  5  stopped by a signal before all was done\n"
     "  6  an installation failed\n"
     "  7  zaldeploy itself could not run, or what it found can't be printed\n"
@@ -66,6 +66,10 @@ const char* const VerifyFooter =
     "4 when a package can't be trusted.";
 
 const char* const InventoryFooter = "Changes nothing. Exit status: 0, or 4 where a part can't be read.";
+
+const char* const DoctorFooter =
+    "Changes nothing. Exit status: 0 when all is well, 3 when something that not every installation needs is missing,\n"
+    "4 when no installation can succeed.";
 
 // An empty variable of a script must not stand for this server.
 std::string NotEmpty(const std::string& text)
@@ -128,6 +132,7 @@ struct Commands
           pHistory(app.add_subcommand("history", "Show what was installed when, and with what result")),
           pVerify(app.add_subcommand("verify", "Show who has signed packages, and whether the devices hold them")),
           pInventory(app.add_subcommand("inventory", "Show what the server is made of")),
+          pDoctor(app.add_subcommand("doctor", "Show whether the server has what installers need")),
           pIdentity(app.add_subcommand("identity",
                                        "Print host, product, serial number and the name of this start, one a line")
                         ->group(""))
@@ -140,6 +145,7 @@ struct Commands
     CLI::App* pHistory;
     CLI::App* pVerify;
     CLI::App* pInventory;
+    CLI::App* pDoctor;
     CLI::App* pIdentity;
 };
 
@@ -167,6 +173,9 @@ void AddOptions(const Commands& commands, DeployOptions& options)
     commands.pInventory->footer(InventoryFooter);
     AddCommonOptions(*commands.pInventory, options);
     AddLogOption(*commands.pInventory, options);
+    commands.pDoctor->footer(DoctorFooter);
+    AddCommonOptions(*commands.pDoctor, options);
+    AddLogOption(*commands.pDoctor, options);
 }
 
 // Where the command stands: behind options that may come first.
@@ -205,6 +214,7 @@ int Run(const Commands& commands, const DeployOptions& options, char** argv)
     if (commands.pHistory->parsed()) return RunHistory(options);
     if (commands.pVerify->parsed()) return RunVerify(options);
     if (commands.pInventory->parsed()) return RunInventory(options, argv);
+    if (commands.pDoctor->parsed()) return RunDoctor(options, argv);
     if (commands.pPlan->parsed()) return RunPlan(options);
     PrintIdentity();
     return DeployStatus_Well;
