@@ -188,6 +188,7 @@ TEST_F(Component, InitializesFromThePackage)
         trace("without a driver: error ", third.m_bInitError);
     }
     trace("gone");
+    UseServer(RackServer());
     for (int number = 1; number <= 2; number++) {
         CTestComponent fourth;
         FailAllocation(number);
@@ -243,10 +244,11 @@ TEST_F(Component, WritesTheDiscoveryXml)
     component.m_Discovery.EstimatedDuration = 0x7FFFFFFF;
     component.m_InstallState = ZALSTATE_INSTALLEDNEWER;
     trace(write("with values", component));
+    component.m_Discovery.sDeviceId = "other";
+    trace(write("with another device", component));
     component.m_Discovery.sFirmwareItemType = "item";
     component.m_Discovery.sFirmwareItemId = "id";
     component.m_Discovery.sTakesEffect = "immediate";
-    component.m_Discovery.sDeviceId = "other";
     trace(write("with others", component));
     for (const char* pszPath : {"firmware:sd:abc", "FIRMWARE:nic", "firmware:sd:", "firmware:", "bios", ""}) {
         Describe(std::string("<sw_keys><sw_keys_and><sw_key><sw_key_expectedpath>") + pszPath +
@@ -310,6 +312,9 @@ TEST_F(CommandLine, IsSearchedForItsSwitches)
         {"x/setup", "/Y", "-d"},
         {"setup", "/y", "a dir", "/y", "b"},
         {"setup", "/dx", "x/d", "/yy"},
+        {"setup", "a /d b"},
+        {"setup", "/d", "a", "/d", "b"},
+        {"x/a/"},
     };
     for (std::vector<std::string>& arguments : lines) {
         g_InstallLocalDir = "untouched";
@@ -321,6 +326,7 @@ TEST_F(CommandLine, IsSearchedForItsSwitches)
         trace("discovery ", fresh.m_Discovery.bEnabled, " into \"", fresh.m_Discovery.sXmlFileName, "\", by default \"",
               fresh.m_Discovery.sDefaultXmlFileName, "\"; location \"", fresh.m_Properties.sInstallLocation,
               "\", folder \"", g_InstallLocalDir, "\"");
+        for (const std::string& argument : arguments) trace("  argument left: ", testing::PrintToString(argument));
     }
     trace.Skip();
     for (const char* pszText : {"  a b", " \"a b\" c", "\"a b", "\"\" c", "   ", "\ta", ""})
@@ -366,4 +372,9 @@ TEST_F(Component, ReadsThePackageDescription)
         tell("GetFirmwareType", xml.GetFirmwareType());
         std::filesystem::remove(path);
     }
+    folder.Write("other.xml", "");
+    folder.Write("qxabc.xml", "<zal_package/>");
+    const auto first = [&] { return std::filesystem::directory_iterator(folder.Path())->path().filename(); };
+    for (int i = 0; first() == "qxabc.xml"; i++) folder.Write(std::to_string(i) + ".xml", "");
+    trace("qxabc.xml behind another: Initialize ", CComponentXML().Initialize());
 }

@@ -79,6 +79,8 @@ TEST(ComponentDir, FindsFilesRegardlessOfCase)
     path = "old";
     EXPECT_FALSE(FindFileInComponentDir("*", path));
     EXPECT_TRUE(path.IsEmpty());
+    g_InstallLocalDir = "/tmp/c/";
+    EXPECT_STREQ("/tmp/c//a.xml", FileInComponentDir("a.xml"));
     g_InstallLocalDir = "";
     EXPECT_STREQ("/a.xml", FileInComponentDir("a.xml"));
 }

@@ -60,7 +60,8 @@ TEST(Ini, ReadsSectionsAndDropsTheOnesThatEndInNoKey)
           std::string("[A]\nx = 1\n[B]\ny=2\n;end"), std::string("[A]\n[B]\n[C]\n"), std::string("; one\n\n;two\n"),
           std::string("x=1\n[A]\n;c\n  y  =  2  \n"), std::string("  [A]\r\r\n\tx=1\r\n\r\n[A]\nx=2\nx=3"),
           std::string("[A]\n[ B ]  \n[ B ]\nx\n[]\n[\n]"), std::string("[A]\nab\0cd\n\0\ny", 14), std::string(),
-          "[A]\n" + half + half, "[A]\n" + half + std::string(23, 'x') + "\n"})
+          std::string("[A]\nx=1  "), std::string("[A]\nx=1\n[B]\ny=2\n ;c"), "[A]\n" + half + half,
+          "[A]\n" + half + std::string(23, 'x') + "\n"})
         Tell(trace, contents);
     EXPECT_FALSE(CINIFile("/no/such/file").IsValid() || CINIFile("").IsValid());
 }
@@ -85,7 +86,7 @@ TEST(Ini, LooksUpRegardlessOfCaseAndAnswersWhatIsAbsent)
 TEST(Ini, SplitsKeys)
 {
     CTranscript trace("ini-keys");
-    for (const char* pszLine : {"  name =  a , b ,, c=d \t ", "flag", "=x", " x = ", "", "a=,b"}) {
+    for (const char* pszLine : {"  name =  a , b ,, c=d \t ", "flag", "flag  ", "=x", " x = ", "", "a=,b"}) {
         const CINIKey key(pszLine);
         trace("\"", pszLine, "\": name \"", key.GetName(), "\", value \"", key.GetValue(), "\"");
         for (const char* pszSeparator : {",", ",,", ";", ""})
@@ -97,8 +98,8 @@ TEST(Ini, SplitsKeys)
 TEST(Tokenizer, SplitsAtSpacesOnly)
 {
     CTranscript trace("tokenizer");
-    for (const char* pszLine :
-         {"  /f  /o:file  ", "/o:a:b /p: :x", "\"a b\"\t/f", "   ", "/f /o:x /o:y /F", "/fo ce", "/f /o"}) {
+    for (const char* pszLine : {"  /f  /o:file  ", "/o:a:b /p: :x", "\"a b\"\t/f", "   ", "/f /o:x /o:y /F", "/fo ce",
+                                "/f /o", "/o:", "/o:file", ":x"}) {
         CStr text(pszLine);
         const CCommandLine line(text);
         trace("\"", pszLine, "\": ", line.GetNumArgs(), " arguments");
@@ -108,7 +109,7 @@ TEST(Tokenizer, SplitsAtSpacesOnly)
         for (const char* pszWanted : {"/o", "/o:y", "/F", "/f", "/x", ""})
             trace("  FindArg(", pszWanted, ") ", line.FindArg(pszWanted), ", FindArgOption ",
                   line.FindArgOption(pszWanted));
-        for (const char* pszSyntax : {"/f /o:", "/force", "/f", "/o: :", "/o:/F/f", ""})
+        for (const char* pszSyntax : {"/f /o:", "/force", "/f", "/o: :", "/o:/F/f", "/o", ""})
             trace("  VerifySyntax(", pszSyntax, ") ", line.VerifySyntax(pszSyntax));
     }
 }

@@ -77,6 +77,8 @@ TEST(Str, AssignedCharacterDoesNotCountAsText)
     EXPECT_TRUE(copy.IsEmpty());
     EXPECT_STREQ("x", copy);
     EXPECT_STREQ("ab", CStr("ab") + copy);
+    s += 'y';
+    EXPECT_STREQ("y", s);
     s = "x";
     s += '\0';
     s += 'y';
