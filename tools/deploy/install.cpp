@@ -40,7 +40,8 @@ int CountOffered(const Offers& offers)
 
 void ShowCommands(Session& session, const Offers& offers)
 {
-    session.Screen.Print("\nzaldeploy install would run:\n");
+    session.Screen.Print(std::string("\nzaldeploy ") + (session.Options.Restored.empty() ? "install" : "restore") +
+                         " would run:\n");
     for (const Offer& offer : offers) {
         if (!offer.IsOffered()) continue;
         std::string line;

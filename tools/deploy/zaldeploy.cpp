@@ -123,6 +123,15 @@ void AddForce(CLI::App& command, DeployOptions& options)
     command.add_flag("--force", options.Force, "Write the same version again, and go back to an older one");
 }
 
+// What answers the question before something is written.
+void AddAnswers(CLI::App& command, DeployOptions& options)
+{
+    command.add_flag("--yes", options.Yes, "Do not ask");
+    command.add_flag("--dry-run", options.DryRun, "Print the commands and run none")
+        ->excludes("--quiet")
+        ->excludes("--yes");
+}
+
 struct Commands
 {
     explicit Commands(CLI::App& app)
@@ -159,15 +168,12 @@ void AddOptions(const Commands& commands, DeployOptions& options)
     commands.pInstall->footer(InstallFooter);
     AddPackageOptions(*commands.pInstall, options);
     AddForce(*commands.pInstall, options);
-    commands.pInstall->add_flag("--yes", options.Yes, "Do not ask");
-    commands.pInstall->add_flag("--dry-run", options.DryRun, "Print the commands and run none")
-        ->excludes("--quiet")
-        ->excludes("--yes");
+    AddAnswers(*commands.pInstall, options);
     commands.pRestore->footer(RestoreFooter);
     commands.pRestore->add_option("NAME", options.Restored, "The device, its package, or the file of a kept image")
         ->required();
     AddRunOptions(*commands.pRestore, options);
-    commands.pRestore->add_flag("--yes", options.Yes, "Do not ask");
+    AddAnswers(*commands.pRestore, options);
     commands.pHistory->footer(HistoryFooter);
     AddCommonOptions(*commands.pHistory, options);
     commands.pInventory->footer(InventoryFooter);
