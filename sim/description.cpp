@@ -24,6 +24,7 @@ ServerDescription Describe(CFields& fields)
             server.FlashPart = DescribeFlashPart(rom, faults);
         });
         server.FlashPart.Tables = fields.Texts("flash_tables", {"$ZALFLSH"});
+        server.Steps = DescribeStepFaults(faults);
         server.RomDriver = DescribeRomDriver(fields, faults);
         server.Ipmi = faults.Object("ipmi", DescribeIpmiFaults);
         ProcessorDescription processor = faults.Object("processor", [&](CFields& processorFaults) {

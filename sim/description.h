@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "sim/base/steps.h"
 #include "sim/bmc/ipmifaults.h"
 #include "sim/processor/processordescription.h"
 #include "sim/rom/romdescription.h"
@@ -16,6 +17,7 @@ namespace sim
 struct ServerDescription
 {
     std::filesystem::path Folder;
+    StepFaults Steps;
     SmbiosDescription Smbios;
     FlashPartDescription FlashPart;
     RomDriverDescription RomDriver;

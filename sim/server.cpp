@@ -66,9 +66,11 @@ CServer::CServer(const std::filesystem::path& folder, const RunOptions& options)
       m_FlashPart(m_Description.FlashPart, m_Folder, m_Journal),
       m_Bmc(m_Description.Ipmi, m_Folder, m_Journal)
 {
+    m_Folder.GetSteps().Begin(m_Description.Steps, options, m_Journal);
     if (m_Description.Processor) {
         m_pProcessor = std::make_unique<CProcessor>(*m_Description.Processor, m_Folder, m_Journal);
-        m_pChannelDriver = std::make_unique<CChannelDriver>(*m_pProcessor, *m_Description.Processor, m_Journal);
+        m_pChannelDriver =
+            std::make_unique<CChannelDriver>(*m_pProcessor, *m_Description.Processor, m_Folder, m_Journal);
     }
     m_Smbios = MakeSmbios();
     const SMBIOS_RESERVED_BUFFER buffer = FindFlashBuffer(m_Smbios);

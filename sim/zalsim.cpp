@@ -144,6 +144,8 @@ int ParseAndRun(int argc, char** argv)
     std::string dumpFile;
     std::string journal;
     std::string capture;
+    std::string steps;
+    int killAt = 0;
     std::vector<std::string> faults;
     bool describe = false;
     bool showLog = false;
@@ -162,6 +164,9 @@ int ParseAndRun(int argc, char** argv)
         ->allow_extra_args(false);
     app.add_option("--journal", journal, "Write what is done to the server there, not to journal.log in its folder");
     app.add_option("--capture", capture, "Add what goes over the server's wires to that pcapng file, for Wireshark");
+    app.add_option("--steps", steps, "Add a line for each step of the run to that file: its number, kind and name");
+    app.add_option("--kill-at", killAt, "Kill the installer behind the step with that number; the server goes on")
+        ->check(CLI::PositiveNumber);
     auto* pRealTime = app.add_flag("--real-time", realTime, "Let sleeps take their time");
     app.add_option("--clock-start", clockStart, "Let the virtual clock start there, in seconds since the epoch")
         ->check(CLI::Range(std::int64_t{0}, sim::MaxClockStart))
@@ -174,6 +179,8 @@ int ParseAndRun(int argc, char** argv)
         if (!faults.empty()) options.Faults = FaultPatch(faults).dump();
         if (!journal.empty()) options.Journal = fs::absolute(journal);
         if (!capture.empty()) options.Capture = fs::absolute(capture);
+        if (!steps.empty()) options.Steps = fs::absolute(steps);
+        if (killAt != 0) options.KillAt = killAt;
         if (realTime) options.RealTime = true;
         if (clockStart) options.ClockStart = clockStart;
         sim::WriteRunOptions(options);

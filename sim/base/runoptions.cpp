@@ -14,6 +14,8 @@ const char szServer[] = "ZALSIM_SERVER";
 const char szFaults[] = "ZALSIM_FAULTS";
 const char szJournal[] = "ZALSIM_JOURNAL";
 const char szCapture[] = "ZALSIM_CAPTURE";
+const char szSteps[] = "ZALSIM_STEPS";
+const char szKillAt[] = "ZALSIM_KILL_AT";
 const char szRealTime[] = "ZALSIM_REAL_TIME";
 const char szPreload[] = "LD_PRELOAD";
 const char szLibraries[] = "LD_LIBRARY_PATH";
@@ -33,6 +35,18 @@ void Set(const char* name, const std::string& value)
         setenv(name, value.c_str(), 1);
 }
 
+// The number in a variable, from 0 to most; nothing where there is none.
+std::optional<std::int64_t> GetNumber(const char* name, std::int64_t most)
+{
+    const std::string text = Get(name);
+    if (text.empty()) return std::nullopt;
+    std::int64_t number = 0;
+    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size() || number < 0 || number > most)
+        throw std::runtime_error(std::string(name) + " is no number up to " + std::to_string(most) + ": " + text);
+    return number;
+}
+
 }  // namespace
 
 RunOptions ReadRunOptions()
@@ -43,13 +57,9 @@ RunOptions ReadRunOptions()
     options.Journal = Get(szJournal);
     options.Capture = Get(szCapture);
     options.RealTime = !Get(szRealTime).empty();
-    const std::string start = Get(szClockStart);
-    if (start.empty()) return options;
-    std::int64_t seconds = 0;
-    const auto parsed = std::from_chars(start.data(), start.data() + start.size(), seconds);
-    if (parsed.ec != std::errc() || parsed.ptr != start.data() + start.size() || seconds < 0 || seconds > MaxClockStart)
-        throw std::runtime_error(std::string(szClockStart) + " is no number of seconds: " + start);
-    options.ClockStart = seconds;
+    options.ClockStart = GetNumber(szClockStart, MaxClockStart);
+    options.Steps = Get(szSteps);
+    options.KillAt = static_cast<int>(GetNumber(szKillAt, MaxClockStart).value_or(0));
     return options;
 }
 
@@ -59,6 +69,8 @@ void WriteRunOptions(const RunOptions& options)
     Set(szFaults, options.Faults);
     Set(szJournal, options.Journal.string());
     Set(szCapture, options.Capture.string());
+    Set(szSteps, options.Steps.string());
+    Set(szKillAt, options.KillAt != 0 ? std::to_string(options.KillAt) : "");
     Set(szRealTime, options.RealTime ? "1" : "");
     Set(szClockStart, options.ClockStart ? std::to_string(*options.ClockStart) : "");
 }

@@ -23,6 +23,8 @@ struct RunOptions
     std::string Faults;                      // ZALSIM_FAULTS: a JSON object, over the description's; empty: none
     std::filesystem::path Journal;           // ZALSIM_JOURNAL: in place of journal.log in the folder; empty: that one
     std::filesystem::path Capture;           // ZALSIM_CAPTURE: what goes over the wires goes there too; empty: nowhere
+    std::filesystem::path Steps;             // ZALSIM_STEPS: a line for each step goes there (steps.h); empty: nowhere
+    int KillAt = 0;                          // ZALSIM_KILL_AT: the program is killed behind that step; 0: behind none
     bool RealTime = false;                   // ZALSIM_REAL_TIME: sleeps take their time
     std::optional<std::int64_t> ClockStart;  // ZALSIM_CLOCK_START: seconds since the epoch; none: the host's time
 };

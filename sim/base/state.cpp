@@ -19,7 +19,7 @@ namespace sim
 
 namespace fs = std::filesystem;
 
-CServerFolder::CServerFolder(const fs::path& path) : m_Path(path)
+CServerFolder::CServerFolder(const fs::path& path) : m_Path(path), m_Steps([this] { LosePower(); })
 {
     if (Open().Get() < 0)
         throw std::runtime_error("There is no server in " + path.string() + ": " + std::strerror(errno));
@@ -65,7 +65,7 @@ void CServerFolder::LosePower()
 }
 
 CStateFile::CStateFile(CServerFolder& folder, const std::string& name, std::size_t maxSize)
-    : m_Path(folder.Path() / name), m_MaxSize(maxSize)
+    : m_Folder(folder), m_Path(folder.Path() / name), m_MaxSize(maxSize)
 {
 }
 
@@ -109,10 +109,12 @@ bool CStateFile::RefreshStart(std::optional<std::string>& bytes, std::size_t mos
 
 void CStateFile::Write(std::string_view bytes)
 {
+    CStep step(m_Folder.GetSteps(), "write", Name());
     WriteWholeFile(m_Path, bytes);
     Open();
     m_KnownSize = bytes.size();
     m_bKnown = true;
+    step.End();
 }
 
 void CStateFile::WriteObject(const Json& object)
@@ -122,6 +124,8 @@ void CStateFile::WriteObject(const Json& object)
 
 void CStateFile::Append(std::string_view bytes)
 {
+    CStep step(m_Folder.GetSteps(), "append", Name());
+    if (step.IsCut()) bytes = bytes.substr(0, bytes.size() / 2);
     const CDescriptor file(open(m_Path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0666));
     if (file.Get() < 0 || !WriteAll(file.Get(), bytes)) {
         const std::string why = std::strerror(errno);
@@ -131,24 +135,29 @@ void CStateFile::Append(std::string_view bytes)
     if (m_Known.Get() < 0) Open();
     m_KnownSize += bytes.size();
     m_bKnown = true;
+    step.End();
 }
 
 void CStateFile::Remove()
 {
+    CStep step(m_Folder.GetSteps(), "remove", Name());
     if (unlink(m_Path.c_str()) != 0 && errno != ENOENT)
         throw std::runtime_error("can't remove " + m_Path.string() + ": " + std::strerror(errno));
     m_Known.Reset(-1);
     m_KnownSize = 0;
     m_bKnown = true;
+    step.End();
 }
 
 void CStateFile::TakeFrom(CStateFile& other)
 {
+    CStep step(m_Folder.GetSteps(), "replace", Name());
     if (std::rename(other.m_Path.c_str(), m_Path.c_str()) != 0)
         throw std::runtime_error("can't rename " + other.m_Path.string() + ": " + std::strerror(errno));
     m_KnownSize = other.m_KnownSize;
     m_bKnown = true;
     Open();
+    step.End();
     other.Remove();
 }
 

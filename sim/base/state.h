@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "sim/base/fields.h"
+#include "sim/base/steps.h"
 #include "support/descriptor.h"
 
 namespace sim
@@ -34,6 +35,9 @@ class CServerFolder
     CServerFolder& operator=(const CServerFolder&) = delete;
 
     const std::filesystem::path& Path() const { return m_Path; }
+
+    // What is done to the server is counted there.
+    CSteps& GetSteps() { return m_Steps; }
 
     // Keeps the other processes and threads out while it lives. A thread may hold several.
     class Lock
@@ -60,6 +64,7 @@ class CServerFolder
     CDescriptor Open() const;
 
     std::filesystem::path m_Path;
+    CSteps m_Steps;
     CDescriptor m_Locked;  // open while the lock is held
     std::recursive_mutex m_Mutex;
     int m_Locks = 0;
@@ -100,12 +105,13 @@ class CStateFile
         }
     }
 
-    // Makes the bytes, or the object, the whole contents.
+    // Makes the bytes, or the object, the whole contents. This and what follows is a step each.
     void Write(std::string_view bytes);
     void WriteObject(const Json& object);
 
     // Adds bytes to a file of which any number, counted from its start, is valid: a process that is killed meanwhile
-    // leaves some of them. Costs as much as the bytes are many, however long the file is.
+    // leaves some of them, and so does power that goes in the middle. Costs as much as the bytes are many, however long
+    // the file is.
     void Append(std::string_view bytes);
 
     void Remove();
@@ -118,7 +124,9 @@ class CStateFile
 
   private:
     void Open();
+    std::string Name() const { return m_Path.filename().string(); }
 
+    CServerFolder& m_Folder;
     std::filesystem::path m_Path;
     std::size_t m_MaxSize;
     // The version that was read or written last. Every version is a file of its own, and while it is open no other gets

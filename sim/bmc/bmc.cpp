@@ -69,6 +69,9 @@ CBmc::CBmc(const IpmiFaults& faults, CServerFolder& folder, CJournal& journal)
 
 Bytes CBmc::Execute(std::uint8_t lun, std::uint8_t netFunction, std::uint8_t command, const Bytes& request)
 {
+    char szName[16];
+    std::snprintf(szName, sizeof szName, "0x%02X-0x%02X", netFunction, command);
+    CStep step(m_Folder.GetSteps(), "ipmi", szName);
     Bytes response = {Completion_InvalidCommand};
     if (m_Faults.CompletionCode != 0)
         response = {static_cast<std::uint8_t>(m_Faults.CompletionCode)};
@@ -80,6 +83,7 @@ Bytes CBmc::Execute(std::uint8_t lun, std::uint8_t netFunction, std::uint8_t com
         response = AccessNvram(request);
     m_Journal.Write("ipmi netfn=0x%02X command=0x%02X request=%zu completion=0x%02X response=%zu", netFunction, command,
                     request.size(), response[0], response.size() - 1);
+    step.End();
     return response;
 }
 

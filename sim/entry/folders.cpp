@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -30,6 +31,22 @@ const char* FindFolder(const char* path)
     return nullptr;
 }
 
+// Does what changes a path: a step, where it is the server's own.
+template <typename Change>
+int Do(const char* verb, const CHostPath& path, Change change)
+{
+    if (!path.GetServer()) return change();
+    return OrEndProcess([&] {
+        CStep step(path.GetServer()->GetFolder().GetSteps(), "host",
+                   std::string(verb) + " " + (std::strrchr(path, '/') + 1));
+        const int result = change();
+        const int error = errno;
+        step.End();
+        errno = error;
+        return result;
+    });
+}
+
 }  // namespace
 
 CHostPath::CHostPath(const char* path) : m_pszPath(path)
@@ -40,6 +57,7 @@ CHostPath::CHostPath(const char* path) : m_pszPath(path)
     const std::string root = pServer->GetFolder().Path().string();
     std::error_code ignored;  // the call that follows fails, too
     std::filesystem::create_directories(std::filesystem::path(root + pszFolder).parent_path(), ignored);
+    m_pServer = pServer;
     m_sOnServer = root + path;
     m_pszPath = m_sOnServer.c_str();
 }
@@ -51,19 +69,23 @@ using sim::CHostPath;
 ENTRY_POINT int mkdir(const char* path, mode_t mode) noexcept
 {
     NEXT(mkdir);
-    return next(CHostPath(path), mode);
+    const CHostPath host(path);
+    return sim::Do("mkdir", host, [&] { return next(host, mode); });
 }
 
 ENTRY_POINT int unlink(const char* path) noexcept
 {
     NEXT(unlink);
-    return next(CHostPath(path));
+    const CHostPath host(path);
+    return sim::Do("unlink", host, [&] { return next(host); });
 }
 
 ENTRY_POINT int rename(const char* from, const char* to) noexcept
 {
     NEXT(rename);
-    return next(CHostPath(from), CHostPath(to));
+    const CHostPath source(from);
+    const CHostPath target(to);
+    return sim::Do("rename", target, [&] { return next(source, target); });
 }
 
 ENTRY_POINT int access(const char* path, int mode) noexcept

@@ -6,6 +6,8 @@
 namespace sim
 {
 
+class CServer;
+
 // A path as a program names it. One of those folders, or of what is in them, stands for that of the same name in the
 // folder of the current server, where the folder above is then made.
 class CHostPath
@@ -17,8 +19,12 @@ class CHostPath
 
     operator const char*() const { return m_pszPath; }
 
+    // The server in whose folder it stands; null for any other path.
+    CServer* GetServer() const { return m_pServer; }
+
   private:
     const char* m_pszPath;
+    CServer* m_pServer = nullptr;  // null: it is in none of the folders
     std::string m_sOnServer;
 };
 

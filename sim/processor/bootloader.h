@@ -9,6 +9,7 @@
 #include "sim/base/journal.h"
 #include "sim/base/state.h"
 #include "sim/images/firmwareversion.h"
+#include "sim/processor/i2c.h"
 
 namespace sim
 {
@@ -24,15 +25,6 @@ enum ProgrammingStatus
     ProgrammingStatus_BadAddress = 5,  // outside of the memory for microcode
     ProgrammingStatus_DeviceError = 6,
     ProgrammingStatus_Busy = 7,
-};
-
-// So many events have the fault, beginning with the one of that number; the first has number 1.
-struct RepeatedFault
-{
-    bool Has(int number) const { return First != 0 && number >= First && number - First < Times; }
-
-    int First;  // 0: none has it
-    int Times;
 };
 
 struct BootLoaderFaults

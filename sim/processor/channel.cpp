@@ -55,8 +55,15 @@ bool Concerns(const PacketFault& fault, WORD command, int exchange, int commandE
 
 }  // namespace
 
-CChannelDriver::CChannelDriver(CProcessor& processor, const ProcessorDescription& description, CJournal& journal)
-    : m_Processor(processor), m_Description(description), m_Journal(journal), m_Opened(0), m_Exchanges(0), m_FullFifo(0)
+CChannelDriver::CChannelDriver(CProcessor& processor, const ProcessorDescription& description, CServerFolder& folder,
+                               CJournal& journal)
+    : m_Processor(processor),
+      m_Description(description),
+      m_Folder(folder),
+      m_Journal(journal),
+      m_Opened(0),
+      m_Exchanges(0),
+      m_FullFifo(0)
 {
 }
 
@@ -153,7 +160,9 @@ void CChannelDriver::Answer(Channel& channel, const Request& request)
         return Concerns(fault, command, request.Exchange, request.CommandExchange);
     };
     const DWORD errorCode = concerns(faults.Error) ? static_cast<DWORD>(faults.Error.Value) : 0;
+    CStep step(m_Folder.GetSteps(), "exchange", FindCommandName(command));
     CProcessor::Answer answer = m_Processor.Execute(request.Packet, errorCode);
+    step.End();
     if (answer.Packet.empty() || concerns(faults.Lost)) return;
 
     std::int64_t ready = CClock::Instance().Now();

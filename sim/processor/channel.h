@@ -26,7 +26,8 @@ class CChannelDriver
   public:
     using Bytes = std::vector<std::uint8_t>;
 
-    CChannelDriver(CProcessor& processor, const ProcessorDescription& description, CJournal& journal);
+    CChannelDriver(CProcessor& processor, const ProcessorDescription& description, CServerFolder& folder,
+                   CJournal& journal);
 
     // The channel library's operations. A handle is never used twice; any other value is answered with a status.
     ZALCISTATUS Create(ZALCIHANDLE& handle, const FifoSize& send, const FifoSize& receive);
@@ -75,6 +76,7 @@ class CChannelDriver
 
     CProcessor& m_Processor;
     const ProcessorDescription& m_Description;
+    CServerFolder& m_Folder;
     CJournal& m_Journal;
     std::map<ZALCIHANDLE, Channel> m_Channels;
     DWORD m_Opened;  // channels so far

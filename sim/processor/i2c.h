@@ -17,6 +17,18 @@ namespace sim
 
 struct PowerPicDescription;
 
+// So many events have the fault, beginning with the one of that number; the first has number 1.
+struct RepeatedFault
+{
+    // Reads the number of the first event, or an object with that ("at") and the number of events ("times").
+    static RepeatedFault Read(CFields& faults, const char* key);
+
+    bool Has(int number) const { return First != 0 && number >= First && number - First < Times; }
+
+    int First;  // 0: none has it
+    int Times;
+};
+
 // One device at one address. Registering its class makes it known to descriptions; see eeprom.cpp.
 class I2CDevice
 {
@@ -30,6 +42,9 @@ class I2CDevice
 
     // Fills bytes, which come as many as the other side wants; fewer may be left.
     virtual bool Read(Bytes& bytes) = 0;
+
+    // True where the last byte that is read is a checksum of the others, which a fault may then make a wrong one.
+    virtual bool HasChecksum() const { return false; }
 };
 
 // Where a device finds itself. What stands behind the references lives as long as the device.
@@ -65,7 +80,8 @@ struct I2CDescription
 struct I2CBusesDescription
 {
     std::vector<I2CDescription> Devices;
-    int Refusals;  // so many transactions are not acknowledged
+    RepeatedFault NoAcknowledge;  // of transactions
+    RepeatedFault BadChecksum;    // the same
 };
 
 // Reads "i2c" in a processor's object, with "i2c" in its faults. Throws std::runtime_error with a sentence for the
@@ -82,11 +98,13 @@ class CI2CBuses
     bool Transfer(int bus, int address, const I2CDevice::Bytes& write, I2CDevice::Bytes& read);
 
   private:
-    bool Acknowledges(int bus, int address, const I2CDevice::Bytes& write, I2CDevice::Bytes& read);
+    bool Acknowledges(I2CDevice& device, const I2CDevice::Bytes& write, I2CDevice::Bytes& read);
 
+    const I2CBusesDescription& m_Description;
     std::map<std::pair<int, int>, std::unique_ptr<I2CDevice>> m_Devices;
+    CServerFolder& m_Folder;
     CCapture& m_Capture;
-    int m_Refusals;
+    int m_Transactions;  // with devices so far
 };
 
 }  // namespace sim

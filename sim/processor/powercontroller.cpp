@@ -79,17 +79,6 @@ Registers ReadRegisters(CFields& fields)
     return registers;
 }
 
-// The number of the first event, or an object with that ("at") and the number of events ("times").
-RepeatedFault Repeated(CFields& fields, const char* key)
-{
-    const Json* pFault = fields.Find(key);
-    if (!pFault) return {};
-    if (!pFault->is_object()) return {fields.Numeric(key, 0), 1};
-    return fields.Object(key, [](CFields& members) -> RepeatedFault {
-        return {members.Numeric("at", 1), members.Numeric("times", 1)};
-    });
-}
-
 std::uint8_t Sum(const I2CDevice::Bytes& bytes)
 {
     return std::accumulate(bytes.begin(), bytes.end(), std::uint8_t{0},
@@ -123,12 +112,12 @@ struct PowerControllerDescription
 
 PowerControllerFaults DescribeFaults(CFields& faults)
 {
-    return {
-        Repeated(faults, "no_acknowledge"),
-        Repeated(faults, "bad_checksum"),
-        faults.Flag("never_unlocks"),
-        faults.Flag("never_leaves_boot_loader"),
-        {Repeated(faults, "error"), faults.Numeric("busy_at_record", 0), faults.Numeric("power_lost_at_record", 0)}};
+    return {RepeatedFault::Read(faults, "no_acknowledge"),
+            RepeatedFault::Read(faults, "bad_checksum"),
+            faults.Flag("never_unlocks"),
+            faults.Flag("never_leaves_boot_loader"),
+            {RepeatedFault::Read(faults, "error"), faults.Numeric("busy_at_record", 0),
+             faults.Numeric("power_lost_at_record", 0)}};
 }
 
 PowerControllerDescription Describe(CFields& device, CFields& faults)
@@ -168,6 +157,8 @@ class CPowerController : public I2CDevice
         bytes = m_Reply;
         return true;
     }
+
+    bool HasChecksum() const override { return true; }
 
   private:
     void NoteFault(const char* name)

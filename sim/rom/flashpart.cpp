@@ -197,8 +197,10 @@ void CFlashPart::Execute(TABLE_EXEC_REQUEST& request)
     m_Journal.Write("flash start table=%u name=%s size=%u sps=%d", request.TableNumber, pszName, request.BufferSize,
                     request.IsSpsFlash);
     Record(FlashOperation_Execute, Direction_Request, 0, &request, sizeof request);
+    CStep step(m_Folder.GetSteps(), "table", pszName, [this] { Save(); });
     request.Status = Run(request);
     Save();
+    step.End();
     Record(FlashOperation_Execute, Direction_Reply, request.Status, &request, sizeof request);
     m_Journal.Write("flash end table=%u name=%s status=%u", request.TableNumber, pszName, request.Status);
 }
@@ -207,7 +209,7 @@ void CFlashPart::Execute(TABLE_EXEC_REQUEST& request)
 DWORD CFlashPart::Run(TABLE_EXEC_REQUEST& request)
 {
     const DWORD table = request.TableNumber;
-    const bool fails = m_Description.Faults.FailsAtTable == static_cast<int>(table);
+    const bool fails = Fails(table);
     if (table > FlashTable_OsCleanup) return FlashStatus_UnknownTable;
     if (!IsWellFormed(request)) return FlashStatus_BadRequest;
     LosePower(table, 0);
@@ -221,6 +223,13 @@ DWORD CFlashPart::Run(TABLE_EXEC_REQUEST& request)
     if (table == FlashTable_Program) status = Program(request, fails ? request.BufferSize / 2 : request.BufferSize);
     if (table == FlashTable_OsCleanup) m_bSetUp = false;
     return fails ? DWORD{FlashStatus_DeviceError} : status;
+}
+
+bool CFlashPart::Fails(DWORD table)
+{
+    const FlashFaults& faults = m_Description.Faults;
+    const int run = ++m_TableRuns[table];
+    return faults.FailsAtTable == static_cast<int>(table) && (faults.FailsAtRun == 0 || faults.FailsAtRun == run);
 }
 
 DWORD CFlashPart::Backup(TABLE_EXEC_REQUEST& request)
@@ -265,8 +274,11 @@ void CFlashPart::WriteBlock(std::size_t offset, const std::uint8_t* bytes)
 {
     // Whoever finds the part changed finds, too, what runs: it is written first, and counts while there is a rom.bin.
     if (!m_bChanged && !(m_File.Exists() && m_RunningFile.Exists())) m_RunningFile.Write(AsText(m_Bytes));
+    CStep step(m_Folder.GetSteps(), "block", std::to_string(offset / BlockSize), [this] { Save(); });
     m_bChanged = true;
-    std::copy_n(bytes, BlockSize, m_Bytes.begin() + static_cast<std::ptrdiff_t>(offset));
+    const std::size_t size = step.IsCut() ? BlockSize / 2 : BlockSize;
+    std::copy_n(bytes, size, m_Bytes.begin() + static_cast<std::ptrdiff_t>(offset));
+    step.End();
 }
 
 // Takes the server's power where the description says that it goes: after so many blocks of that table.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -73,6 +74,7 @@ class CFlashPart
     DWORD Erase(std::size_t bytes);
     DWORD Program(const TABLE_EXEC_REQUEST& request, std::size_t bytes);
     void WriteBlock(std::size_t offset, const std::uint8_t* bytes);
+    bool Fails(DWORD table);
     void LosePower(DWORD table, std::size_t block);
     bool IsSelected() const;
     TABLE_QUERY_RESULT Find() const;
@@ -91,6 +93,7 @@ class CFlashPart
     DWORD m_BufferSize;
     std::string m_Selected;
     bool m_bSetUp;
+    std::map<DWORD, int> m_TableRuns;  // of each table so far
 };
 
 }  // namespace sim

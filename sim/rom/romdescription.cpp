@@ -13,7 +13,14 @@ namespace
 FlashFaults Faults(CFields& fields)
 {
     FlashFaults faults = {};
-    faults.FailsAtTable = fields.Numeric("fails_at_table", -1);
+    const Json* pFails = fields.Find("fails_at_table");
+    if (pFails && pFails->is_object())
+        fields.Object("fails_at_table", [&](CFields& members) {
+            faults.FailsAtTable = members.Numeric("table", 0);
+            faults.FailsAtRun = members.Numeric("run", 0);
+        });
+    else
+        faults.FailsAtTable = fields.Numeric("fails_at_table", -1);
     faults.PowerLostAfterBlocks = fields.Numeric("power_lost_after_blocks", -1);
     faults.PowerLostAtTable = fields.Numeric("power_lost_at_table", faults.PowerLostAfterBlocks < 0 ? -1 : 3);
     if (faults.PowerLostAfterBlocks < 0) faults.PowerLostAfterBlocks = 0;

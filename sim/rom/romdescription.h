@@ -18,6 +18,7 @@ class CFields;
 struct FlashFaults
 {
     int FailsAtTable;      // this table reports an error after half of its work; -1: none does
+    int FailsAtRun;        // ... when it is run for that time, from 1; 0: each time
     int PowerLostAtTable;  // power goes while this table runs, after so many blocks of 64 KiB; -1: never
     int PowerLostAfterBlocks;
     int StuckBlock;  // this block keeps what it holds when it is programmed; -1: none
