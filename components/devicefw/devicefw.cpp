@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include <cstdlib>
+#include <charconv>
 
 #include "host/progress.h"
 
@@ -14,6 +14,13 @@ const int MaxHandlerLength = 15;
 const int PollSeconds = 1;
 const int MaxLostReplies = 3;
 const int BusyLimitSeconds = 600;
+
+bool ReadByte(const CStr& text, UINT8& value)
+{
+    const char* pEnd = text.GetAnsiString() + text.GetLength();
+    const std::from_chars_result parsed = std::from_chars(text.GetAnsiString(), pEnd, value);
+    return parsed.ec == std::errc() && parsed.ptr == pEnd;
+}
 
 }  // namespace
 
@@ -28,9 +35,13 @@ CStr CDeviceFirmware::ReadSettings()
     m_sHandler = Setting("Device", "Handler");
     m_Discovery.sDeviceId = m_sHandler;
     m_Discovery.sFirmwareItemType = "device_firmware";
-    const bool known = m_bBackplane || kind == "tamberline";
-    const bool usable = known && !m_sHandler.IsEmpty() && m_sHandler.GetLength() <= MaxHandlerLength;
-    return usable ? "" : "The settings name no device with its handler.";
+    if (!m_bBackplane && kind != "tamberline")
+        return "The settings name no device that this installer knows: Kind must be tamberline or nvme_backplane.";
+    if (m_sHandler.IsEmpty() || m_sHandler.GetLength() > MaxHandlerLength)
+        return "The settings name no usable handler: Handler must have 1 to 15 characters.";
+    if (m_bBackplane && !ReadByte(Setting("Device", "Type"), m_Type))
+        return "The settings name no type of NVMe backplane: Type must be a number from 0 to 255.";
+    return "";
 }
 
 BOOL CDeviceFirmware::FindDevice()
@@ -40,11 +51,10 @@ BOOL CDeviceFirmware::FindDevice()
 
 BOOL CDeviceFirmware::FindBackplane()
 {
-    const int wanted = std::atoi(Setting("Device", "Type"));
     const int count = Channel().GetNVMeBackplaneCount();
     for (int i = 0; i < count && i < SMIFRSP_GET_NVME_BACKPLANE_INFO::MaxBackplanes; i++) {
         UINT8 type = 0;
-        if (!Channel().GetNVMeBackplaneInfo(i, &type, nullptr) || type != wanted) continue;
+        if (!Channel().GetNVMeBackplaneInfo(i, &type, nullptr) || type != m_Type) continue;
         m_Backplane = i;
         return TRUE;
     }
@@ -65,7 +75,9 @@ BOOL CDeviceFirmware::WriteDevice(PLOGFN logger)
 {
     const int status = Channel().OpenDeviceFlash(m_sHandler);
     if (status == DeviceFlashStatus_Busy) return Fail("the device is busy");
-    if (status != DeviceFlashStatus_OK) return Fail("the management processor can't flash this device");
+    if (status == DeviceFlashStatus_Failed) return Fail("the management processor gave no usable answer");
+    if (status != DeviceFlashStatus_OK)
+        return Fail(CStr("the management processor refused the handler ") + m_sHandler + " that the settings name");
     return Send(logger) && WaitUntilDone(logger);
 }
 

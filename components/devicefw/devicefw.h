@@ -31,6 +31,7 @@ class CDeviceFirmware : public CFirmwareComponent
     BOOL WaitUntilDone(PLOGFN logger);
 
     BOOL m_bBackplane = FALSE;  // else a Tamberline controller
+    UINT8 m_Type = 0;           // of the backplane
     int m_Backplane = -1;       // index
     CStr m_sHandler;
 };

@@ -68,10 +68,12 @@ CStr CPackageImage::Subject() const
 bool CPackageImage::CheckNames()
 {
     if (m_bKept) return !m_sChecksum.IsEmpty() || Fail(m_sFile + " is no kept image: its name tells no checksum.");
-    if (m_sFile.IsEmpty() || m_sFile.GetLength() > MaxFileNameLength || m_sFile.Find("/") >= 0 ||
-        !IsChecksum(m_sChecksum))
-        return Fail(CStr("The settings name no ") + m_pszWhat + " with its checksum.");
-    return true;
+    if (m_sFile.IsEmpty() || m_sFile.GetLength() > MaxFileNameLength || m_sFile.Find("/") >= 0)
+        return Fail(CStr("The settings name no ") + m_pszWhat +
+                    " of this package: File must be a name without '/', and settings.ini must end in a setting, or its "
+                    "last section does not count.");
+    return IsChecksum(m_sChecksum) || Fail(CStr("The settings state no checksum of the ") + m_pszWhat + " " + m_sFile +
+                                           ": CRC32 must have 8 hexadecimal digits.");
 }
 
 bool CPackageImage::CheckFile()

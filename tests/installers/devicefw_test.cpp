@@ -71,14 +71,17 @@ TEST_F(DeviceFirmware, FlashesTheFirstBackplaneOfItsType)
 
 TEST_F(DeviceFirmware, RefusesAPackageThatIsNotWhole)
 {
-    const std::pair<const char*, const char*> cases[] = {
-        {"Kind = tamberline", "The settings name no device with its handler."},
-        {"Handler = TMBR", "The settings name no device with its handler."},
-        {"File = ", "The settings name no device image with its checksum."},
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"Kind = tamberline", "Nothing = ", "The settings name no device that this installer knows: Kind must be"},
+        {"Kind = tamberline", "Kind = nvme_backplane\nType = 2x", "The settings name no type of NVMe backplane: Type"},
+        {"Kind = tamberline", "Kind = nvme_backplane\nType = 258", "The settings name no type of NVMe backplane: Type"},
+        {"Handler = ", "Nothing = ", "The settings name no usable handler: Handler must have 1 to 15 characters."},
+        {"Handler = ", "Handler = 0123456789AB", "The settings name no usable handler:"},
+        {"File = ", "Nothing = ", "The settings name no device image of this package: File must be"},
     };
-    for (const auto& c : cases) {
-        Edit("settings.ini", c.first, "Nothing = ");
-        EXPECT_TRUE(Ends(7, c.second));
+    for (const auto& [find, replacement, says] : cases) {
+        Edit("settings.ini", find, replacement);
+        EXPECT_TRUE(Ends(7, says));
         Restore("settings.ini");
     }
     const std::tuple<const char*, const char*, const char*> files[] = {
@@ -96,7 +99,7 @@ TEST_F(DeviceFirmware, RefusesAPackageThatIsNotWhole)
         Restore(file);
     }
     Edit("settings.ini", "Handler = TMBR", "Handler = Nobody");
-    EXPECT_TRUE(Ends(7, "the management processor can't flash this device. The Tamberline controller was not touched"));
+    EXPECT_TRUE(Ends(7, "the management processor refused the handler Nobody that the settings name. The Tamberline"));
 }
 
 TEST_F(DeviceFirmware, SaysWhatStateAFailureLeavesAndRecovers)
@@ -105,8 +108,8 @@ TEST_F(DeviceFirmware, SaysWhatStateAFailureLeavesAndRecovers)
         {"device_error_at_byte=100000", 7, "the device refused the image at byte 99328", InLoader, "incomplete"},
         {"dies_at_byte=50000", 7, "the management processor stopped answering at byte 49152", Unknown, "unknown"},
         {"power_lost_at_byte=150000", 137, "Uploading: 140288", "", "nothing"},
-        {R"(error='{"command": "DEVICE_FLASH", "exchange": 1}')", 7, "can't flash this device", Untouched, "untouched"},
-        {R"(lost='{"command": "DEVICE_FLASH", "exchange": 1}')", 7, "can't flash this device", Untouched, "untouched"},
+        {R"(error='{"command": "DEVICE_FLASH", "exchange": 1}')", 7, "refused the handler", Untouched, "untouched"},
+        {R"(lost='{"command": "DEVICE_FLASH", "exchange": 1}')", 7, "gave no usable answer", Untouched, "untouched"},
         {R"(lost='{"command": "DEVICE_FLASH", "exchange": 198}')", 0, "was flashed and runs", "", "runs new"},
         {R"(stale='{"command": "DEVICE_FLASH", "replies": 3}')", 0, "was flashed and runs", "", "runs new"},
     };

@@ -295,7 +295,7 @@ TEST_F(SystemRom, RefusesAPackageThatIsNotWhole)
         {xml, "sw_key name=\"P70\"", "sw_key", "states no ROM family"},
         {xml, "</zal_package>", "", "no readable package description"},
         {ini, "[Image]", "[Picture]", "The settings name no ROM image"},
-        {ini, "CRC32 = ", "CRC32 = 0x", "The settings name no ROM image"},
+        {ini, "CRC32 = ", "CRC32 = 0x", "The settings state no checksum of the ROM image P70_2.40.rom:"},
         {ini, "File = ", "File = ../", "The settings name no ROM image"},
         {ini, "File = P70_2.40.rom", "File = qxsystemrom.xml", "is damaged"},
     };
