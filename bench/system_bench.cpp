@@ -64,7 +64,7 @@ void BenchSmbios(const std::string& self, const std::string& folder)
     const std::string server = MakeServer(folder, "{}");
     const std::string dump = folder + "/smbios";
     sim::SetCurrentServer(std::make_unique<sim::CServer>(fs::path(server)));
-    sim::WriteSmbiosDump(sim::CurrentServer()->GetSmbios(), dump);
+    WriteWholeFile(dump, sim::DumpSmbios(sim::CurrentServer()->GetSmbios()));
     Compare("SMBIOS tables", 1, "runs", 20,
             {{"dmidecode, process", [&] { return RunQuietly("dmidecode --from-dump " + dump); }},
              {"eight questions, process", [&] { return RunQuietly("'" + self + "' --smbios " + server); }},

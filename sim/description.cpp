@@ -33,6 +33,7 @@ ServerDescription Describe(CFields& fields)
         });
         if (fields.Find("management_processor")) server.Processor = std::move(processor);
     });
+    server.PciList = fields.Text("pci_list");
     if (!fields.Flag("management_controller", true)) server.Ipmi.Missing = true;
     return server;
 }
@@ -53,7 +54,8 @@ ServerDescription ReadDescription(const std::filesystem::path& folder, const std
             server = CFields::Read(json, "server.json", Describe);
         }
         server.Folder = folder;
-        if (!server.Smbios.Dump.empty()) server.Smbios.Dump = folder / server.Smbios.Dump;
+        for (std::filesystem::path* pFile : {&server.Smbios.Dump, &server.FlashPart.Area, &server.PciList})
+            if (!pFile->empty()) *pFile = folder / *pFile;
         return server;
     } catch (const std::exception& error) {
         throw std::runtime_error(source + " is wrong: " + error.what());

@@ -23,6 +23,7 @@ struct ServerDescription
     RomDriverDescription RomDriver;
     IpmiFaults Ipmi;
     std::optional<ProcessorDescription> Processor;
+    std::filesystem::path PciList;  // a file of the PCI devices; empty: the list is made
 };
 
 // Reads server.json in the server's folder, and over its faults those of a run: a JSON object, or nothing. Throws

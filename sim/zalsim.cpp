@@ -16,6 +16,7 @@
 #include "sim/images/firmwareversion.h"
 #include "sim/program.h"
 #include "sim/server.h"
+#include "support/files.h"
 #include "support/output.h"
 
 namespace
@@ -188,7 +189,7 @@ int ParseAndRun(int argc, char** argv)
         sim::CServer server(folder, options);
         if (describe) Describe(server);
         if (showLog) ShowLog(server.GetBmc());
-        if (!dumpFile.empty()) sim::WriteSmbiosDump(server.GetSmbios(), dumpFile);
+        if (!dumpFile.empty()) WriteWholeFile(dumpFile, sim::DumpSmbios(server.GetSmbios()));
         if (!command.empty()) return Run(command, debug);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : sim::CouldNotRun;

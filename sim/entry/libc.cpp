@@ -288,8 +288,10 @@ ENTRY_POINT FILE* popen(const char* command, const char* mode)
     if (sim::ReadsPciDevices(command))
         redirected = sim::OrEndProcess([=] {
             const sim::ServerDescription& server = pServer->GetDescription();
-            return sim::WithPciDevices(command, pServer->GetFolder(),
-                                       server.Processor ? server.Processor->PciFunctions : 0);
+            const int functions = server.Processor ? server.Processor->PciFunctions : 0;
+            return sim::WithPciDevices(command, server.PciList.empty()
+                                                    ? sim::WritePciDevices(pServer->GetFolder(), functions)
+                                                    : server.PciList);
         });
     FILE* pPipe = next(redirected.c_str(), mode);
     if (pPipe)

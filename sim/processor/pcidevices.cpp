@@ -34,16 +34,20 @@ bool ReadsPciDevices(const std::string& command)
     return command.find(szPciDevices) != std::string::npos;
 }
 
-std::string WithPciDevices(const std::string& command, CServerFolder& folder, int functions)
+std::filesystem::path WritePciDevices(CServerFolder& folder, int functions)
 {
     std::string list = Line(0x0000, "90010001", "") + Line(0x00fa, "90010002", "sata");
     for (int i = 0; i < functions; i++)
         list += Line(0x0100 + i, ProcessorIds[static_cast<std::size_t>(i) % 4], i == 2 ? "chif" : "");
     list += Line(0x0200, "90020001", "nic");
     const CServerFolder::Lock lock(folder);
-    const std::filesystem::path file = folder.Path() / "pci_devices";
+    std::filesystem::path file = folder.Path() / "pci_devices";
     WriteWholeFile(file, list);
+    return file;
+}
 
+std::string WithPciDevices(const std::string& command, const std::filesystem::path& file)
+{
     std::string changed = command;
     return changed.replace(changed.find(szPciDevices), sizeof szPciDevices - 1, ShellWord(file.string()));
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <stdexcept>
 
 #include "flashtable.h"
 #include "support/files.h"
@@ -65,7 +66,8 @@ StartedRom CFlashPart::Start(const Bytes& part) const
     const std::string& family = m_Description.Rom.Family;
     StartedRom started = {Bytes(part.end() - BiosAreaSize, part.end()), std::nullopt, m_Description.Rom, false};
     started.Header = FindRomHeader(started.BiosArea);
-    if (!family.empty() && !(started.Header && IsWholeRomImage(part))) {
+    const bool whole = IsWholeRomImage(part) || (!m_Description.Area.empty() && part == Shipped());
+    if (!family.empty() && !(started.Header && whole)) {
         started.BootBlock = true;
         started.BiosArea = BuildRomImage({family, "", "", "BOOT BLOCK"}, BiosAreaSize);
         started.Header = FindRomHeader(started.BiosArea);
@@ -86,13 +88,21 @@ void CFlashPart::Load()
 {
     std::optional<std::string> bytes;
     if (!m_File.Refresh(bytes)) return;
+    m_Bytes = bytes ? ToPart(m_File, *bytes) : Shipped();
+}
+
+// Of a part that was recorded, nothing but the last bytes is known.
+Bytes CFlashPart::Shipped() const
+{
     const RomDescription& shipped = m_Description.Rom;
-    if (bytes)
-        m_Bytes = ToPart(m_File, *bytes);
-    else if (shipped.Family.empty())
-        m_Bytes.assign(m_Description.Size, 0xFF);
-    else
-        m_Bytes = BuildRomImage(shipped, m_Description.Size);
+    if (!shipped.Family.empty() && m_Description.Area.empty()) return BuildRomImage(shipped, m_Description.Size);
+    Bytes part(m_Description.Size, 0xFF);
+    if (m_Description.Area.empty()) return part;
+    const std::string area = ReadWholeFile(m_Description.Area, BiosAreaSize);
+    if (area.size() != BiosAreaSize)
+        throw std::runtime_error("The BIOS area in " + m_Description.Area.string() + " does not have 65536 bytes");
+    std::copy(area.begin(), area.end(), part.end() - BiosAreaSize);
+    return part;
 }
 
 void CFlashPart::Save()

@@ -67,6 +67,7 @@ class CFlashPart
     using Bytes = std::vector<std::uint8_t>;
 
     StartedRom Start(const Bytes& part) const;
+    Bytes Shipped() const;
     void Load();
     void Save();
     DWORD Run(TABLE_EXEC_REQUEST& request);

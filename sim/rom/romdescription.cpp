@@ -55,6 +55,7 @@ FlashPartDescription DescribeFlashPart(CFields& rom, CFields& faults)
     part.Rom.Version = rom.Text("version");
     part.Rom.Date = rom.Text("date");
     part.Rom.Name = rom.Text("name", "SYSTEM ROM");
+    part.Area = rom.Text("area");
     part.Size = rom.Numeric<std::size_t>("size", 1048576);
     if (!IsRomSize(part.Size)) rom.RefuseValue("size", "a multiple of 65536 bytes up to 256 MiB");
     part.Faults = faults.Object("flash", Faults);

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,8 +29,9 @@ struct FlashFaults
 
 struct FlashPartDescription
 {
-    RomDescription Rom;               // as it was shipped
-    std::size_t Size;                 // bytes
+    RomDescription Rom;          // as it was shipped
+    std::size_t Size;            // bytes
+    std::filesystem::path Area;  // in the server's folder: the part's last BiosAreaSize bytes; empty: they are built
     std::vector<std::string> Tables;  // names of the table sets
     FlashFaults Faults;
 };

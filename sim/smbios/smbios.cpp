@@ -16,26 +16,7 @@ namespace sim
 namespace
 {
 
-const std::uint32_t DumpTableOffset = 32;
 const std::size_t MaxDump = std::size_t{1} << 20;
-
-std::uint8_t ChecksumOf(const void* bytes, std::size_t length)
-{
-    const std::uint8_t* pByte = static_cast<const std::uint8_t*>(bytes);
-    std::uint8_t sum = 0;
-    for (std::size_t i = 0; i < length; i++) sum = static_cast<std::uint8_t>(sum + pByte[i]);
-    return static_cast<std::uint8_t>(-sum);
-}
-
-// Sets the table's address and makes both checksums of the entry point hold (DMTF DSP0134, 5.2.1).
-void SetAddress(SMBIOSEntryPoint& entry, std::uint32_t address)
-{
-    entry.dwSTAddr = address;
-    entry.byIntermediateCS = 0;
-    entry.byIntermediateCS = ChecksumOf(entry.sIntermediateAS, 15);
-    entry.byChecksum = 0;
-    entry.byChecksum = ChecksumOf(&entry, entry.byEPSLength);
-}
 
 // Collects records.
 class CTable
@@ -57,39 +38,25 @@ class CTable
         record.byLength = static_cast<BYTE>(length);
         record.wHandle = static_cast<WORD>(0x100 * type + m_Count);
         const BYTE* pRecord = reinterpret_cast<const BYTE*>(&record);
-        const std::size_t start = m_Bytes.size();
         m_Bytes.insert(m_Bytes.end(), pRecord, pRecord + length);
         for (const std::string& text : m_Strings)
             m_Bytes.insert(m_Bytes.end(), text.c_str(), text.c_str() + text.size() + 1);
         m_Bytes.insert(m_Bytes.end(), m_Strings.empty() ? 2 : 1, 0);
-        m_Largest = std::max(m_Largest, m_Bytes.size() - start);
         m_Strings.clear();
         m_Count++;
     }
 
     SmbiosTables Finish(BYTE minorVersion, std::uint32_t address)
     {
-        SMBIOSEntryPoint entry = {};
-        std::memcpy(entry.sAnchorString, "_SM_", 4);
-        entry.byEPSLength = sizeof entry;
-        entry.byMajorVer = 2;
-        entry.byMinorVer = minorVersion;
-        entry.wMaxStructSize = static_cast<WORD>(m_Largest);
-        std::memcpy(entry.sIntermediateAS, "_DMI_", 5);
-        entry.wSTLength = static_cast<WORD>(m_Bytes.size());
-        entry.wNumStructures = static_cast<WORD>(m_Count);
-        entry.byBCDRevision = static_cast<BYTE>(0x20 + minorVersion);
-        if (m_Bytes.size() != entry.wSTLength)
-            throw std::runtime_error("The SMBIOS tables are longer than 65535 bytes");
-        SetAddress(entry, address);
-        return {entry, m_Bytes};
+        SmbiosTables tables = MakeSmbios(2, minorVersion, m_Bytes);
+        PlaceSmbios(tables, address);
+        return tables;
     }
 
   private:
     std::vector<BYTE> m_Bytes;
     std::vector<std::string> m_Strings;
     std::size_t m_Count = 0;
-    std::size_t m_Largest = 0;
 };
 
 bool HasVersionRecords(const SmbiosDescription& server)
@@ -248,27 +215,13 @@ SmbiosTables ReadSmbiosDump(const std::filesystem::path& file, std::uint32_t add
 {
     const std::optional<std::string> dump = ReadFileIfThere(file, MaxDump);
     if (!dump) throw std::runtime_error("There is no SMBIOS dump " + file.string());
-    const std::string& bytes = *dump;
-    SmbiosTables tables = {};
-    if (bytes.size() >= sizeof tables.Entry) std::memcpy(&tables.Entry, bytes.data(), sizeof tables.Entry);
-    const SMBIOSEntryPoint& entry = tables.Entry;
-    if (std::memcmp(entry.sAnchorString, "_SM_", 4) != 0 || entry.byEPSLength > sizeof entry)
-        throw std::runtime_error(file.string() + " is no SMBIOS dump with a 32-bit entry point");
-    if (entry.dwSTAddr > bytes.size() || entry.wSTLength > bytes.size() - entry.dwSTAddr)
-        throw std::runtime_error(file.string() + " ends before its SMBIOS table does");
-    const char* pTable = bytes.data() + entry.dwSTAddr;
-    tables.Table.assign(pTable, pTable + entry.wSTLength);
-    SetAddress(tables.Entry, address);
-    return tables;
-}
-
-void WriteSmbiosDump(SmbiosTables tables, const std::filesystem::path& file)
-{
-    SetAddress(tables.Entry, DumpTableOffset);
-    std::string bytes(reinterpret_cast<const char*>(&tables.Entry), sizeof tables.Entry);
-    bytes.resize(DumpTableOffset);
-    bytes.append(tables.Table.begin(), tables.Table.end());
-    WriteWholeFile(file, bytes);
+    try {
+        SmbiosTables tables = ParseSmbiosDump(*dump);
+        PlaceSmbios(tables, address);
+        return tables;
+    } catch (const std::exception& error) {
+        throw std::runtime_error("The SMBIOS dump " + file.string() + " " + error.what());
+    }
 }
 
 }  // namespace sim

@@ -8,17 +8,12 @@
 
 #include "sim/images/firmwareversion.h"
 #include "sim/images/romimage.h"
+#include "sim/images/smbiosdump.h"
 #include "sim/smbios/smbiosdescription.h"
 #include "zalph/smbios.h"
 
 namespace sim
 {
-
-struct SmbiosTables
-{
-    SMBIOSEntryPoint Entry;
-    std::vector<std::uint8_t> Table;
-};
 
 // What a server's power PIC runs.
 struct PowerPicFirmware
@@ -36,9 +31,7 @@ SmbiosTables BuildSmbios(const SmbiosDescription& server, const RomDescription& 
 // The buffer that the tables' type 229 records reserve for flashing; zeros when there is none.
 SMBIOS_RESERVED_BUFFER FindFlashBuffer(const SmbiosTables& tables);
 
-// Reads and writes a dump in the layout of "dmidecode --dump-bin": the entry point at the start of the file, the table
-// at the offset that it tells. Reading places the table at address. Throw std::runtime_error with a sentence.
+// Reads a dump, and places its table at address. Throws std::runtime_error with a sentence.
 SmbiosTables ReadSmbiosDump(const std::filesystem::path& file, std::uint32_t address);
-void WriteSmbiosDump(SmbiosTables tables, const std::filesystem::path& file);
 
 }  // namespace sim

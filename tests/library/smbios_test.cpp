@@ -12,18 +12,18 @@ namespace
 {
 
 // Puts the process on a server whose table is these bytes.
-void UseTable(const std::string& bytes, WORD structures)
+void UseTable(const std::string& bytes, WORD structures, const std::string& fault = "none")
 {
     CTestFolder folder;
     SMBIOSEntryPoint entry = {};
     std::memcpy(entry.sAnchorString, "_SM_", 4);
     std::memcpy(entry.sIntermediateAS, "_DMI_", 5);
     entry.byEPSLength = sizeof entry;
-    entry.dwSTAddr = sizeof entry;
     entry.wSTLength = static_cast<WORD>(bytes.size());
     entry.wNumStructures = structures;
-    folder.Write("dump", std::string(reinterpret_cast<const char*>(&entry), sizeof entry) + bytes);
-    UseServer(RackServer("{\"smbios_dump\": \"" + (folder.Path() / "dump").string() + "\"}"));
+    folder.Write("dump", sim::DumpSmbios({entry, {bytes.begin(), bytes.end()}}));
+    UseServer(RackServer("{\"smbios_dump\": \"" + (folder.Path() / "dump").string() +
+                         "\", \"faults\": {\"smbios\": \"" + fault + "\"}}"));
 }
 
 std::string Bytes(std::initializer_list<int> values)
@@ -112,7 +112,7 @@ TEST(Smbios, StaysInsideTablesThatLie)
 {
     CTranscript trace("smbios-lies");
     trace.ShowLog(false);
-    UseTable(std::string(200, '\xD8'), 65535);
+    UseTable(std::string(300, '\xD8') + Bytes({0, 0}), 65535, "truncated");
     Ask(trace, "no end anywhere");
     UseTable(Bytes({1, 4, 0, 0, 0, 0}), 0);
     Ask(trace, "no structure");
@@ -184,4 +184,59 @@ TEST(Smbios, HandsOutTheNodesBytes)
     const std::unique_ptr<unsigned char[]> pEntry(smbios.GetSMBiosMemoryTables(0, 0));
     EXPECT_EQ(31u, size);
     EXPECT_EQ(0, std::memcmp(pRegion.get(), pEntry.get(), 31));
+}
+
+TEST(Smbios, TakesADumpOfARealMachine)
+{
+    const CTestFolder folder;
+    const std::string file = (folder.Path() / "dump").string();
+    const auto use = [&](const std::string& dump) -> std::string {
+        folder.Write("dump", dump);
+        try {
+            UseServer(RackServer(R"({"smbios_dump": ")" + file + R"("})"));
+            return CSMBIOS().GetProductName().GetAnsiString();
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+    };
+    UseServer(RackServer());
+    const std::string dump = sim::DumpSmbios(sim::CurrentServer()->GetSmbios());
+    const std::string table = dump.substr(32);
+    EXPECT_EQ("Quorvant RK740", use(dump));
+
+    // A 64-bit entry point tells the most that the table may have, and not how many records are in it.
+    const auto with64 = [](const std::string& bytes, int sum = 0) {
+        std::string entry = "_SM3_" + Bytes({0, 24, 3, 2, 0, 1, 0, 0, 0, 8, 0, 32, 0, 0, 0, 0, 0, 0, 0});
+        for (const char byte : entry) sum -= byte;
+        entry[5] = static_cast<char>(sum);
+        return entry + std::string(8, 0) + bytes;
+    };
+    EXPECT_EQ("Quorvant RK740", use(with64(table + "what stands behind the end")));
+    const sim::SmbiosTables& tables = sim::CurrentServer()->GetSmbios();
+    EXPECT_EQ(table.size(), tables.Table.size());
+    SMBIOSEntryPoint was;
+    std::memcpy(&was, dump.data(), sizeof was);
+    EXPECT_EQ(was.wNumStructures, tables.Entry.wNumStructures);
+    EXPECT_EQ(was.wMaxStructSize, tables.Entry.wMaxStructSize);
+    EXPECT_EQ(3, tables.Entry.byMajorVer);
+    EXPECT_EQ(0x32, tables.Entry.byBCDRevision);
+
+    const std::string large = Bytes({200, 4, 0, 0}) + std::string(65535, 'x') + Bytes({0, 0}) + table;
+    std::string damaged = dump;
+    damaged[9]++;
+    std::string cut = dump;
+    cut[32 + 1] = 3;
+    const std::string start = "The SMBIOS dump " + file;
+    EXPECT_EQ(start + " has " + std::to_string(large.size()) +
+                  " bytes of SMBIOS tables; servers that the library knows have at most 65535",
+              use(with64(large)));
+    EXPECT_EQ(start + " is damaged: a checksum of its entry point is wrong", use(damaged));
+    EXPECT_EQ(start + " is damaged: a checksum of its entry point is wrong", use(with64(table, 1)));
+    EXPECT_EQ(start + " is damaged: the record at byte 0 of its table is not whole", use(cut));
+    EXPECT_EQ(start + " is damaged: its table has no end-of-table record",
+              use(with64(table.substr(0, table.size() - 6))));
+    EXPECT_EQ(start + " ends before its SMBIOS table does", use(dump.substr(0, dump.size() - 1)));
+    EXPECT_EQ(start + " ends before its entry point does", use("_SM_"));
+    EXPECT_EQ(start + " is no dump that dmidecode --dump-bin has written of a machine with an SMBIOS entry point",
+              use("_DMI_" + dump));
 }

@@ -91,6 +91,48 @@ TEST_F(Zaldeploy, TellsWhatTheServerLacks)
     EXPECT_TRUE(Says("state folder          missing  /proc\n") || Says("free space            missing")) << m_Output;
 }
 
+TEST_F(Zaldeploy, RecordsAServerThatAnswersAsTheOneDoes)
+{
+    // What installers, rules and the inventory make of a server.
+    const auto answers = [this](const std::string& server) {
+        std::string all;
+        std::string output;
+        const std::string on = "QVFLASHLOG=/dev/null " ZALSIM " --server " + server + " -- ";
+        for (const std::string name : {"systemrom", "devicefw", "powercontroller"}) {
+            RunCommand(on + PACKAGES "/" + name + "/" + name + " /d /dev/stdout /y " PACKAGES "/" + name, output);
+            all += output;
+        }
+        for (const char* rule : {"MEMID(3) + GPI(1) * CPLD(2) - XPLD(0)", "$RomMajor * $Generation + $RomMinor"}) {
+            RunCommand(ZALRULE " --server " + server + " '" + rule + "'", output);
+            all += output;
+        }
+        Run("inventory --json --server " + server);
+        return all + Document().at("parts").dump(2);
+    };
+    const std::string record = (m_Packages.Path() / "record").string();
+    UseRack();
+    EXPECT_EQ(0, RunOnServer("record --json --power-controller 3:0x30 " + record)) << m_Output;
+    ExpectSchema("zaldeploy.record");
+    EXPECT_EQ(answers(m_Server.Path().string()), answers(record));
+    EXPECT_EQ(1, RunCommand("grep -rF SIM7400001 " + record + " || exit 1", m_Output)) << m_Output;
+    EXPECT_EQ(2, Run("install --yes --quiet --server " + record + " '" PACKAGES "'")) << m_Output;
+    EXPECT_EQ(7, RunOnServer("record " + record));
+    EXPECT_TRUE(Says("can't record into " + record + ": it is there, and not an empty folder")) << m_Output;
+
+    const char* const broken[] = {
+        R"({"faults": {"driver": "missing", "processor": {"dead": true}}})",
+        R"({"management_controller": false, "faults": {"smbios": "missing", "processor": {"no_driver": true}}})",
+        R"({"rom": {}, "faults": {"smbios": "unreadable", "driver": "refuses"}})",
+    };
+    for (const char* members : broken) {
+        UseRack(members);
+        fs::remove_all(record);
+        EXPECT_EQ(4, RunOnServer("record --keep-serials --power-controller 3:48 " + record)) << m_Output;
+        EXPECT_TRUE(Says("not recorded\n    ")) << m_Output;
+        EXPECT_EQ(answers(m_Server.Path().string()), answers(record)) << members;
+    }
+}
+
 TEST_F(Zaldeploy, TellsWhatAPowerLossLeavesAndRecovers)
 {
     UseRack(R"({"faults": {"flash": {"power_lost_after_blocks": 5}}})");

@@ -20,6 +20,7 @@
 #include "tools/deploy/history.h"
 #include "tools/deploy/keyring.h"
 #include "tools/deploy/libraries.h"
+#include "tools/deploy/managementcontroller.h"
 #include "tools/deploy/nodes.h"
 #include "tools/deploy/session.h"
 #include "tools/deploy/statefolder.h"
@@ -34,8 +35,6 @@ namespace
 namespace fs = std::filesystem;
 
 const std::uintmax_t RoomNeeded = std::uintmax_t{64} << 20;  // bytes: copies of packages, and the ROM that is replaced
-const int ApplicationFunction = 6;                           // IPMI's network function, and its command
-const int GetDeviceId = 1;
 
 Check Well(const std::string& name, const std::string& found)
 {
@@ -133,13 +132,7 @@ Check CheckEventLog()
         const auto [reason, remedy] = NodeProblem(IpmiNode, error, "the IPMI driver (ipmi_si, ipmi_devintf)");
         return Limited(name, reason + lost, remedy);
     }
-    BYTE response[64] = {};
-    int length = 0;
-    int code = 0;
-    if (CSystem().IpmiCommand(ApplicationFunction, GetDeviceId, nullptr, 0, response, sizeof response, &length,
-                              &code) &&
-        code == 0)
-        return Well(name, "the management controller answers");
+    if (ControllerAnswers()) return Well(name, "the management controller answers");
     return Limited(name, "The management controller does not answer." + lost, "Restart it.");
 }
 

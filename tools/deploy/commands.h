@@ -24,6 +24,9 @@ int RunInventory(const DeployOptions& options, char** argv);
 // Shows whether the server has what installers need, and changes nothing.
 int RunDoctor(const DeployOptions& options, char** argv);
 
+// Records the server for a simulation, and changes nothing.
+int RunRecord(const DeployOptions& options, char** argv);
+
 // Shows what was installed before, and changes nothing.
 int RunHistory(const DeployOptions& options);
 

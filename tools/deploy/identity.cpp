@@ -11,6 +11,7 @@
 
 #include "support/descriptor.h"
 #include "support/printable.h"
+#include "tools/deploy/smbiostable.h"
 #include "tools/simulated.h"
 #include "zalph.h"
 
@@ -20,23 +21,6 @@ namespace
 const double MaxSeconds = 60;  // that reading takes
 const BYTE SystemInformation = 1;
 const std::size_t SerialNumber = 7;  // offset of the number of its string (DMTF DSP0134)
-
-// The SMBIOS structure table, with zeros behind it that end every walk; empty where it can't be read.
-std::vector<BYTE> ReadTable()
-{
-    unsigned int size = 0;
-    const std::unique_ptr<unsigned char[]> region(CSMBIOS().GetSMBiosMemoryHeader(size));
-    if (!region || size > 0x10000) return {};
-    for (std::size_t i = 0; i + sizeof(SMBIOSEntryPoint) <= size; i += 4) {
-        SMBIOSEntryPoint entry;
-        std::memcpy(&entry, region.get() + i, sizeof entry);
-        if (std::memcmp(entry.sAnchorString, "_SM_", sizeof entry.sAnchorString) != 0) continue;
-        std::vector<BYTE> table(std::size_t{entry.wSTLength} + 2);
-        if (!CSystem().ReadPhysicalMemory(entry.dwSTAddr, table.data(), entry.wSTLength)) table.clear();
-        return table;
-    }
-    return {};
-}
 
 // The bytes from a place to the next zero; moves behind that.
 std::string TakeText(const std::vector<BYTE>& table, std::size_t& place)
@@ -49,7 +33,8 @@ std::string TakeText(const std::vector<BYTE>& table, std::size_t& place)
 
 std::string ReadSerial()
 {
-    const std::vector<BYTE> table = ReadTable();
+    std::vector<BYTE> table = ReadSmbios().value_or(sim::SmbiosTables()).Table;
+    table.resize(table.size() + 2);  // zeros that end every walk
     for (std::size_t record = 0; record + sizeof(SMBIOS_HEADER) < table.size();) {
         const std::size_t length = table[record + 1];
         const bool found = table[record] == SystemInformation && length > SerialNumber;

@@ -27,11 +27,14 @@ struct DeployOptions
     std::string Server;              // folder of a simulated server; empty: this server
     std::string State;               // folder of history, logs and running packages; empty: that of the server
     std::string Log;                 // file of the debug log; empty: chosen
+    std::string Recording;           // folder that record makes
+    std::string PowerController;     // where record finds one: bus and address
     double Timeout = 300;            // seconds
     double Wait = 0;                 // for another program that works on the server, in seconds
     bool AllowUnsigned = false;      // run what nobody has signed
     bool DryRun = false;
     bool Force = false;
+    bool KeepSerials = false;  // in what is recorded
     bool Yes = false;
     bool Json = false;
     bool Quiet = false;

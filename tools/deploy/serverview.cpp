@@ -161,6 +161,21 @@ Json ReadControllers(CChannelInterface& channel)
     return controllers;
 }
 
+// "system_id $4C9AA5F0, blade false"; what is empty is left out.
+std::string Details(const Json& part)
+{
+    std::string text;
+    for (const auto& [key, value] : part.items()) {
+        const std::string shown = value.is_string() ? value.get<std::string>() : value.dump();
+        if (key == "name" || key == "version" || key == "problem" || shown.empty()) continue;
+        text.append(text.empty() ? "" : ", ").append(key).append(" ").append(shown);
+    }
+    std::replace(text.begin(), text.end(), '_', ' ');
+    return text;
+}
+
+}  // namespace
+
 Json ReadPowerSupplies(CChannelInterface& channel)
 {
     Json supplies = Json::array();
@@ -178,21 +193,6 @@ Json ReadPowerSupplies(CChannelInterface& channel)
     }
     return supplies;
 }
-
-// "system_id $4C9AA5F0, blade false"; what is empty is left out.
-std::string Details(const Json& part)
-{
-    std::string text;
-    for (const auto& [key, value] : part.items()) {
-        const std::string shown = value.is_string() ? value.get<std::string>() : value.dump();
-        if (key == "name" || key == "version" || key == "problem" || shown.empty()) continue;
-        text.append(text.empty() ? "" : ", ").append(key).append(" ").append(shown);
-    }
-    std::replace(text.begin(), text.end(), '_', ' ');
-    return text;
-}
-
-}  // namespace
 
 Json ReadServer()
 {

@@ -71,6 +71,12 @@ const char* const DoctorFooter =
     "Changes nothing. Exit status: 0 when all is well, 3 when something that not every installation needs is missing,\n"
     "4 when no installation can succeed.";
 
+const char* const RecordFooter =
+    "Changes nothing on the server. DIR becomes a folder that zalsim takes as a server: of the same answers, as far as "
+    "they\n"
+    "can be read. What could not be read is listed with its reason, in record.json there, too, and the exit status is "
+    "4.";
+
 // An empty variable of a script must not stand for this server.
 std::string NotEmpty(const std::string& text)
 {
@@ -142,6 +148,7 @@ struct Commands
           pVerify(app.add_subcommand("verify", "Show who has signed packages, and whether the devices hold them")),
           pInventory(app.add_subcommand("inventory", "Show what the server is made of")),
           pDoctor(app.add_subcommand("doctor", "Show whether the server has what installers need")),
+          pRecord(app.add_subcommand("record", "Record the server, so that zalsim is like it")),
           pIdentity(app.add_subcommand("identity",
                                        "Print host, product, serial number and the name of this start, one a line")
                         ->group(""))
@@ -155,6 +162,7 @@ struct Commands
     CLI::App* pVerify;
     CLI::App* pInventory;
     CLI::App* pDoctor;
+    CLI::App* pRecord;
     CLI::App* pIdentity;
 };
 
@@ -179,6 +187,14 @@ void AddOptions(const Commands& commands, DeployOptions& options)
     commands.pInventory->footer(InventoryFooter);
     AddCommonOptions(*commands.pInventory, options);
     AddLogOption(*commands.pInventory, options);
+    commands.pRecord->footer(RecordFooter);
+    commands.pRecord->add_option("DIR", options.Recording, "The folder to make")->required();
+    AddCommonOptions(*commands.pRecord, options);
+    AddLogOption(*commands.pRecord, options);
+    commands.pRecord->add_flag("--keep-serials", options.KeepSerials, "Record serial numbers, which are masked else");
+    commands.pRecord->add_option(
+        "--power-controller", options.PowerController,
+        "I2C bus and address of the power controller, as 3:0x30: its package's settings.ini says");
     commands.pDoctor->footer(DoctorFooter);
     AddCommonOptions(*commands.pDoctor, options);
     AddLogOption(*commands.pDoctor, options);
@@ -221,6 +237,7 @@ int Run(const Commands& commands, const DeployOptions& options, char** argv)
     if (commands.pVerify->parsed()) return RunVerify(options);
     if (commands.pInventory->parsed()) return RunInventory(options, argv);
     if (commands.pDoctor->parsed()) return RunDoctor(options, argv);
+    if (commands.pRecord->parsed()) return RunRecord(options, argv);
     if (commands.pPlan->parsed()) return RunPlan(options);
     PrintIdentity();
     return DeployStatus_Well;
