@@ -2,15 +2,18 @@
 #include "zalph/smbios.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
+#include <string_view>
+#include <vector>
 
 #include "fuzz/fuzz.h"
 #include "fuzz/host.h"
 #include "zalftbl.h"
 #include "zalph/system.h"
 
-// Every question walks as many records as the entry point says, up to 65535.
-const CStepBound StepBound = {5000000, 1000};
+// Every question walks as many records as the entry point says.
+const CStepBound StepBound = {50000, 1000};
 
 namespace
 {
@@ -18,30 +21,39 @@ namespace
 class CDump : public CMemoryNode
 {
   public:
-    explicit CDump(const CInput& input) : m_pBytes(input.Data()), m_Size(input.Size()) {}
+    // Entry points tell fewer than 256 records: with up to 65535 a run would take a thousand times as long.
+    explicit CDump(CInput& input) : m_Bytes(input.Bytes(input.Size()))
+    {
+        const std::string_view bytes(reinterpret_cast<const char*>(m_Bytes.data()), m_Bytes.size());
+        const std::size_t countEnd = offsetof(SMBIOSEntryPoint, wNumStructures) + 1;
+        for (std::size_t at = bytes.find("_SM_"); at < bytes.size(); at = bytes.find("_SM_", at + 1))
+            if (at + countEnd < bytes.size()) m_Bytes[at + countEnd] = 0;
+    }
 
     ssize_t Read(void* buffer, std::size_t size) override
     {
-        const std::size_t length = std::min(size, m_Size);
-        std::memcpy(buffer, m_pBytes, length);
+        const std::size_t length = std::min(size, m_Bytes.size());
+        std::copy_n(m_Bytes.data(), length, static_cast<std::uint8_t*>(buffer));
         return static_cast<ssize_t>(length);
     }
 
     // Behind the dump there are no zeros that would end a table which is longer.
     bool ReadMemory(std::uint32_t address, std::uint8_t* pBuffer, std::uint32_t size) override
     {
-        if (address >= m_Size) return false;
-        const std::size_t length = std::min<std::size_t>(size, m_Size - address);
+        if (address >= m_Bytes.size()) return false;
+        const std::size_t length = std::min<std::size_t>(size, m_Bytes.size() - address);
         std::memset(pBuffer, 0xFF, size);
-        std::memcpy(pBuffer, m_pBytes + address, length);
+        std::copy_n(m_Bytes.data() + address, length, pBuffer);
         return true;
     }
 
     // True when an SPS version whose last byte is above 15 may be in the table. It ends the process, as is stated.
     bool MayHaveOverlongSpsVersion() const
     {
-        for (std::size_t i = 0; i < m_Size; i++) {
-            const auto at = [this, i](std::size_t offset) { return i + offset < m_Size ? m_pBytes[i + offset] : 0xFF; };
+        for (std::size_t i = 0; i < m_Bytes.size(); i++) {
+            const auto at = [this, i](std::size_t offset) {
+                return i + offset < m_Bytes.size() ? m_Bytes[i + offset] : 0xFF;
+            };
             const auto is = [at](std::size_t offset, int value) { return at(offset) == value || at(offset) == 0xFF; };
             if (is(0, 216) && is(4, SMBIOS_VERSION_TYPE_SPS) && is(5, 0) && at(17) > 15) return true;
         }
@@ -49,8 +61,7 @@ class CDump : public CMemoryNode
     }
 
   private:
-    const std::uint8_t* m_pBytes;
-    std::size_t m_Size;
+    std::vector<std::uint8_t> m_Bytes;
 };
 
 }  // namespace
