@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 
 #include "fuzz/calls.h"
 #include "fuzz/host.h"
@@ -16,23 +17,29 @@ CStr g_InstallLocalDir;
 namespace
 {
 
-// The component directory, with nothing but a file in it, which is in memory: a disk would be the slowest part by far.
+// The component directory. Its files are in memory: a disk would be the slowest part by far.
 class CFolder
 {
   public:
-    CFolder() : m_Fd(memfd_create("input", 0))
-    {
-        REQUIRE(m_Fd >= 0);
-        m_File = m_Folder.Path() / "qx.xml";
-        std::filesystem::create_symlink("/proc/self/fd/" + std::to_string(m_Fd), m_File);
-        g_InstallLocalDir = m_Folder.Path().c_str();
-    }
+    CFolder() { g_InstallLocalDir = m_Folder.Path().c_str(); }
 
-    int m_Fd;
-    std::string m_File;
+    std::string Write(const char* name, const std::uint8_t* pData, std::size_t size)
+    {
+        const std::filesystem::path path = m_Folder.Path() / name;
+        const auto found = m_Files.emplace(name, -1);
+        int& file = found.first->second;
+        if (found.second) {
+            file = memfd_create(name, 0);
+            std::filesystem::create_symlink("/proc/self/fd/" + std::to_string(file), path);
+        }
+        REQUIRE(ftruncate(file, static_cast<off_t>(size)) == 0);
+        REQUIRE(pwrite(file, pData, size, 0) == static_cast<ssize_t>(size));
+        return path.string();
+    }
 
   private:
     const CTempFolder m_Folder{"flashfuzz"};
+    std::map<std::string, int> m_Files;  // their descriptors
 };
 
 }  // namespace
@@ -73,12 +80,10 @@ std::vector<char> CInput::Text(char end)
     return text;
 }
 
-const std::string& WriteFile(const std::uint8_t* pData, std::size_t size)
+std::string WriteFile(const char* name, const std::uint8_t* pData, std::size_t size)
 {
-    static const CFolder folder;
-    REQUIRE(ftruncate(folder.m_Fd, static_cast<off_t>(size)) == 0);
-    REQUIRE(pwrite(folder.m_Fd, pData, size, 0) == static_cast<ssize_t>(size));
-    return folder.m_File;
+    static CFolder folder;
+    return folder.Write(name, pData, size);
 }
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)

@@ -53,5 +53,5 @@ void Fuzz(CInput& input);
         }                                                                                       \
     } while (false)
 
-// Writes a file with these bytes into a folder of the process and returns its path. The same file each time.
-const std::string& WriteFile(const std::uint8_t* pData, std::size_t size);
+// Writes a file of that name with these bytes into the component directory, and returns its path.
+std::string WriteFile(const char* name, const std::uint8_t* pData, std::size_t size);

@@ -6,7 +6,7 @@ const CStepBound StepBound = {10000, 5000};
 
 void Fuzz(CInput& input)
 {
-    const CINIFile file(WriteFile(input.Data(), input.Size()).c_str());
+    const CINIFile file(WriteFile("input.ini", input.Data(), input.Size()).c_str());
     REQUIRE(file.IsValid());
     for (int i = 0; i < file.GetNumSections() && i < 20; i++) {
         const CINISection section = file.GetSection(i);

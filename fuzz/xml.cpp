@@ -35,7 +35,7 @@ void Walk(CZalXMLNode* pNode, int depth)
 
 void Fuzz(CInput& input)
 {
-    WriteFile(input.Data(), input.Size());
+    WriteFile("qx.xml", input.Data(), input.Size());
     CDescription description;
     const bool isDescription = description.Initialize();
     CZalXMLReader& reader = description.Reader();

@@ -154,7 +154,7 @@ void CBootLoader::Erase()
 // of it is programming that was cut off.
 void CBootLoader::Store(std::uint32_t address, const std::uint8_t* data, std::size_t size)
 {
-    std::copy_n(data, size, m_Memory.begin() + address);
+    std::copy_n(data, size, m_Memory.data() + address);
     m_End = address + static_cast<std::uint32_t>(size);
     m_State.Append(AsText(m_Memory).substr(m_State.GetSize(), m_End - m_State.GetSize()));
 }

@@ -47,7 +47,7 @@ class CRomDriver : public IDevice
         if (!isKnown) return Errno(EINVAL);
         if (!argument) return Errno(EFAULT);
         return request == RomDriverRequest_Version ? TellVersion(*static_cast<_versioninfo*>(argument))
-                                                   : Read(*static_cast<const _pmemRead*>(argument));
+                                                   : ReadMemory(*static_cast<const _pmemRead*>(argument));
     }
 
     void NoteFault()
@@ -69,7 +69,7 @@ class CRomDriver : public IDevice
         return 0;
     }
 
-    int Read(const _pmemRead& read) const
+    int ReadMemory(const _pmemRead& read) const
     {
         void* pBuffer = BufferOf(read);
         if (!pBuffer || !m_Memory.Read(read.startPhysicalMemAddress, pBuffer, read.readSize)) return Errno(EFAULT);
