@@ -8,6 +8,7 @@
 #   lib/flashlib/packages/      packages of the sample components
 #   share/bash-completion/      completion of the operators' commands
 #   share/flashlib/components/  the sources of these
+#   share/flashlib/fleet/       the Ansible collection
 #   share/flashlib/servers/     sample servers, to be copied
 #   share/flashlib/template/    what flashlib-new-component fills in
 #   share/flashlib/wireshark/   what shows captures in Wireshark
@@ -47,6 +48,8 @@ if(FLASHLIB_TOOLS)
     install_programs(mkdevice mkpackage mkrom zaldeploy zalfaults zalrule)
     install(PROGRAMS tools/authoring/new-component DESTINATION bin RENAME flashlib-new-component)
     install(PROGRAMS tools/authoring/manifest DESTINATION bin RENAME flashlib-manifest)
+    install(PROGRAMS tools/authoring/rack DESTINATION bin RENAME flashlib-rack)
+    install(DIRECTORY fleet DESTINATION share/flashlib PATTERN __pycache__ EXCLUDE)
     install(FILES tools/deploy/completion.bash DESTINATION share/bash-completion/completions RENAME zaldeploy)
     install(DIRECTORY tools/authoring/template DESTINATION share/flashlib)
     install(FILES ${PROJECT_BINARY_DIR}/wireshark/flashlib.lua DESTINATION share/flashlib/wireshark)

@@ -7,6 +7,11 @@ build=$2
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
+# What the page needs, which not every machine has: <!-- needs PROGRAM -->.
+for program in $(sed -n 's/^<!-- needs \(.*\) -->$/\1/p' "$page"); do
+    command -v "$program" >/dev/null || { echo "skipped: there is no $program; script/bootstrap installs it"; exit 77; }
+done
+
 # What stands in the page: ```console is commands behind $ with their output, where ... is any number of lines;
 # ```LANGUAGE FILE is the file's contents, or more of them.
 awk -v end=__END_OF_BLOCK__ '

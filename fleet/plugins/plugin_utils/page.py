@@ -81,11 +81,11 @@ def failed(failures):
     """What failed: each sentence once, with its servers."""
     if not failures:
         return ''
-    rows = ''.join('<tr><td class="count">%d</td><td>%s</td><td class="names">%s</td></tr>\n' % (
-        len(hosts), text(message), ' '.join(map(link, hosts))) for message, hosts in failures.items())
+    rows = ''.join('<tr><td class="count">%s</td><td>%s<p class="names">%s</p></td></tr>\n' % (
+        format(len(hosts), ','), text(message), ' '.join(map(link, hosts))) for message, hosts in failures.items())
     return '''<section aria-labelledby="failed"><h2 id="failed">What failed</h2>
-<table class="failures"><thead><tr><th scope="col" class="count">Servers</th><th scope="col">What happened, and what to do</th>
-<th scope="col">Where</th></tr></thead><tbody>
+<table class="failures"><thead><tr><th scope="col" class="count">Servers</th><th scope="col">What happened, what to do, and
+where</th></tr></thead><tbody>
 %s</tbody></table></section>''' % rows
 
 
@@ -141,7 +141,7 @@ def cell(component):
 def row(host, columns):
     message = '<p class="message">%s</p>' % text(host['message']) if host['message'] else ''
     marks = ''.join('<span class="mark">%s</span>' % mark for mark in ('restarted', 'drained') if host[mark])
-    return '''<tr id="%s" data-result="%s"><th scope="row">%s<span class="product">%s</span></th><td class="count">%s</td>
+    return '''<tr id="%s" data-result="%s"><th scope="row">%s</th><td class="product">%s</td><td class="count">%s</td>
 <td class="result %s" data-sort="%d">%s%s%s%s</td>%s<td class="count" data-sort="%s">%s</td></tr>
 ''' % (host['id'], host['result'], text(host['name']),
        text(' · '.join(filter(None, (host['product'], host['serial'])))),
@@ -161,11 +161,15 @@ def titles(run):
     return dict(sorted(found.items()))
 
 
+def heading(title):
+    kind = {'Batch': 'count', 'Took': 'count', 'Product': 'product'}.get(title, '')
+    return '<th scope="col" aria-sort="none" class="%s"><button type="button">%s</button></th>' % (kind, text(title))
+
+
 def servers(run):
     """The matrix of servers and components."""
     columns = titles(run)
-    heads = ''.join('<th scope="col" aria-sort="none"><button type="button">%s</button></th>' % text(title)
-                    for title in ['Server', 'Batch', 'Result'] + list(columns.values()) + ['Took'])
+    heads = ''.join(map(heading, ['Server', 'Product', 'Batch', 'Result'] + list(columns.values()) + ['Took']))
     legend = ''.join('<li class="%s">%s%s</li>' % (css(state), sign(state), state) for state in STATES)
     rows = ''.join(row(host, columns) for host in run['hosts'])
     return '''<section aria-labelledby="servers"><h2 id="servers">Servers</h2>

@@ -10,12 +10,12 @@ COLUMNS = ('component', 'device', 'from', 'to', 'offered', 'state', 'message')
 
 
 def failures(run):
-    """Hosts by the sentence that tells what is wrong with them."""
-    found = collections.OrderedDict()
+    """Hosts by the sentence that tells what is wrong with them, the most frequent first."""
+    found = collections.defaultdict(list)
     for host in run['hosts']:
         if host['result'] in ('failed', 'unreachable'):
-            found.setdefault(host['message'], []).append(host)
-    return found
+            found[host['message']].append(host)
+    return dict(sorted(found.items(), key=lambda item: -len(item[1])))
 
 
 def counted(run):
