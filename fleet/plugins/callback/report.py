@@ -71,18 +71,19 @@ class CallbackModule(CallbackBase):
             self.run.fail(result._host.get_name(), result._result.get('msg') or 'The task %s failed.' % result._task.name)
 
     def v2_runner_on_unreachable(self, result):
+        self._keep(result)
         self.run.fail(result._host.get_name(), result._result.get('msg') or 'The host can not be reached.', True)
 
     def _keep(self, result):
-        host, told = result._host.get_name(), result._result
-        if result._task.action == 'flashlib.fleet.firmware':
-            self.run.add_packages(host, told, result._task.check_mode)
+        host, told, task = result._host.get_name(), result._result, result._task
+        if task.resolved_action == 'flashlib.fleet.firmware':
+            self.run.add_packages(host, told, task.check_mode)
         facts = told.get('ansible_facts') or {}
         if 'flashlib_drained' in facts:
             self.run.host(host)['drained'] = facts['flashlib_drained']
         if 'flashlib' in facts:
             self.run.add_inventory(host, facts['flashlib']['inventory'])
-        if (result._task.name or '').startswith('Restart') and not told.get('failed'):
+        if task.register == 'flashlib_restarted' and not told.get('failed'):
             self.run.host(host)['restarted'] = True
         self.run.end_host(host, time.time())
 

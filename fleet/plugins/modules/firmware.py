@@ -164,13 +164,16 @@ def end(module, results):
     status = max([result['status'] for result in results] or [0])
     only_plan = module.check_mode or module.params['state'] == 'planned'
     offered = [package for package in packages if zaldeploy.is_offered(package) and 'outcome' not in package]
+    interrupted = sorted({entry['device'] for result in results for entry in result['unfinished']
+                          if entry['result'] == 'interrupted'})
+    words = ['The last installation for %s was interrupted.' % ', '.join(interrupted)] if interrupted else []
+    words.append(zaldeploy.message(packages, 'Offered:' if only_plan else 'Installed:'))
     told = dict(
         changed=any(map(zaldeploy.was_written, packages)) or bool(offered and module.params['state'] != 'planned'),
-        msg=zaldeploy.message(packages, 'Offered:' if only_plan else 'Installed:'),
+        msg=' '.join(words),
         restart_needed=any(map(zaldeploy.waits_for_restart, packages)),
         offered=[package['device'] or package['component'] for package in offered],
-        interrupted=[entry['device'] for result in results for entry in result['unfinished']
-                     if entry['result'] == 'interrupted'],
+        interrupted=interrupted,
         packages=packages,
         status=status)
     for member in ('product', 'serial', 'log'):

@@ -8,6 +8,8 @@ STATES = ('failed', 'refused', 'not allowed', 'waiting', 'offered', 'updated', '
 # Results of a host, the worst first.
 RESULTS = ('failed', 'unreachable', 'not reached', 'offered', 'updated', 'current')
 
+WELL = ('waiting', 'offered', 'updated', 'current')  # need no sentence
+
 OUTCOMES = {'installed': 'updated', 'installed, restart': 'waiting', 'runs already': 'current'}
 VERDICTS = {'install': 'offered', 'newer': 'current', 'stopped': 'failed', 'superseded': 'current'}
 
@@ -85,7 +87,7 @@ class Run:
             'component': package['component'], 'device': package['device'],
             'from': known['from'] if known else package['current'],
             'to': outcome.get('now', package['current']), 'offered': package['offered'], 'state': state,
-            'message': outcome.get('message', '') if state in STATES[:1] else package['why'],
+            'message': '' if state in WELL else outcome.get('message') or package['why'],
             'left': outcome.get('left')}
 
     def add_inventory(self, name, inventory):
@@ -112,6 +114,7 @@ class Run:
                 host['result'] = 'unreachable' if unreachable else 'failed'
             elif states:
                 host['message'] = ''
+                changed = changed or 'updated' in states  # by an earlier run, whose restart this one has made
                 host['result'] = 'offered' if 'offered' in states else 'updated' if changed else 'current'
             host['started'] = host['started'] and utc(host['started'])
         hosts = list(self._hosts.values())
