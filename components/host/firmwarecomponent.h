@@ -43,6 +43,9 @@ class CFirmwareComponent : public CComponent
     // Before Initialize: an installation puts that kept image back, the file of that name in the folder or a path.
     void Restore(const char* image) { m_sRestored = m_Kept.Path(image).c_str(); }
 
+    // Before Install: what is replaced may be lost, too.
+    void Force() { m_bForced = TRUE; }
+
     // TRUE when what an installation would replace now can be put back afterwards.
     virtual BOOL HasWayBack() { return KeepsReplaced(); }
 
@@ -117,6 +120,9 @@ class CFirmwareComponent : public CComponent
     // whole. version is what it is kept as. FALSE after Fail when nothing can be kept; then the device stays as it is.
     BOOL KeepReplaced(const CStr& version, const void* bytes, int size);
 
+    // TRUE when what is replaced may be lost.
+    BOOL IsForced() const { return m_bForced; }
+
     // TRUE when a kept image takes the place of the package's.
     BOOL IsRestoring() const { return !m_sRestored.IsEmpty(); }
 
@@ -171,6 +177,7 @@ class CFirmwareComponent : public CComponent
     Left LeftByVersion() const;
 
     Needs m_Needs;
+    BOOL m_bForced = FALSE;
     BOOL m_bFound = FALSE;
     BOOL m_bNoTarget = FALSE;
     CStr m_sSettingsProblem;  // empty: none

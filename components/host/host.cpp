@@ -150,6 +150,7 @@ int Run(CFirmwareComponent& component, const Switches& switches, int argc, char*
 {
     component.ParseCmdLine(argc, argv);
     if (switches.pszKeepFolder) component.SetKeepFolder(switches.pszKeepFolder);
+    if (switches.Force) component.Force();
     if (switches.pszRestored) component.Restore(switches.pszRestored);
     component.Initialize();
     ZALINSTALLSTATE state = {};

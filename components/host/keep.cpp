@@ -11,11 +11,12 @@
 #include <utility>
 
 #include "sha256.h"
+#include "support/boot.h"
 
 namespace
 {
 
-const int MaxNoteSize = 255;  // bytes
+const int MaxNoteSize = 511;  // bytes
 const std::size_t ChecksumLength = 16;
 const char* const ImageEnd = ".bin";
 const char* const NoteEnd = ".writing";
@@ -73,21 +74,39 @@ bool CKeptImages::Begin(const std::string& device, const std::string& version, c
         if (!MakeFolder()) return Fail();
         if (bytes) m_Image = ImageName(device, version, bytes, size);
         if (bytes && !Keep(m_Image, bytes, size)) return Fail();
-        if (!Write(note, m_Image.data(), static_cast<int>(m_Image.size()))) return Fail();
+        const std::string text = m_Image + "\n" + ReadBoot();
+        if (!Write(note, text.data(), static_cast<int>(text.size()))) return Fail();
     }
     return true;
 }
 
-void CKeptImages::End(const std::string& device)
+bool CKeptImages::End(const std::string& device)
 {
-    if (unlink(Path(KeptNamePart(device) + NoteEnd).c_str()) == 0) SyncFolder(m_Folder);
+    const bool removed = unlink(Path(KeptNamePart(device) + NoteEnd).c_str()) == 0;
+    return (removed ? SyncFolder(m_Folder) : errno == ENOENT) || Fail();
+}
+
+std::string CKeptImages::ReadNote(const std::string& device) const
+{
+    int size = 0;
+    const std::unique_ptr<char[]> pNote = ReadKept(Path(KeptNamePart(device) + NoteEnd), MaxNoteSize, size);
+    return pNote ? std::string(pNote.get(), static_cast<std::size_t>(size)) : "";
+}
+
+bool CKeptImages::IsUnfinished(const std::string& device) const
+{
+    if (access(Path(KeptNamePart(device) + NoteEnd).c_str(), F_OK) != 0) return false;
+    const std::string note = ReadNote(device);
+    const std::size_t end = note.find('\n');
+    const std::string then = end == std::string::npos ? "" : note.substr(end + 1);
+    const std::string now = ReadBoot();
+    return then.empty() || now.empty() || then == now;
 }
 
 std::string CKeptImages::Interrupted(const std::string& device) const
 {
-    int size = 0;
-    const std::unique_ptr<char[]> pNote = ReadKept(Path(KeptNamePart(device) + NoteEnd), MaxNoteSize, size);
-    const std::string image = pNote ? std::string(pNote.get(), static_cast<std::size_t>(size)) : "";
+    const std::string note = ReadNote(device);
+    const std::string image = note.substr(0, note.find('\n'));
     return !KeptChecksum(image).empty() && access(Path(image).c_str(), R_OK) == 0 ? image : "";
 }
 

@@ -7,9 +7,10 @@
 // A folder of kept images. An image is a file DEVICE_VERSION_CHECKSUM.bin: what was read from the device, with the
 // first 16 digits that sha256sum prints for it (images that end with their own CRC-32 have all the same CRC-32); the
 // youngest file of a device is what was kept last. Beside it stands DEVICE.writing while an installation writes the
-// device, with the name of the image that it has kept. Whoever finds that file knows that an earlier installation did
-// not get to its end: the device holds nothing that is worth keeping, and the image from before it is still the one to
-// put back.
+// device, with a line for the image that it has kept, and one for the start of the server. Whoever finds that file
+// knows that an earlier installation did not get to its end: the device holds nothing that is worth keeping, and the
+// image from before it is still the one to put back; unless the server was started since, and its component sees that
+// the device is whole.
 class CKeptImages
 {
   public:
@@ -22,19 +23,23 @@ class CKeptImages
     // nothing to keep. All of that is on the disk when this returns. False when it can't be done.
     bool Begin(const std::string& device, const std::string& version, const void* bytes, int size);
 
-    // Notes that the device is whole again, or still is.
-    void End(const std::string& device);
+    // Notes that the device is whole again, or still is. False when it can't be done.
+    bool End(const std::string& device);
 
     // The image that Begin has kept, or left as it was; empty: none.
     const std::string& Image() const { return m_Image; }
 
+    // True when an installation has not got to its end since the server was started, as far as that can be told.
+    bool IsUnfinished(const std::string& device) const;
+
     // What a device can be brought back to whose installation did not get to its end; empty: nothing.
     std::string Interrupted(const std::string& device) const;
 
-    // Why Begin failed: "the old firmware can't be kept in /var/lib/flashlib/backup: No space left on device".
+    // Why Begin or End failed: "the old firmware can't be kept in /var/lib/flashlib/backup: No space left on device".
     const std::string& GetErrorMessage() const { return m_ErrorMessage; }
 
   private:
+    std::string ReadNote(const std::string& device) const;
     bool MakeFolder() const;
     bool Keep(const std::string& name, const void* bytes, int size) const;
     bool Write(const std::string& name, const void* bytes, int size) const;

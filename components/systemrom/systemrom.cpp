@@ -85,20 +85,34 @@ int CSystemRom::CheckImage()
                                   ", not what the package description states.");
 }
 
-BOOL CSystemRom::HasWayBack()
+// The server runs on its boot block, or an installation did not get to its end: there is no ROM to keep.
+BOOL CSystemRom::IsIncomplete() const
 {
-    return !m_bBootLoader || !m_Kept.Interrupted(m_sFamily.GetAnsiString()).empty();
+    return m_bBootLoader || m_Kept.IsUnfinished(m_sFamily.GetAnsiString());
 }
 
-// A server that runs on its boot block has no ROM to keep, and a part without a header of its family none either.
+BOOL CSystemRom::HasWayBack()
+{
+    return !IsIncomplete() || !m_Kept.Interrupted(m_sFamily.GetAnsiString()).empty();
+}
+
+// A part that can be read and has no header of its family holds no ROM to keep either. One that can't be read may hold
+// the only copy of what runs.
 BOOL CSystemRom::KeepPart(PLOGFN logger)
 {
+    const BOOL incomplete = IsIncomplete();
+    // An earlier installation did get to its end if the server was started since, and runs.
+    if (!incomplete && !m_Kept.End(m_sFamily.GetAnsiString())) return Fail(m_Kept.GetErrorMessage().c_str());
     CStr family;
     CFwVersion version;
     const void* pPart = m_pFlasher->GetPart();
     const int size = m_pFlasher->GetPartSize();
+    if (!incomplete && size == 0 && !IsForced())
+        return Fail(
+            "the old ROM can't be read, so that there is no way back; /f (zaldeploy install --force) goes "
+            "without");
     const bool whole =
-        !m_bBootLoader && size >= RomBlockSize && ReadRomHeader(pPart, size, family, version) && family == m_sFamily;
+        !incomplete && size >= RomBlockSize && ReadRomHeader(pPart, size, family, version) && family == m_sFamily;
     if (logger && whole) logger("  Keeping the old ROM ...\n");
     version.ClearDate();
     return KeepReplaced(version.ToString(), whole ? pPart : nullptr, size);
@@ -153,6 +167,7 @@ void CSystemRom::InstallWorker(InstallParameters* params)
 {
     const BOOL done = Update(params->bSilent ? nullptr : params->pfnLogger);
     const Left left = m_pFlasher->GetPartSize() > 0 ? Left_RunsNew : Left_Unknown;
+    if (!m_sWritten.IsEmpty() && m_bTouched && m_Kept.Image().empty()) m_sWritten += " No old ROM was kept.";
     if (m_sWritten.IsEmpty())
         FinishFailed(params);
     else if (done)

@@ -11,7 +11,7 @@ class CSystemRom : public CFirmwareComponent
   public:
     CSystemRom();
 
-    // What is left of a ROM that an installation did not get to the end of can't; the one before that can.
+    // What is left of a ROM that is not whole can't; the one before that can, where it was kept.
     BOOL HasWayBack() override;
 
   protected:
@@ -28,6 +28,7 @@ class CSystemRom : public CFirmwareComponent
     void InstallWorker(InstallParameters* params) override;
 
   private:
+    BOOL IsIncomplete() const;
     BOOL KeepPart(PLOGFN logger);
 
     CStr m_sFamily;   // of the running ROM; empty when it can't be read

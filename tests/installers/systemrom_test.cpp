@@ -10,9 +10,9 @@ namespace
 
 const char* const Installer = "'" PACKAGES "/systemrom/systemrom'";
 
-std::string Image(const char* family, std::size_t size)
+std::string Image(const char* family, std::size_t size, const char* name = "SYSTEM ROM")
 {
-    const std::vector<std::uint8_t> bytes = sim::BuildRomImage({family, "2.40", "03/15/2021", "SYSTEM ROM"}, size);
+    const std::vector<std::uint8_t> bytes = sim::BuildRomImage({family, "2.40", "03/15/2021", name}, size);
     return std::string(bytes.begin(), bytes.end());
 }
 
@@ -103,8 +103,8 @@ TEST_F(SystemRom, SaysWhatStateAFailureLeaves)
         EXPECT_EQ(1, Run(RackServer(), "/f")) << fault << "\n" << m_Output;
     }
     fs::remove(m_Server.Path() / "rom.bin");
-    EXPECT_TRUE(Ends(1, "was flashed, but can't be read back. The event could not be logged. It takes",
-                     RackServer(R"({"flash_buffer": {"signature": "BRS$"}})"), "",
+    EXPECT_TRUE(Ends(1, "but can't be read back. No old ROM was kept. The event could not be logged. It takes",
+                     RackServer(R"({"flash_buffer": {"signature": "BRS$"}})"), "/f",
                      "--fault flash.fails_at_table=1 --fault ipmi.status=1"));
     EXPECT_EQ("unknown", Left());
 }
@@ -195,6 +195,17 @@ TEST_F(SystemRom, ErasesNothingThatItCanNotKeep)
         EXPECT_EQ(std::string::npos, ReadFile(m_Server.Path() / "journal.log").find("erase"));
     }
     EXPECT_TRUE(KeptFiles().empty());
+
+    // A ROM that can't be read is given up on demand, what runs after the restart is not.
+    const std::string unreadable = "--fault flash.fails_at_table=1";
+    EXPECT_TRUE(Ends(7, "can't be read, so that there is no way back; /f", RackServer(), "", unreadable));
+    EXPECT_FALSE(WasTouched());
+    EXPECT_TRUE(Ends(1, "No old ROM was kept.", RackServer(), "/f", unreadable));
+    EXPECT_EQ(0, Zalsim("--restart"));
+    UseImage("P70_2.40.rom", Image("P70", 1048576, "ANOTHER ROM"));
+    EXPECT_EQ(137, Run(RackServer(), "/f", "--fault flash.power_lost_after_blocks=5"));
+    EXPECT_EQ(2u, KeptFiles().size());
+    EXPECT_EQ(1, Run(RackServer(), "", unreadable)) << "what is not whole needs no way back" << m_Output;
 }
 
 TEST_F(SystemRom, IsNotCutOffByAClosedPipe)

@@ -188,7 +188,7 @@ TEST_F(SimulatedServer, IsNotInTheShellsThatAnInstallerStarts)
 TEST_F(SimulatedServer, CutsARunAtTheStepThatIsNamed)
 {
     const auto run = [&](const std::string& options) {
-        for (const char* file : {"rom.bin", "steps", "var"}) fs::remove_all(m_Server.Path() / file);
+        for (const char* file : {"rom.bin", "steps", "var", "boot_id.running"}) fs::remove_all(m_Server.Path() / file);
         return Run(RackServer(), "/s", "--steps " + (m_Server.Path() / "steps").string() + " " + options);
     };
     ASSERT_EQ(1, run(""));

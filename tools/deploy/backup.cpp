@@ -21,7 +21,6 @@ namespace fs = std::filesystem;
 namespace
 {
 
-const std::size_t MaxNoteSize = 255;  // bytes
 const char* const ImageEnd = ".bin";
 
 // Where installers keep what they replace; host/keep.h says how.

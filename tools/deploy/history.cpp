@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "support/boot.h"
 #include "support/syncfolder.h"
 #include "tools/deploy/decision.h"
 #include "tools/deploy/statefolder.h"
@@ -59,7 +60,7 @@ std::string ProcessName(long process)
     for (int field = 2; field < 22 && place != std::string::npos; field++) place = status.find(' ', place + 1);
     if (place == std::string::npos) return "";
     const std::string start = status.substr(place + 1, status.find(' ', place + 1) - place - 1);
-    return std::to_string(process) + "/" + start + "/" + FirstLine("/proc/sys/kernel/random/boot_id");
+    return std::to_string(process) + "/" + start + "/" + ReadBoot();
 }
 
 bool Lives(const std::string& processName)

@@ -1,6 +1,5 @@
 #include "tools/deploy/identity.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -9,7 +8,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "support/descriptor.h"
+#include "support/boot.h"
 #include "support/printable.h"
 #include "tools/deploy/smbiostable.h"
 #include "tools/simulated.h"
@@ -57,15 +56,6 @@ std::string HostName()
     char szName[256] = "";
     gethostname(szName, sizeof szName - 1);
     return szName;
-}
-
-std::string ReadBoot()
-{
-    char szBoot[64] = "";
-    const CDescriptor file(open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC));
-    const ssize_t length = read(file.Get(), szBoot, sizeof szBoot);
-    const std::string boot(szBoot, static_cast<std::size_t>(length < 0 ? 0 : length));
-    return boot.substr(0, boot.find('\n'));
 }
 
 }  // namespace

@@ -118,7 +118,7 @@ std::vector<std::string> InstallCommand(const std::filesystem::path& folder, con
                                         const DeployOptions& options)
 {
     std::vector<std::string> switches;
-    if (offer.Found.Word != Action_Upgrade) switches.emplace_back("/f");
+    if (offer.Found.Word != Action_Upgrade || options.Force) switches.emplace_back("/f");
     return InstallerCommand(folder, offer.Package, options, switches);
 }
 

@@ -126,7 +126,9 @@ void AddPackageOptions(CLI::App& command, DeployOptions& options)
 
 void AddForce(CLI::App& command, DeployOptions& options)
 {
-    command.add_flag("--force", options.Force, "Write the same version again, and go back to an older one");
+    command.add_flag(
+        "--force", options.Force,
+        "Write the same version again, or an older one; replace firmware that should be kept and can't be read");
 }
 
 // What answers the question before something is written.
