@@ -189,7 +189,7 @@ BOOL CFirmwareComponent::ReadCurrentVersion()
     m_CurrentVersion.Clear();
     m_bBootLoader = FALSE;
     if (!ReadVersion()) return FALSE;
-    m_Properties.sCurrentVersion = m_bBootLoader ? CStr("Incomplete") : m_CurrentVersion.ToString();
+    m_Properties.sCurrentVersion = m_bBootLoader ? CStr(IncompleteVersion) : m_CurrentVersion.ToString();
     return TRUE;
 }
 

@@ -10,6 +10,9 @@
 
 inline constexpr const char* ReportVariable = "FLASHLIB_REPORT";
 
+// The current version of a device that has no whole firmware.
+inline constexpr const char* IncompleteVersion = "Incomplete";
+
 // What an installer leaves in the device.
 enum Left
 {

@@ -73,6 +73,7 @@ TEST_F(History, PutsBackWhatAnInstallationHasReplaced)
     // Of a write that breaks off the old ROM is put back before the server restarts.
     UseRack(R"({"faults": {"flash": {"power_lost_after_blocks": 5}}})");
     EXPECT_EQ(6, RunOnServer("install --yes '" PACKAGES "/systemrom'")) << m_Output;
+    EXPECT_TRUE(Says("zaldeploy install again, or put the old firmware back: zaldeploy restore P70.")) << m_Output;
     UseRack();
     EXPECT_EQ(2, RunOnServer("restore --yes P70")) << m_Output;
     EXPECT_FALSE(fs::exists(kept / "P70.writing"));

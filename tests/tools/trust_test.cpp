@@ -322,11 +322,16 @@ TEST_F(Attack, TrustsNoKeyAndNoLibraryThatOthersCanChange)
 TEST_F(Attack, LeavesNothingInThePrivateFolderButWhatOthersRun)
 {
     MakePackage();
-    Shell("mkdir -p state/run/dead/1 state/run/live/1");
+    Shell("umask 022; mkdir -p state/run/zaldeploy.dead00/1 state/run/zaldeploy.live00/1 state/run/precious state/log");
+    Shell("touch $(seq -f state/log/%g.log 60) $(seq -f state/log/2026-01-01T000000Z-%g.log 60)");
     const std::string state = (m_Folder.Path() / "state").string();
-    EXPECT_EQ(4, RunOnHost("flock " + state + "/run/live " + PlanScript(), m_Output));
-    EXPECT_EQ(0, RunCommand("ls " + state + "/run; stat -c %a " + state + "/run", m_Output));
-    EXPECT_EQ("live\n700\n", m_Output);
+    EXPECT_EQ(4, RunOnHost("flock " + state + "/run/zaldeploy.live00 " + PlanScript(), m_Output));
+    EXPECT_EQ(0, RunCommand("cd " + state + "; ls run; stat -c %a run; ls log | wc -l", m_Output));
+    EXPECT_EQ("precious\nzaldeploy.live00\n755\n110\n", m_Output);
+    Shell("chmod o+w state/run");
+    EXPECT_EQ(7, RunOnHost(PlanScript(), m_Output));
+    EXPECT_NE(std::string::npos, m_Output.find("others can write to it; --state names another")) << m_Output;
+    Shell("chmod o-w state/run");
 
     const std::string mounted = "unshare -m sh -c 'mount -t tmpfs -o noexec tmpfs " + state + " && ";
     if (RunCommand(mounted + "true'", m_Output) != 0) GTEST_SKIP() << m_Output;

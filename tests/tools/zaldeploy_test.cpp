@@ -158,6 +158,8 @@ TEST_F(Zaldeploy, SurvivesDiscoveriesThatGoWrong)
         {"#!/bin/sh\nhead -c 2000000 /dev/zero > $4", "wrote rubbish"},
         {"#!/bin/sh\necho '<a b=\"&\">' > $4", "discovery file is none"},
         {"#!/bin/sh\necho '<qv_rom_discovery>' > $4", "breaks off"},
+        {"#!/bin/sh\nprintf '<qv_rom_discovery>\n<alt_name value=\"%0999999d\"/>\n</qv_rom_discovery>\n' 0 > $4",
+         "has a text of more than 1024 bytes"},
         {"#!/bin/sh\nprintf '<qv_rom_discovery>\\n</qv_rom_discovery>\\n' > $4", "tells of no device"},
         {"#!/bin/sh\nprintf '<qv_rom_discovery>\\n<fw_item>\\n<action value=\"burn\"/>\\n</qv_rom_discovery>\\n' > $4",
          "tells an action that is none: \"burn\""},
@@ -405,6 +407,11 @@ TEST_F(Zaldeploy, SaysWhenItCanNotRun)
         {"inventory --server /nowhere", "the simulated server in /nowhere can't be opened: "},
         {"--server ''" + folder, "is empty"},
         {"install --dry-run --yes" + folder, "excludes"},
+        {"plan ''", "DIR: is empty"},
+        {"plan --only ''" + folder, "--only: is empty"},
+        {"plan --only Fan" + folder,
+         "has this name, as far as they can be asked. These can't, which a plan without "
+         "--only explains: sound."},
         {"--log /nowhere/log" + folder, "can't write the log /nowhere/log: No such file"},
     };
     for (const auto& c : cases) {

@@ -110,6 +110,11 @@ void KeepPackage(const DeployOptions& options, const Offer& offer)
     }
 }
 
+std::string RestoreCommand(const std::string& device)
+{
+    return "zaldeploy restore " + KeptNamePart(device);
+}
+
 Backup FindBackup(const DeployOptions& options, const std::string& name)
 {
     const fs::path folder = BackupFolder(options);
@@ -127,4 +132,14 @@ Backup FindBackup(const DeployOptions& options, const std::string& name)
         throw std::runtime_error("the package that can put " + image + " back is not kept in " + folder.string() +
                                  "; run the installer of another one for the device with /r " + image);
     return {folder / image, packages};
+}
+
+bool HasBackup(const DeployOptions& options, const std::string& name)
+{
+    try {
+        FindBackup(options, name);
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
 }

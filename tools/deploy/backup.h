@@ -18,6 +18,12 @@ struct Backup
     std::filesystem::path Packages;  // folder that holds the package, and no other
 };
 
+// The command that puts back what was kept of a device last.
+std::string RestoreCommand(const std::string& device);
+
 // What is kept under the name of a device, of the package that can put it back, or of the file of an image. Of several
 // images it is the one that was kept last. Throws std::runtime_error where there is none.
 Backup FindBackup(const DeployOptions& options, const std::string& name);
+
+// True where something is kept that can be put back.
+bool HasBackup(const DeployOptions& options, const std::string& name);

@@ -26,6 +26,7 @@ struct Document
     std::map<std::string, std::string> Item;
     bool IsDiscovery = false;  // begins as one
     bool IsWhole = false;      // ends as one
+    bool IsTooLong = false;    // one of the values is
 };
 
 // Reads `<name value="..."/>`; the value runs to the end of the line. False for what is no such line.
@@ -60,7 +61,9 @@ Document ReadDocument(std::istream& file)
         if (line == "</device>") pElement = &document.Root;
         if (line == "</qv_rom_discovery>") document.IsWhole = true;
         if (line.rfind(StateStart, 0) == 0) pElement->emplace("state", line.substr(StateStart.size()));
-        if (ReadValue(line, name, value)) pElement->emplace(name, value);
+        if (!ReadValue(line, name, value)) continue;
+        if (value.size() > MaxToldLength) document.IsTooLong = true;
+        pElement->emplace(name, value);
     }
     return document;
 }
@@ -77,6 +80,8 @@ std::string ReadDiscoveryFile(const fs::path& file, Discovery& discovery)
     Document document = ReadDocument(stream);
     if (!document.IsDiscovery) return "The installer's discovery file is none.";
     if (!document.IsWhole) return "The installer's discovery file breaks off.";
+    if (document.IsTooLong)
+        return "The installer's discovery file has a text of more than " + std::to_string(MaxToldLength) + " bytes.";
     if (document.Item.empty()) return "The installer's discovery file tells of no device.";
 
     discovery.Word = ActionFromText(document.Item["action"]);

@@ -39,8 +39,9 @@ const char* const NewestFirst = " ORDER BY id DESC LIMIT 1000";
 const char* const OfServer = "product = ? AND serial = ? ";
 const char* const OfDevice = "AND device = ? AND product_id = ? ";
 const std::string IsUnfinished =
-    std::string("AND (result = '") + Waiting + "' OR (result = '" + Interrupted +
-    "' AND to_version <> offered_version AND NOT EXISTS"
+    std::string("AND (result = '") + Waiting + "' OR (result = '" + Interrupted + "' AND to_version IN ('', '" +
+    IncompleteVersion +
+    "') AND NOT EXISTS"
     " (SELECT 1 FROM history AS later WHERE later.id > one.id AND later.product = one.product AND"
     "  later.serial = one.serial AND later.device = one.device AND later.product_id = one.product_id)))";
 
@@ -217,11 +218,16 @@ void CHistory::Complete(long long row, const Offer& offer, const std::string& lo
     });
 }
 
-// True when what it waits for has happened.
-bool CHistory::IsOver(const HistoryEntry& entry) const
+// True when the server was restarted since.
+bool CHistory::IsBeforeRestart(const HistoryEntry& entry) const
 {
-    return entry.State == HistoryState_Waiting && !entry.Boot.empty() && !m_Server.Boot.empty() &&
-           entry.Boot != m_Server.Boot;
+    return !entry.Boot.empty() && !m_Server.Boot.empty() && entry.Boot != m_Server.Boot;
+}
+
+// True when discovery finds what the installation has left in the device, and not what was started before it.
+bool CHistory::IsFound(const HistoryEntry& entry, const Discovery& found) const
+{
+    return found.IsImmediate() || found.Current != entry.FromVersion || IsBeforeRestart(entry);
 }
 
 void CHistory::SettleRow(const HistoryEntry& entry, const Discovery& found)
@@ -256,10 +262,10 @@ std::optional<HistoryEntry> CHistory::Settle(const Discovery& found)
     Try([&] {
         for (const HistoryEntry& entry : Read(std::string(OfServer) + OfDevice + IsUnfinished,
                                               {m_Server.Product, m_Server.Serial, found.Device, found.ProductId})) {
-            if (entry.State == HistoryState_Running) continue;
-            if (entry.State == HistoryState_Waiting && !IsOver(entry) && !Runs(found, entry.OfferedVersion))
+            const bool waits = entry.State == HistoryState_Waiting;
+            if (waits && !IsBeforeRestart(entry) && !Runs(found, entry.OfferedVersion))
                 waiting = entry;
-            else
+            else if (waits || (entry.State == HistoryState_Interrupted && IsFound(entry, found)))
                 SettleRow(entry, found);
         }
     });
@@ -270,7 +276,9 @@ std::vector<HistoryEntry> CHistory::Unfinished()
 {
     std::vector<HistoryEntry> entries;
     Try([&] { entries = Read(std::string(OfServer) + IsUnfinished, {m_Server.Product, m_Server.Serial}); });
-    const auto isOver = [this](const HistoryEntry& entry) { return IsOver(entry); };
+    const auto isOver = [this](const HistoryEntry& entry) {
+        return entry.State == HistoryState_Waiting && IsBeforeRestart(entry);
+    };
     entries.erase(std::remove_if(entries.begin(), entries.end(), isOver), entries.end());
     return entries;
 }

@@ -67,8 +67,8 @@ class CHistory
     // restart which has happened. Returns the one that waits still.
     std::optional<HistoryEntry> Settle(const Discovery& found);
 
-    // The installations of this server, the newest first, that run, were interrupted and left something else than what
-    // they offered, or wait for a restart that has not happened; as far as none followed for the device.
+    // The installations of this server, the newest first, that run, were interrupted and have left what no discovery
+    // has found to be whole since, or wait for a restart that has not happened; as far as none followed for the device.
     std::vector<HistoryEntry> Unfinished();
 
     // The last thousand installations, the newest first.
@@ -77,7 +77,8 @@ class CHistory
   private:
     bool Open(CDatabase::Access access);
     std::vector<HistoryEntry> Read(const std::string& condition, const std::vector<std::string>& parameters);
-    bool IsOver(const HistoryEntry& entry) const;
+    bool IsBeforeRestart(const HistoryEntry& entry) const;
+    bool IsFound(const HistoryEntry& entry, const Discovery& found) const;
     void SettleRow(const HistoryEntry& entry, const Discovery& found);
     template <typename Action>
     void Try(Action action);

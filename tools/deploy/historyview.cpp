@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tools/deploy/backup.h"
 #include "tools/deploy/jsonoutput.h"
 #include "tools/deploy/table.h"
 
@@ -34,7 +35,7 @@ std::string Subject(const HistoryEntry& entry)
     return entry.Component + ", from " + entry.FromVersion + " to " + entry.OfferedVersion;
 }
 
-std::string Sentence(const HistoryEntry& entry)
+std::string Sentence(const DeployOptions& options, const HistoryEntry& entry)
 {
     const std::string since = Minute(entry.Time) + " UTC";
     if (Waits(entry))
@@ -43,7 +44,10 @@ std::string Sentence(const HistoryEntry& entry)
     if (entry.State == HistoryState_Running)
         return "An installation is running since " + since + ": " + Subject(entry) + ".";
     return "An installation was interrupted: " + Subject(entry) + ", begun on " + since +
-           ". The device may be half written: install it again, and do not restart the server before.";
+           ". The device may be half written: install it again" +
+           (HasBackup(options, entry.Device) ? " or put the old firmware back (" + RestoreCommand(entry.Device) + ")"
+                                             : "") +
+           ", and do not restart the server before.";
 }
 
 Row EntryRow(const HistoryEntry& entry)
@@ -78,12 +82,16 @@ Json ToJson(const HistoryEntry& entry)
 
 }  // namespace
 
-void ShowUnfinished(CScreen& screen, const std::vector<HistoryEntry>& entries)
+void ShowUnfinished(Session& session)
 {
-    for (const HistoryEntry& entry : entries)
-        if (!Waits(entry)) screen.PrintProblem(Wrap(Sentence(entry), 0, screen.Width()) + "\n");
-    for (const HistoryEntry& entry : entries)
-        if (Waits(entry)) screen.Print(Wrap(Sentence(entry), 0, screen.Width()) + "\n");
+    CScreen& screen = session.Screen;
+    const auto text = [&session](const HistoryEntry& entry) {
+        return Wrap(Sentence(session.Options, entry), 0, session.Screen.Width()) + "\n";
+    };
+    for (const HistoryEntry& entry : session.Unfinished)
+        if (!Waits(entry)) screen.PrintProblem(text(entry));
+    for (const HistoryEntry& entry : session.Unfinished)
+        if (Waits(entry)) screen.Print(text(entry));
 }
 
 Json ToJson(const std::vector<HistoryEntry>& entries)

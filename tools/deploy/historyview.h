@@ -6,10 +6,11 @@
 
 #include "tools/deploy/history.h"
 #include "tools/deploy/screen.h"
+#include "tools/deploy/session.h"
 
 // Says which installations are unfinished: those that run or were interrupted first, then those that wait for a
 // restart.
-void ShowUnfinished(CScreen& screen, const std::vector<HistoryEntry>& entries);
+void ShowUnfinished(Session& session);
 
 // Installations as a table.
 std::string HistoryText(const CScreen& screen, const std::vector<HistoryEntry>& entries);

@@ -15,13 +15,16 @@ const int DurationFactor = 10;  // how much longer than expected an installation
 // The command to give once more.
 std::string SameCommand(const Offer& offer)
 {
-    return std::string("zaldeploy ") + (offer.Package.Restored.empty() ? "install" : "restore");
+    const std::string restored = offer.Package.Restored.filename().string();
+    return restored.empty() ? "zaldeploy install" : "zaldeploy restore " + restored;
 }
 
 // What to do about a device that may be half written.
 std::string TryAgain(const Offer& offer)
 {
-    return "Do not restart the server; run " + SameCommand(offer) + " again.";
+    const bool isKept = offer.Outcome->IsKept && offer.Package.Restored.empty();
+    return "Do not restart the server; run " + SameCommand(offer) + " again" +
+           (isKept ? ", or put the old firmware back: " + RestoreCommand(offer.Found.Device) + "." : ".");
 }
 
 void End(Offer& offer, Result result, int status)
@@ -143,6 +146,7 @@ void Install(Session& session, Offer& offer)
     outcome.Now = after.Found.Current;
     outcome.Seconds = run.Seconds;
     outcome.Left = run.Report.Result() ? run.Report.Result()->Left : Compare(offer.Found, after.Found);
+    outcome.IsKept = !run.Report.Backup().empty();
     outcome.Message = run.HasSaid() ? DescribeReason(run) : DescribeEnd(run);
     if (run.HasSaid())
         JudgeStatus(offer, run, after);

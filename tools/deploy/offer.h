@@ -8,6 +8,9 @@
 #include "tools/deploy/options.h"
 #include "tools/deploy/package.h"
 
+// Of a text that an installer tells, in bytes. Longer ones are none of ours.
+const std::size_t MaxToldLength = 1024;
+
 // What the installer says that an installation would do.
 enum Action
 {
@@ -57,6 +60,9 @@ struct Discovery
     std::string Reason;    // why the installer would not install
     bool WayBack = false;  // what it would replace can be put back
     std::optional<Action> Word;
+
+    // True where what runs is what the device holds; else it may hold something else that takes a restart.
+    bool IsImmediate() const { return TakesEffect == "immediate"; }
 };
 
 struct Outcome
@@ -66,6 +72,7 @@ struct Outcome
     std::string Message;  // for the operator
     ::Left Left = Left_Unknown;
     double Seconds = 0;
+    bool IsKept = false;  // what was replaced can be put back
 };
 
 struct Offer

@@ -28,12 +28,27 @@ bool IsSelected(const Offer& offer, const std::vector<std::string>& only)
            std::any_of(only.begin(), only.end(), [&offer](const std::string& n) { return IsNamed(offer, n); });
 }
 
+// The packages that did not tell what they are for; empty: all did.
+std::string NotKnown(const Offers& offers)
+{
+    std::string names;
+    for (const Offer& offer : offers)
+        if (offer.Verdict == Verdict_Refused || offer.Verdict == Verdict_Failed)
+            names += (names.empty() ? "" : ", ") + offer.Package.Name();
+    return names;
+}
+
 // Leaves those that --only names.
 void Select(Offers& offers, const std::vector<std::string>& only)
 {
+    const std::string unknown = NotKnown(offers);
     for (const std::string& name : only)
         if (std::none_of(offers.begin(), offers.end(), [&name](const Offer& o) { return IsNamed(o, name); }))
-            throw std::runtime_error("--only " + name + ": no package, component or device has this name");
+            throw std::runtime_error("--only " + name + ": no package, component or device has this name" +
+                                     (unknown.empty() ? ""
+                                                      : ", as far as they can be asked. These can't, which a plan "
+                                                        "without --only explains: " +
+                                                            unknown));
     const auto isLeftOut = [&only](const Offer& offer) { return !IsSelected(offer, only); };
     offers.erase(std::remove_if(offers.begin(), offers.end(), isLeftOut), offers.end());
 }
@@ -98,7 +113,7 @@ void DropCopies(Offers& offers, Copies copies)
 
 Offers AskPackages(Session& session, Copies copies, const std::function<void(const Offer&)>& show)
 {
-    ShowUnfinished(session.Screen, session.Unfinished);
+    ShowUnfinished(session);
     if (session.Options.AllowUnsigned) session.Screen.Notice(UnsignedWarning);
     std::vector<Package> packages = FindPackages(session.Options.Folders);
     SelectByFolder(packages, session.Options.Only);

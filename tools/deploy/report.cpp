@@ -9,11 +9,12 @@ namespace
 
 using Json = nlohmann::json;
 
-// A member of an object; empty, 0 where there is none of that kind.
+// A member of an object; empty, 0 where there is none of that kind, or it is too long.
 std::string Text(const Json& object, const char* name)
 {
     const auto member = object.find(name);
-    return member != object.end() && member->is_string() ? Printable(member->get<std::string>()) : "";
+    const std::string text = member != object.end() && member->is_string() ? member->get<std::string>() : "";
+    return text.size() <= MaxToldLength ? Printable(text) : "";
 }
 
 long long Number(const Json& object, const char* name)

@@ -15,7 +15,7 @@ int RunRestore(const DeployOptions& options)
     const Backup backup = FindBackup(options, options.Restored);
     Package package = FindPackages({backup.Packages.string()}).at(0);
     package.Restored = backup.Image;
-    ShowUnfinished(session.Screen, session.Unfinished);
+    ShowUnfinished(session);
     session.Screen.Begin("Asking " + package.Name());
     Load(session, package);
     Offers offers = {Discover(session, package, "Asking " + package.Name())};

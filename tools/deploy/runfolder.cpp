@@ -1,6 +1,7 @@
 #include "tools/deploy/runfolder.h"
 
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -20,8 +21,10 @@ namespace
 {
 
 const mode_t OwnerOnly = 0700;
-const int FirstToInherit = 10;  // descriptors below have a meaning for a process
-const char* const RunPrefix = "run.";
+const char* const Elsewhere = "--state names another state folder";
+const int FirstToInherit = 10;                   // descriptors below have a meaning for a process
+const char* const RunName = "zaldeploy.XXXXXX";  // of a run; mkdtemp puts letters there
+const char* const RunPattern = "zaldeploy.??????";
 
 [[noreturn]] void Fail(const fs::path& folder, const std::string& why, const std::string& advice)
 {
@@ -55,8 +58,8 @@ void MakeShared(const fs::path& folder, bool guarded)
     struct stat status = {};
     if (lstat(folder.c_str(), &status) != 0) FailToMake(folder, errno);
     if (!S_ISDIR(status.st_mode) || status.st_uid != geteuid())
-        Fail(folder, "it is no folder of the user that runs zaldeploy", "remove it");
-    if (chmod(folder.c_str(), OwnerOnly) != 0) FailToMake(folder, errno);
+        Fail(folder, "it is no folder of the user that runs zaldeploy", Elsewhere);
+    if (status.st_mode & (S_IWGRP | S_IWOTH)) Fail(folder, "others can write to it", Elsewhere);
     struct statvfs system = {};
     if (statvfs(folder.c_str(), &system) == 0 && (system.f_flag & ST_NOEXEC))
         Fail(folder, "its file system is mounted with noexec, so that no program in it can be run",
@@ -68,7 +71,8 @@ void RemoveLeftovers(const fs::path& folder)
 {
     std::error_code ignored;
     for (const auto& entry : fs::directory_iterator(folder, ignored))
-        if (Lock(entry.path(), LOCK_NB).Get() >= 0) fs::remove_all(entry.path(), ignored);
+        if (fnmatch(RunPattern, entry.path().filename().c_str(), 0) == 0 && Lock(entry.path(), LOCK_NB).Get() >= 0)
+            fs::remove_all(entry.path(), ignored);
 }
 
 fs::path SharedFolder(const DeployOptions& options, const fs::path& temporary)
@@ -92,7 +96,7 @@ CRunFolder::CRunFolder(const DeployOptions& options, const fs::path& temporary)
     const CDescriptor others = Lock(shared, 0);  // who makes a folder has locked it before another looks for leftovers
     if (others.Get() < 0) FailToMake(shared, errno);
     RemoveLeftovers(shared);
-    std::string path = (shared / (std::string(RunPrefix) + "XXXXXX")).string();
+    std::string path = (shared / RunName).string();
     if (!mkdtemp(path.data())) FailToMake(shared, errno);
     m_pOwn = std::make_unique<CPrivateFolder>(path);
     m_Lock.Reset(fcntl(Lock(path, LOCK_NB).Get(), F_DUPFD_CLOEXEC, FirstToInherit));

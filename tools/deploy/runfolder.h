@@ -27,7 +27,8 @@ class CRunFolder
 {
   public:
     // Makes a folder for this run in "run" of the state folder, or of temporary for a user who is not root and may not
-    // write to that of the host. Only the owner may enter it. Removes what runs that were killed have left. Throws
+    // write to that of the host. Only the owner may enter it. Removes what runs that were killed have left there, and
+    // nothing else. Throws
     // std::runtime_error where it can't be made, or programs can't be run from it.
     CRunFolder(const DeployOptions& options, const std::filesystem::path& temporary);
 

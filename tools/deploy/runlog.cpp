@@ -1,5 +1,6 @@
 #include "tools/deploy/runlog.h"
 
+#include <fnmatch.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,6 +33,8 @@ std::string TryToWrite(const fs::path& file)
     return "";
 }
 
+const char* const NamePattern = "[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9]T[0-9][0-9][0-9][0-9][0-9][0-9]Z-[0-9]*.log";
+
 // "2026-11-25T101500Z-1234.log": names in order of time.
 std::string NewName()
 {
@@ -43,7 +46,7 @@ void RemoveOldest(const fs::path& folder)
     std::vector<fs::path> logs;
     std::error_code ignored;
     for (const auto& entry : fs::directory_iterator(folder, ignored))
-        if (entry.path().extension() == ".log") logs.push_back(entry.path());
+        if (fnmatch(NamePattern, entry.path().filename().c_str(), 0) == 0) logs.push_back(entry.path());
     std::sort(logs.begin(), logs.end());
     for (std::size_t i = 0; i + MaxLogs < logs.size(); i++) fs::remove(logs[i], ignored);
 }

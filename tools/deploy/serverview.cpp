@@ -8,6 +8,7 @@
 #include <string>
 
 #include "chif.h"
+#include "host/report.h"
 #include "support/printable.h"
 #include "tools/deploy/nodes.h"
 #include "tools/deploy/table.h"
@@ -130,7 +131,7 @@ Json ReadBackplanes(CChannelInterface& channel)
             continue;
         }
         backplanes.push_back({{"name", Printable(szId)},
-                              {"version", bootLoader ? "Incomplete" : Format("%d.%02d", major, minor)},
+                              {"version", bootLoader ? IncompleteVersion : Format("%d.%02d", major, minor)},
                               {"index", i},
                               {"type", type}});
     }
@@ -150,13 +151,13 @@ Json ReadControllers(CChannelInterface& channel)
         channel.GetTamberlineBootloaderVersion(&loaderMajor, &loaderMinor))
         controllers.push_back(
             {{"name", "Tamberline controller"},
-             {"version", major == 0 && minor == 0 ? "Incomplete" : Format("%d.%d.%d", major, minor, pass)},
+             {"version", major == 0 && minor == 0 ? IncompleteVersion : Format("%d.%d.%d", major, minor, pass)},
              {"family", kind},
              {"boot_loader", Format("%d.%d", loaderMajor, loaderMinor)}});
     BOOL bootLoader = FALSE;
     if (channel.GetPowerPICType(&kind) && channel.GetPowerPICVersion(&major, &minor, &pass, &bootLoader))
         controllers.push_back({{"name", "Power controller"},
-                               {"version", bootLoader ? "Incomplete" : Format("%d.%d.%d", major, minor, pass)},
+                               {"version", bootLoader ? IncompleteVersion : Format("%d.%d.%d", major, minor, pass)},
                                {"type", kind}});
     return controllers;
 }

@@ -86,19 +86,23 @@ std::string NotEmpty(const std::string& text)
 void AddCommonOptions(CLI::App& command, DeployOptions& options)
 {
     command.add_option("--server", options.Server, "Folder of a simulated server to work on")->check(NotEmpty);
-    command.add_option("--state", options.State, "Folder of history and logs in place of /var/lib/flashlib");
+    command
+        .add_option("--state", options.State,
+                    "Folder of history, logs and running packages in place of /var/lib/flashlib; not of kept images")
+        ->check(NotEmpty);
     command.add_flag("--json", options.Json, "Print JSON, for scripts");
 }
 
 void AddLogOption(CLI::App& command, DeployOptions& options)
 {
-    command.add_option("--log", options.Log, "File of the debug log");
+    command.add_option("--log", options.Log, "File of the debug log")->check(NotEmpty);
 }
 
 // What all commands take that run installers.
 void AddRunOptions(CLI::App& command, DeployOptions& options)
 {
     command.add_option("--trust", options.Trust, "File of a public key whose signatures are trusted; may be repeated")
+        ->check(NotEmpty)
         ->allow_extra_args(false);
     command.add_flag("--allow-unsigned", options.AllowUnsigned, "Run packages that nobody has signed: for development");
     command.add_option("--timeout", options.Timeout, "Time limit of each component, in seconds of real time")
@@ -118,8 +122,11 @@ void AddRunOptions(CLI::App& command, DeployOptions& options)
 // What plan, install and verify take.
 void AddPackageOptions(CLI::App& command, DeployOptions& options)
 {
-    command.add_option("DIR", options.Folders, "Folders of component packages, or package folders")->required();
+    command.add_option("DIR", options.Folders, "Folders of component packages, or package folders")
+        ->required()
+        ->check(NotEmpty);
     command.add_option("--only", options.Only, "Leave out all but this package, component or device; may be repeated")
+        ->check(NotEmpty)
         ->allow_extra_args(false);
     AddRunOptions(command, options);
 }
@@ -181,7 +188,8 @@ void AddOptions(const Commands& commands, DeployOptions& options)
     AddAnswers(*commands.pInstall, options);
     commands.pRestore->footer(RestoreFooter);
     commands.pRestore->add_option("NAME", options.Restored, "The device, its package, or the file of a kept image")
-        ->required();
+        ->required()
+        ->check(NotEmpty);
     AddRunOptions(*commands.pRestore, options);
     AddAnswers(*commands.pRestore, options);
     commands.pHistory->footer(HistoryFooter);
