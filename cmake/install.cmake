@@ -46,9 +46,9 @@ if(FLASHLIB_SIMULATOR)
 endif()
 if(FLASHLIB_TOOLS)
     install_programs(mkdevice mkpackage mkrom zaldeploy zalfaults zalrule)
-    install(PROGRAMS tools/authoring/new-component DESTINATION bin RENAME flashlib-new-component)
-    install(PROGRAMS tools/authoring/manifest DESTINATION bin RENAME flashlib-manifest)
-    install(PROGRAMS tools/authoring/rack DESTINATION bin RENAME flashlib-rack)
+    install(PROGRAMS ${PROJECT_BINARY_DIR}/tools/scripts/flashlib-manifest
+                     ${PROJECT_BINARY_DIR}/tools/scripts/flashlib-new-component
+                     ${PROJECT_BINARY_DIR}/tools/scripts/flashlib-rack DESTINATION bin)
     install(DIRECTORY fleet DESTINATION share/flashlib PATTERN __pycache__ EXCLUDE)
     install(FILES tools/deploy/completion.bash DESTINATION share/bash-completion/completions RENAME zaldeploy)
     install(DIRECTORY tools/authoring/template DESTINATION share/flashlib)

@@ -30,8 +30,11 @@ function(add_manual tool summary)
     add_custom_target(${name}_manual ALL DEPENDS ${page}.gz)
 endfunction()
 
-# Makes the page of a script that is installed under that name.
-function(add_manual_of_script script name summary)
-    configure_file(${script} scripts/${name} COPYONLY)
+# Adds a script, with its manual page, that is installed under that name. The version is put into it.
+function(add_script script name summary)
+    foreach(word Component component handler)
+        set(${word} "@${word}@")  # is the script's
+    endforeach()
+    configure_file(${script} scripts/${name} @ONLY)
     add_manual(${name} ${summary})
 endfunction()

@@ -14,7 +14,8 @@ class CTempFolder
     // Its name begins with the program's. Throws std::runtime_error when it can't be made.
     explicit CTempFolder(const std::string& program)
     {
-        const std::filesystem::path all = std::filesystem::temp_directory_path();
+        const char* pszNamed = std::getenv("TMPDIR");
+        const std::filesystem::path all = pszNamed && *pszNamed ? pszNamed : "/tmp";
         std::string path = (all / (program + ".XXXXXX")).string();
         if (!mkdtemp(path.data()))
             throw std::runtime_error("can't make a folder in " + all.string() + " (" + std::strerror(errno) +

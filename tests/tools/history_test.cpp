@@ -58,6 +58,8 @@ TEST_F(History, PutsBackWhatAnInstallationHasReplaced)
     EXPECT_EQ(2, RunOnServer("restore --yes --json p70")) << m_Output;
     ExpectSchema("zaldeploy.restore");
     EXPECT_EQ("2.30 (09/12/2019)", Offers().at(0).at("offered"));
+    EXPECT_EQ(2, RunOnServer("verify '" PACKAGES "/systemrom'"))
+        << "until the restart it runs what is gone" << m_Output;
     RunCommand(restart, m_Output);
     EXPECT_EQ(1, RunOnServer("'" PACKAGES "/systemrom'")) << m_Output;
     EXPECT_TRUE(Says("P70      2.30 (09/12/2019)  2.40 (03/15/2021)  upgrade ")) << m_Output;
@@ -116,6 +118,16 @@ TEST_F(History, TellsOfAnInstallationThatWasInterrupted)
     EXPECT_EQ(0, RunScripts("plan"));
     EXPECT_FALSE(Says("interrupted")) << m_Output;
     EXPECT_EQ("installed|2.0\ninterrupted|half\n", Rows("result, to_version"));
+
+    // It is told until it is known that the device is whole.
+    AddSound("fan", "kill -KILL $PPID; sleep 0.1");
+    EXPECT_EQ(128 + SIGKILL, RunScripts("install --yes")) << m_Output;
+    m_Packages.Write("fan/device", "Incomplete\n");
+    for (const char* pszFound : {"Incomplete", "1.5", ""}) {
+        EXPECT_EQ(1, RunScripts("plan"));
+        EXPECT_EQ(*pszFound != '\0', Says("interrupted")) << pszFound << m_Output;
+        if (std::string(pszFound) == "Incomplete") m_Packages.Write("fan/device", "1.5\n");
+    }
 }
 
 TEST_F(History, InstallsWithoutAHistory)

@@ -299,7 +299,7 @@ TEST_F(Attack, TrustsNoKeyAndNoLibraryThatOthersCanChange)
     const std::pair<const char*, const char*> cases[] = {
         {"chmod o+w trusted.d", "/trusted.d can be written by others, who decide what runs then; chmod go-w it"},
         {"chmod g+w trusted.d/author.pub", "/author.pub can be written by others"},
-        {"echo never >trusted.d/author.expires", "/author.pub can't be trusted: it is no date like 2026-12-31"},
+        {"echo never >trusted.d/author.expires", "/author.expires holds no date like 2026-12-31"},
         {"echo >trusted.d/more.pub", "/more.pub can't be trusted: it is not in minisign's format"},
         {"mv trusted.d/author.pub a.pub; ln -s ../a.pub trusted.d/author.pub", "/author.pub is a link"},
         {"echo /tmp >libraries", "/tmp can be written by others"},
@@ -325,7 +325,7 @@ TEST_F(Attack, LeavesNothingInThePrivateFolderButWhatOthersRun)
     Shell("umask 022; mkdir -p state/run/zaldeploy.dead00/1 state/run/zaldeploy.live00/1 state/run/precious state/log");
     Shell("touch $(seq -f state/log/%g.log 60) $(seq -f state/log/2026-01-01T000000Z-%g.log 60)");
     const std::string state = (m_Folder.Path() / "state").string();
-    EXPECT_EQ(4, RunOnHost("flock " + state + "/run/zaldeploy.live00 " + PlanScript(), m_Output));
+    EXPECT_EQ(4, RunOnHost("unset QVFLASHLOG; flock " + state + "/run/zaldeploy.live00 " + PlanScript(), m_Output));
     EXPECT_EQ(0, RunCommand("cd " + state + "; ls run; stat -c %a run; ls log | wc -l", m_Output));
     EXPECT_EQ("precious\nzaldeploy.live00\n755\n110\n", m_Output);
     Shell("chmod o+w state/run");
@@ -357,6 +357,9 @@ cp "$1"/platform/*.so /mnt/maker/
 "$2" plan --quiet --wait 60 package || echo "status $?"
 echo /mnt/maker >/etc/flashlib/libraries
 "$2" plan --quiet --wait 60 package || echo "status $?"
+chmod o+w /mnt/maker/libzalci.so
+"$2" plan --quiet --wait 60 package || echo "status $?"
+chmod o-w /mnt/maker/libzalci.so
 chmod o+w /var/lib/flashlib
 "$2" plan --quiet --wait 60 package || echo "status $?"
 )sh");
@@ -368,5 +371,6 @@ chmod o+w /var/lib/flashlib
     EXPECT_NE(std::string::npos, second) << m_Output;
     EXPECT_GT(second, m_Output.find("Name the folder of the maker's libraries in /etc/flashlib/libraries."))
         << m_Output;
+    EXPECT_LT(second, m_Output.find("/libzalci.so can be written by others")) << m_Output;
     EXPECT_LT(second, m_Output.find("/var/lib/flashlib can be written by others")) << m_Output;
 }

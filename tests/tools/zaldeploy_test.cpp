@@ -138,7 +138,7 @@ TEST_F(Zaldeploy, TellsWhatAPowerLossLeavesAndRecovers)
     UseRack(R"({"faults": {"flash": {"power_lost_after_blocks": 5}}})");
     EXPECT_EQ(6, RunOnServer("install --yes --quiet '" PACKAGES "/systemrom'")) << m_Output;
     EXPECT_TRUE(Says("failed  2.30 (09/12/2019)  Incomplete\n    The installer crashed (Killed)")) << m_Output;
-    EXPECT_TRUE(Says("The device may be half written. Do not restart the server; run zaldeploy install again."));
+    EXPECT_TRUE(Says("The device may be half written. Do not restart the server; run zaldeploy install again, or "));
     EXPECT_TRUE(Says("The debug log is ")) << m_Output;
     UseRack();
     EXPECT_EQ(2, RunOnServer("install --yes '" PACKAGES "/systemrom'")) << m_Output;
@@ -267,6 +267,10 @@ TEST_F(Zaldeploy, BelievesTheDeviceAndNotTheInstaller)
         {"echo 9.0 > device; exit 3", 0, "runs already", "9.0", "says that a newer version is installed."},
         {"echo Refused.; printf 'x 49%%\\r\\rx 50%%\\n'; exit 7", 6, "failed", "1.0", "Refused."},
         {"echo 50%; exit 7", 6, "failed", "1.0", "says that it failed, and gives no reason."},
+        {"echo Starting; echo 'Only 12% of it could be verified.'; exit 7", 6, "failed", "1.0",
+         "Only 12% of it could be verified. The device runs 1.0. See to that, then run zaldeploy install again."},
+        {"echo half > device; echo '  It is locked.'; exit 7", 6, "failed", "half",
+         "It is locked. The device may be half written. Do not restart the server; run zaldeploy install again."},
         {"echo '{\"report\": \"result\", \"message\": \"No\\u202e.\", \"left\": \"untouched\"}' >&$FLASHLIB_REPORT; "
          "echo Bye.; exit 7",
          6, "failed", "1.0", "No?."},
@@ -397,6 +401,7 @@ TEST_F(Zaldeploy, SaysWhenItCanNotRun)
     const std::string folder = " " + m_Packages.Path().string();
     const std::pair<std::string, const char*> cases[] = {
         {"", "A subcommand is required"},
+        {"--quiet --timeout 3 --trust=/nowhere/key plan" + folder, "can't read /nowhere/key"},
         {"inventory folder", "not expected"},
         {"--timeout 0" + folder, "--timeout"},
         {"--nothing" + folder, "--nothing"},
@@ -419,7 +424,10 @@ TEST_F(Zaldeploy, SaysWhenItCanNotRun)
         EXPECT_TRUE(Says(c.second)) << c.first << m_Output;
     }
     EXPECT_EQ(7, RunOnHost("TMPDIR=/nowhere " ZALDEPLOY + folder, m_Output));
-    EXPECT_TRUE(Says("there is no folder /nowhere for temporary files; TMPDIR names another")) << m_Output;
+    EXPECT_TRUE(Says("can't make a folder in /nowhere (No such file or directory); TMPDIR names another")) << m_Output;
+    EXPECT_EQ(1, RunOnHost("TMPDIR= " ZALDEPLOY " --allow-unsigned" + folder, m_Output)) << m_Output;
+    EXPECT_EQ(7, RunOnHost("{ " ZALDEPLOY " plan --json --bogus" + folder + " 2>/dev/null; }", m_Output));
+    ExpectSchema("zaldeploy.error");
     const std::string plan = ZALDEPLOY " plan" + folder;
     const std::string commands[] = {plan,
                                     plan + " --json",

@@ -14,7 +14,7 @@ namespace
 
 const int WidestBar = 30;
 const int NarrowestBar = 5;
-const int BesideBar = 36;  // columns that the numbers need
+const int BesideBar = 37;  // columns that the numbers need, and the margins
 const char* const Margin = "  ";
 const char* const LogMark = "  log: ";
 const double FirstRate = 0.5;  // seconds until a rate can be told
@@ -79,7 +79,7 @@ void CActivity::ShowLog()
     }
 }
 
-// "Uploading [#######       ]  50%  120 KiB/s  0:12 left"
+// "Uploading [#######       ]  50%  120 KiB/s  0:12 left". On a narrow screen the numbers come first, without a bar.
 std::string CActivity::Bar(const Progress& progress)
 {
     const double now = m_Screen.Elapsed();
@@ -94,7 +94,8 @@ std::string CActivity::Bar(const Progress& progress)
         const long long left = std::llround(static_cast<double>(progress.Total - progress.Done) / rate);
         numbers += "  " + RateText(rate) + Format("  %lld:%02lld left", left / 60, left % 60);
     }
-    const int width = std::clamp(m_Screen.Width() - Columns(m_What) - BesideBar, NarrowestBar, WidestBar);
+    const int width = std::min(m_Screen.Width() - Columns(m_What) - BesideBar, WidestBar);
+    if (width < NarrowestBar) return numbers + "  " + m_What;
     std::string bar(static_cast<std::size_t>(width), ' ');
     std::fill_n(bar.begin(), progress.Done * width / progress.Total, '#');
     return m_What + " [" + bar + "] " + numbers;

@@ -55,10 +55,12 @@ void DecideWithoutDocument(Session& session, Offer& offer, const InstallerRun& r
     Decide(offer, Verdict_Failed, why);
 }
 
-// What an earlier installation has left for the restart need not be installed once more.
+// What an earlier installation has left for the restart need not be installed once more. Until then the device runs
+// what it does not hold.
 void DecideWaiting(Offer& offer, const HistoryEntry& waiting)
 {
-    if (offer.IsOffered() && CompareVersions(offer.Found.Offered, waiting.OfferedVersion) <= 0)
+    const bool isNewer = CompareVersions(offer.Found.Offered, waiting.OfferedVersion) > 0;
+    if (offer.Found.Word != Action_Skip && !(offer.IsOffered() && isNewer))
         Decide(offer, Verdict_Waiting,
                waiting.OfferedVersion + " is installed and waits for the restart; --force writes this version again.");
 }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <fstream>
 
@@ -133,8 +134,11 @@ void CHistory::Try(Action action)
         action();
     } catch (const std::exception& error) {
         m_Database.reset();
+        const bool isDenied = access(m_File.c_str(), R_OK | W_OK) != 0 && errno == EACCES;
         m_Problem = "the history " + m_File.string() + " can't be used (" + error.what() +
-                    "): installations are not recorded. Where it is damaged, move it away; a new one is begun";
+                    "): installations are not recorded. " +
+                    (isDenied ? "Run zaldeploy as a user who may read and write it"
+                              : "Where it is damaged, move it away; a new one is begun");
         m_Say(m_Problem);
     }
 }
@@ -143,7 +147,9 @@ void CHistory::Try(Action action)
 bool CHistory::Open(CDatabase::Access access)
 {
     if (m_Database) return true;
-    const fs::file_type type = fs::status(m_File).type();
+    std::error_code error;
+    const fs::file_type type = fs::status(m_File, error).type();
+    if (type == fs::file_type::none) throw DatabaseError(error.message());
     if (type == fs::file_type::not_found && access == CDatabase::Access_Existing) return false;
     if (type != fs::file_type::not_found && type != fs::file_type::regular)
         throw DatabaseError("it is no regular file");

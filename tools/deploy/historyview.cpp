@@ -54,7 +54,7 @@ Row EntryRow(const HistoryEntry& entry)
 {
     const bool bad = entry.Status == DeployStatus_Failed;
     const Colour colour = Waits(entry) ? Colour_Yellow : bad ? Colour_Red : Colour_None;
-    return {{entry.Component, Minute(entry.Time), entry.FromVersion, entry.ToVersion, ResultText(entry)},
+    return {{entry.Component, Minute(entry.Time), entry.FromVersion, entry.ToVersion, ResultText(entry), entry.Package},
             bad ? entry.Message : "",
             colour};
 }
@@ -103,8 +103,9 @@ Json ToJson(const std::vector<HistoryEntry>& entries)
 
 std::string HistoryText(const CScreen& screen, const std::vector<HistoryEntry>& entries)
 {
-    const std::vector<Column> columns = {
-        {"component", Narrow_Above}, {"time (UTC)"}, {"from", Narrow_Below}, {"to"}, {"result", Narrow_Keep, true}};
+    const std::vector<Column> columns = {{"component", Narrow_Above},   {"time (UTC)"},
+                                         {"from", Narrow_Below},        {"to"},
+                                         {"result", Narrow_Keep, true}, {"package", Narrow_Below}};
     std::vector<Row> rows;
     rows.reserve(entries.size());
     for (const HistoryEntry& entry : entries) rows.push_back(EntryRow(entry));

@@ -45,7 +45,7 @@ void ShowCommands(Session& session, const Offers& offers)
     for (const Offer& offer : offers) {
         if (!offer.IsOffered()) continue;
         std::string line;
-        for (const std::string& argument : InstallCommand(offer.Package.Folder, offer, session.Options))
+        for (const std::string& argument : InstallCommand(session, offer))
             line += (line.empty() ? "" : " ") + Quoted(argument);
         session.Screen.Print(line);
     }
@@ -69,7 +69,7 @@ bool IsWanted(Session& session, int count)
         session.Screen.Print("");
         return true;
     }
-    std::getline(std::cin, answer);
+    if (!std::getline(std::cin, answer)) session.Screen.Print("");  // the end of the input ends no line
     if (answer == "y" || answer == "Y" || answer == "yes") return true;
     session.Screen.Print("Nothing was installed.");
     return false;

@@ -42,6 +42,10 @@ bool LookAgain(Session& session, Offer& offer)
         offer.Found = now.Found;
         return true;
     }
+    if (now.Verdict == Verdict_Stopped) {
+        LeaveOut(offer);
+        return false;
+    }
     offer.Outcome->Message = "It is no more what it was before: " + now.Why;
     End(offer, now.Verdict == Verdict_Current ? Result_RunsAlready : Result_NotRun, now.Status);
     return false;
@@ -63,11 +67,23 @@ bool KeepWayBack(Session& session, Offer& offer)
     }
 }
 
-// What is left in the device, where the installer does not tell.
+// What is left in the device, where the installer does not tell. What has run before may be what was started, and not
+// what the device holds.
 Left Compare(const Discovery& before, const Discovery& after)
 {
+    const bool isOld = after.Current == before.Current;
+    if (after.Current.empty() || (isOld && !after.IsImmediate())) return Left_Unknown;
     if (after.Word == Action_Rewrite) return Left_RunsNew;
-    return !after.Current.empty() && after.Current == before.Current ? Left_RunsOld : Left_Unknown;
+    return isOld ? Left_RunsOld : Left_Unknown;
+}
+
+// The state of the device, and what to do, behind an installer that tells neither.
+std::string DescribeLeft(const Offer& offer)
+{
+    const Outcome& outcome = *offer.Outcome;
+    if (outcome.Left != Left_RunsOld && outcome.Left != Left_RunsNew)
+        return " The device may be half written. " + TryAgain(offer);
+    return " The device runs " + outcome.Now + ". See to that, then run " + SameCommand(offer) + " again.";
 }
 
 // What to make of an installer that says that it is done: the device must run what was offered by then.
@@ -97,6 +113,7 @@ void JudgeStatus(Offer& offer, const InstallerRun& run, const Offer& after)
     if (run.Process.Status == ReturnCodeReboot) return End(offer, Result_Restart, DeployStatus_Restart);
     if (run.Process.Status == ReturnCodeNone) return Verify(offer, after);
     if (RunsAlready(offer, run, after)) return End(offer, Result_RunsAlready, DeployStatus_Well);
+    if (!run.Report.Result()) offer.Outcome->Message += DescribeLeft(offer);
     End(offer, Result_Failed, DeployStatus_Failed);
 }
 
@@ -115,14 +132,31 @@ void JudgeEnd(Offer& offer, const InstallerRun& run)
     End(offer, Result_Failed, DeployStatus_Failed);
 }
 
-}  // namespace
+// An installer does not know what has started it.
+std::string ForZaldeploy(const Offer& offer, const std::string& message)
+{
+    if (message.find("this installer") == std::string::npos) return message;
+    const bool forced = offer.Package.Restored.empty() && message.find("this installer with /f") != std::string::npos;
+    return message + " With zaldeploy: " + SameCommand(offer) + (forced ? " --force." : ".");
+}
 
-std::vector<std::string> InstallCommand(const std::filesystem::path& folder, const Offer& offer,
-                                        const DeployOptions& options)
+// The command that installs an offer from a folder that holds its package.
+std::vector<std::string> CommandFrom(const std::filesystem::path& folder, const Offer& offer,
+                                     const DeployOptions& options)
 {
     std::vector<std::string> switches;
     if (offer.Found.Word != Action_Upgrade || options.Force) switches.emplace_back("/f");
     return InstallerCommand(folder, offer.Package, options, switches);
+}
+
+}  // namespace
+
+std::vector<std::string> InstallCommand(const Session& session, const Offer& offer)
+{
+    std::vector<std::string> command = CommandFrom(offer.Package.Folder, offer, session.Options);
+    if (!session.Libraries.empty())
+        command.insert(command.begin(), {"env", LibrariesVariable + session.Libraries.string()});
+    return command;
 }
 
 void Install(Session& session, Offer& offer)
@@ -135,7 +169,7 @@ void Install(Session& session, Offer& offer)
         std::max(session.Options.Timeout, static_cast<double>(offer.Found.Duration) * DurationFactor);
     session.Screen.Begin("Installing");
     const InstallerRun run =
-        RunInstaller(session, InstallCommand(offer.Package.pCopy->Path(), offer, session.Options), seconds,
+        RunInstaller(session, CommandFrom(offer.Package.pCopy->Path(), offer, session.Options), seconds,
                      TimeLimit_AskFirst, "Finishing " + name + ", then stopping; do not switch off.");
     session.Screen.End();
     const std::string logExcerpt = session.Log.Excerpt(logStart);
@@ -147,7 +181,7 @@ void Install(Session& session, Offer& offer)
     outcome.Seconds = run.Seconds;
     outcome.Left = run.Report.Result() ? run.Report.Result()->Left : Compare(offer.Found, after.Found);
     outcome.IsKept = !run.Report.Backup().empty();
-    outcome.Message = run.HasSaid() ? DescribeReason(run) : DescribeEnd(run);
+    outcome.Message = ForZaldeploy(offer, run.HasSaid() ? DescribeReason(run) : DescribeEnd(run));
     if (run.HasSaid())
         JudgeStatus(offer, run, after);
     else

@@ -4,9 +4,8 @@
 #include "tools/deploy/offer.h"
 #include "tools/deploy/session.h"
 
-// The command that installs an offer from a folder that holds its package.
-std::vector<std::string> InstallCommand(const std::filesystem::path& folder, const Offer& offer,
-                                        const DeployOptions& options);
+// The command that installs an offer without zaldeploy.
+std::vector<std::string> InstallCommand(const Session& session, const Offer& offer);
 
 // Runs discovery again, installs what it offers then, runs discovery once more to see what came of it, and sets the
 // offer's outcome and status.

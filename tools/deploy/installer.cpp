@@ -12,6 +12,17 @@
 namespace
 {
 
+bool EndsWith(const std::string& text, const char* end)
+{
+    const std::size_t length = std::strlen(end);
+    return text.size() >= length && text.compare(text.size() - length, length, end) == 0;
+}
+
+bool IsWholeSentence(const std::string& line)
+{
+    return std::strchr(".!?", line.back()) && !EndsWith(line, "...");
+}
+
 // A percentage stands in the line.
 bool IsProgress(const std::string& line)
 {
@@ -19,14 +30,14 @@ bool IsProgress(const std::string& line)
     return sign != std::string::npos && line.find_last_of("0123456789", sign) != std::string::npos;
 }
 
-// The last line that is no progress and not indented, as tables are; empty when there is none.
+// The last line that is a sentence, or at least no progress and not indented, as tables are; empty when there is none.
 std::string LastSentence(const std::vector<std::string>& lines)
 {
     const auto isSentence = [](const std::string& line) {
-        return !line.empty() && line[0] != ' ' && !IsProgress(line);
+        return !line.empty() && (IsWholeSentence(line) || (line[0] != ' ' && !IsProgress(line)));
     };
     const auto line = std::find_if(lines.rbegin(), lines.rend(), isSentence);
-    return line == lines.rend() ? "" : *line;
+    return line == lines.rend() ? "" : line->substr(line->find_first_not_of(' '));
 }
 
 // All that an installer has in its environment, beside what the runner adds.
@@ -34,7 +45,7 @@ std::vector<std::string> InstallerEnvironment(const Session& session)
 {
     std::vector<std::string> environment = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"};
     if (!session.Log.File.empty()) environment.push_back("QVFLASHLOG=" + session.Log.File.string());
-    if (!session.Libraries.empty()) environment.push_back("LD_LIBRARY_PATH=" + session.Libraries.string());
+    if (!session.Libraries.empty()) environment.push_back(LibrariesVariable + session.Libraries.string());
     return environment;
 }
 

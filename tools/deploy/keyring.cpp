@@ -20,15 +20,19 @@ namespace
 const std::size_t MaxExpirySize = 64;  // bytes
 const char* const DateFormat = "%Y-%m-%d";
 
-// The date that is all of a file's text.
-std::string ReadDate(const std::string& text)
+// The date that is all of a file's text; empty where there is no file.
+std::string ReadDate(const fs::path& file)
 {
+    const std::optional<std::string> read = ReadFileIfThere(file, MaxExpirySize);
+    if (!read) return "";
+    const std::string& text = *read;
     std::string date = text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
     std::tm parts = {};
     const char* pszEnd = strptime(date.c_str(), DateFormat, &parts);
     char szAgain[16] = "";
     std::strftime(szAgain, sizeof szAgain, DateFormat, &parts);
-    if (!pszEnd || *pszEnd || date != szAgain) throw std::runtime_error("it is no date like 2026-12-31");
+    if (!pszEnd || *pszEnd || date != szAgain)
+        throw std::runtime_error(file.string() + " holds no date like 2026-12-31");
     return date;
 }
 
@@ -66,11 +70,8 @@ CKeyring::CKeyring(const DeployOptions& options) : m_Folder(ConfigFolder(options
 void CKeyring::Add(const fs::path& file)
 {
     try {
-        TrustedKey trusted = {ReadPublicKey(ReadWholeFile(file, MaxSignatureSize)), file, ""};
-        const std::optional<std::string> expires =
-            ReadFileIfThere(fs::path(file).replace_extension(".expires"), MaxExpirySize);
-        if (expires) trusted.Expires = ReadDate(*expires);
-        m_Keys.push_back(std::move(trusted));
+        m_Keys.push_back({ReadPublicKey(ReadWholeFile(file, MaxSignatureSize)), file,
+                          ReadDate(fs::path(file).replace_extension(".expires"))});
     } catch (const std::exception& error) {
         Refuse(file, error);
     }

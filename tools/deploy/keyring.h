@@ -26,7 +26,8 @@ class CKeyring
 
     std::size_t Count() const { return m_Keys.size(); }
 
-    // The key that has signed the message; today is a day in UTC. Throws CRefusal where none has that is trusted.
+    // The key that has signed the message; today is a day in UTC, empty where keys that have expired are
+    // trusted, too. Throws CRefusal where none has that is trusted.
     const TrustedKey& FindSigner(std::string_view message, std::string_view signature, const std::string& today) const;
 
   private:

@@ -28,6 +28,20 @@ fs::path ReadFolderName(const std::string& text)
     return folder;
 }
 
+// What the loader may find there, in folders of a processor's kind, too. A link may lead elsewhere.
+void RequireGuardedLibraries(const fs::path& folder)
+{
+    std::error_code error;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+        const fs::path path = entry->path();
+        if (path.filename().string().find(".so") == std::string::npos && !fs::is_directory(path, error)) continue;
+        const fs::path target = fs::canonical(path, error);
+        if (error) throw std::runtime_error(path.string() + " leads to nothing; remove it");
+        RequireGuarded(target, "/");
+    }
+    if (error) throw std::runtime_error("can't read " + folder.string() + ": " + error.message());
+}
+
 }  // namespace
 
 fs::path FindLibraries(const DeployOptions& options)
@@ -39,6 +53,7 @@ fs::path FindLibraries(const DeployOptions& options)
         RequireGuarded(file, RootFolder(options));
         fs::path folder = ReadFolderName(*text);
         RequireGuarded(folder, "/");
+        RequireGuardedLibraries(folder);
         return folder;
     } catch (const std::exception& error) {
         throw std::runtime_error("the maker's libraries, whose folder " + file.string() +

@@ -124,7 +124,10 @@ Contents ReadContents(const Session& session, const CPackageFolder& folder, Pack
     Contents contents = {folder.Read(ManifestFile, MaxManifestSize), folder.Read(SignatureFile, MaxSignatureSize), {}};
     if (contents.Signature) {
         if (!contents.List) Refuse("The package has a signature, and no MANIFEST.");
-        package.Signer = session.Keys.FindSigner(*contents.List, *contents.Signature, UtcNow("%Y-%m-%d")).Key.Name();
+        // What was kept was trusted then, and nobody but root can have changed it: a key that has expired since must
+        // not close the way back. One that is not trusted at all any more does.
+        const std::string day = package.Restored.empty() ? UtcNow("%Y-%m-%d") : "";
+        package.Signer = session.Keys.FindSigner(*contents.List, *contents.Signature, day).Key.Name();
     } else if (!AllowsUnsigned(session.Options)) {
         throw CRefusal(
             "The package is not signed.",

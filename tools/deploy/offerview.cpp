@@ -40,8 +40,12 @@ Row OfferRow(const Offer& o)
 {
     const char* pszAction = o.IsOffered() ? ToText(*o.Found.Word) : ToText(o.Verdict);
     const Colour colour = o.Verdict == Verdict_Install ? Colour_Yellow : IsProblem(o) ? Colour_Red : Colour_None;
-    return {
-        {o.Name(), o.Found.Device, o.Found.Current, o.Found.Offered, pszAction, o.Found.TakesEffect}, o.Why, colour};
+    // Of several packages for a device the names need not tell which this is.
+    const std::string from =
+        o.Verdict == Verdict_Superseded ? "From " + Printable(o.Package.Folder.string()) + ". " : "";
+    return {{o.Name(), o.Found.Device, o.Found.Current, o.Found.Offered, pszAction, o.Found.TakesEffect},
+            from + o.Why,
+            colour};
 }
 
 Row OutcomeRow(const Offer& o)
@@ -51,7 +55,7 @@ Row OutcomeRow(const Offer& o)
             ColourOf(o.Status)};
 }
 
-Json ToJson(const Offer& offer, const DeployOptions& options)
+Json ToJson(const Session& session, const Offer& offer)
 {
     const Discovery& found = offer.Found;
     Json json = {{"package", offer.Package.Folder.string()},
@@ -71,7 +75,7 @@ Json ToJson(const Offer& offer, const DeployOptions& options)
                  {"manifest", TextOrNull(offer.Package.ListDigest)},
                  {"signed_by", TextOrNull(offer.Package.Signer)},
                  {"status", offer.Status}};
-    if (offer.IsOffered()) json["command"] = InstallCommand(offer.Package.Folder, offer, options);
+    if (offer.IsOffered()) json["command"] = InstallCommand(session, offer);
     if (offer.Outcome)
         json["outcome"] = {{"result", ToText(offer.Outcome->Result)},
                            {"now", offer.Outcome->Now},
@@ -147,7 +151,7 @@ void ShowAdvice(Session& session, const Offers& offers)
         {DeployStatus_Offered, "Updates are offered: zaldeploy install installs them."},
         {DeployStatus_Restart, "Restart the server: what was installed takes effect then."},
         {DeployStatus_NotAllowed, "A component may not be installed on this server as it is: the table says why."},
-        {DeployStatus_Unknown, "Not all could be found out: the tables say why, and what to do."},
+        {DeployStatus_Unknown, "Not all could be found out, or trusted: the tables say why, and what to do."},
         {DeployStatus_Stopped, "Stopped before all was done: run zaldeploy again."},
         {DeployStatus_Failed, "An installation failed: the summary says what state the device is in, and what to do."},
     };
@@ -168,7 +172,7 @@ Json ToJson(const char* schema, const Session& session, const Offers& offers)
     json["unfinished"] = ::ToJson(session.Unfinished);
     json["history_problem"] = TextOrNull(session.History.Problem());
     json["packages"] = Json::array();
-    for (const Offer& offer : offers) json["packages"].push_back(ToJson(offer, session.Options));
+    for (const Offer& offer : offers) json["packages"].push_back(ToJson(session, offer));
     json["status"] = WorstStatus(offers);
     return json;
 }

@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
+
+#include "tools/deploy/screen.h"
+#include "tools/deploy/statefolder.h"
 
 namespace
 {
@@ -30,20 +32,19 @@ std::string Root(const DeployOptions& options)
 CServerLock LockServer(const DeployOptions& options)
 {
     CServerLock lock;
-    std::error_code ignored;
-    if (!options.Server.empty() && !fs::exists(fs::path(options.Server) / "server.json", ignored)) return lock;
+    if (!HasServer(options)) return lock;
     const std::string root = Root(options);
     const auto limit = Clock::now() + std::chrono::duration<double>(options.Wait);
     CServerLock::State state = lock.Take("zaldeploy", root);
     if (state == CServerLock::State_Busy && options.Wait > 0)
-        std::fprintf(stderr, "zaldeploy: %s. Waiting until it ends ...\n", lock.Problem().c_str());
+        CScreen(options).Notice("zaldeploy: " + lock.Problem() + ". Waiting until it ends ...");
     while (state == CServerLock::State_Busy && Clock::now() < limit) {
         poll(nullptr, 0, WaitStep);
         state = lock.Take("zaldeploy", root);
     }
     if (state == CServerLock::State_Busy)
-        throw CServerBusy(lock.Problem() +
-                          ". Nothing was done. Run zaldeploy again when that has ended, or with --wait");
+        throw CServerBusy(lock.Problem() + ". Nothing was done. Run zaldeploy again when that has ended, or with " +
+                          (options.Wait > 0 ? "a longer --wait" : "--wait"));
     if (state == CServerLock::State_NoPlace) throw std::runtime_error(lock.Problem() + ". Nothing was done");
     lock.Share();
     return lock;

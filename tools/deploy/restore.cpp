@@ -18,6 +18,8 @@ int RunRestore(const DeployOptions& options)
     ShowUnfinished(session);
     session.Screen.Begin("Asking " + package.Name());
     Load(session, package);
+    if (!package.Problem.empty())
+        package.Problem += " Its installer puts the image back with /r " + backup.Image.string() + ".";
     Offers offers = {Discover(session, package, "Asking " + package.Name())};
     COfferTable(session.Screen).Add(offers[0]);
     return InstallOffers(session, offers, "zaldeploy.restore");

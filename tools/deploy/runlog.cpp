@@ -1,17 +1,18 @@
 #include "tools/deploy/runlog.h"
 
+#include <fcntl.h>
 #include <fnmatch.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <stdexcept>
 #include <vector>
 
+#include "support/descriptor.h"
 #include "support/printable.h"
 #include "tools/deploy/statefolder.h"
 #include "tools/deploy/utc.h"
@@ -27,10 +28,10 @@ const std::size_t MaxExcerpt = 4096;  // bytes
 // Why nothing can be written into the file; empty: it can.
 std::string TryToWrite(const fs::path& file)
 {
-    std::FILE* pFile = std::fopen(file.c_str(), "ae");
-    if (!pFile) return std::strerror(errno);
-    std::fclose(pFile);
-    return "";
+    // Of a pipe that nobody reads, opening would have no end.
+    const CDescriptor descriptor(
+        open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666));
+    return descriptor.Get() < 0 ? std::strerror(errno) : "";
 }
 
 const char* const NamePattern = "[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9]T[0-9][0-9][0-9][0-9][0-9][0-9]Z-[0-9]*.log";
@@ -56,7 +57,7 @@ RunLog NewLog(const DeployOptions& options)
 {
     std::error_code error;
     const fs::path folder = StateFolder(options) / "log";
-    if (options.Server.empty() || fs::is_directory(options.Server, error)) fs::create_directories(folder, error);
+    if (HasServer(options)) fs::create_directories(folder, error);
     const fs::path file = folder / NewName();
     const std::string problem = error ? error.message() : TryToWrite(file);
     if (!problem.empty())

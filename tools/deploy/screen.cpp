@@ -80,15 +80,15 @@ CScreen::CScreen(const DeployOptions& options)
 {
 }
 
-int CScreen::Width() const
+int CScreen::WidthOf(int descriptor, bool isTerminal)
 {
     winsize size = {};
-    if (m_bTerminal && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
+    if (isTerminal && ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
         return std::max<int>(size.ws_col, MinWidth);
     const char* pszColumns = std::getenv("COLUMNS");
     const int columns = pszColumns ? std::atoi(pszColumns) : 0;
     if (columns > 0) return std::max(columns, MinWidth);
-    return m_bTerminal ? DefaultWidth : 0;
+    return isTerminal ? DefaultWidth : 0;
 }
 
 std::string CScreen::Paint(const std::string& text, Colour colour) const
@@ -118,7 +118,7 @@ void CScreen::Notice(const std::string& line)
 {
     Clear();
     FlushOutput();
-    std::fprintf(stderr, "%s\n", Wrap(line, 0, Width()).c_str());
+    std::fprintf(stderr, "%s\n", Wrap(line, 0, WidthOf(STDERR_FILENO, isatty(STDERR_FILENO) != 0)).c_str());
 }
 
 void CScreen::Ask(const std::string& question)

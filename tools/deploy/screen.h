@@ -1,6 +1,8 @@
 // What the operator sees while zaldeploy works.
 #pragma once
 
+#include <unistd.h>
+
 #include <chrono>
 #include <string>
 
@@ -31,7 +33,7 @@ class CScreen
     bool IsLive() const { return m_bLive; }
 
     // Columns of a line; 0: no limit.
-    int Width() const;
+    int Width() const { return WidthOf(STDOUT_FILENO, m_bTerminal); }
 
     // The text in a colour, where the terminal has colours and the operator has not said NO_COLOR.
     std::string Paint(const std::string& text, Colour colour) const;
@@ -57,6 +59,7 @@ class CScreen
     double Elapsed() const;
 
   private:
+    static int WidthOf(int descriptor, bool isTerminal);
     void Clear();
 
     bool m_bPrints;

@@ -10,6 +10,13 @@ inline std::filesystem::path RootFolder(const DeployOptions& options)
     return options.Server.empty() ? "/" : std::filesystem::absolute(options.Server).lexically_normal();
 }
 
+// False where a simulated server is named and there is none.
+inline bool HasServer(const DeployOptions& options)
+{
+    std::error_code ignored;
+    return options.Server.empty() || std::filesystem::exists(RootFolder(options) / "server.json", ignored);
+}
+
 // What outlives a run; --state names another.
 inline std::filesystem::path StateFolder(const DeployOptions& options)
 {

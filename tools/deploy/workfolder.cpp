@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
@@ -15,21 +14,9 @@ namespace
 
 const int RoomNeeded = 64 << 10;  // bytes, more than a discovery document has
 
-// Names the variable that the operator can change.
-std::string TemporaryFolder()
-{
-    const char* pszNamed = std::getenv("TMPDIR");
-    const fs::path folder = pszNamed && *pszNamed ? pszNamed : "/tmp";
-    std::error_code ignored;
-    if (!fs::is_directory(folder, ignored))
-        throw std::runtime_error("there is no folder " + folder.string() +
-                                 " for temporary files; TMPDIR names another");
-    return "zaldeploy";
-}
-
 }  // namespace
 
-CWorkFolder::CWorkFolder() : m_Folder(TemporaryFolder())
+CWorkFolder::CWorkFolder() : m_Folder("zaldeploy")
 {
     const std::string problem = Problem();
     if (!problem.empty()) throw std::runtime_error(problem);

@@ -5,7 +5,9 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -210,16 +212,23 @@ void AddOptions(const Commands& commands, DeployOptions& options)
     AddLogOption(*commands.pDoctor, options);
 }
 
-// Where the command stands: behind options that may come first.
-std::size_t CommandPlace(const std::vector<std::string>& arguments)
+// The option of that name, of any command; null where none has it.
+const CLI::Option* FindOption(const CLI::App& app, const std::string& name)
 {
-    static const char* const withValue[] = {"--server", "--state", "--log", "--trust"};
+    for (const CLI::App* pCommand : app.get_subcommands(nullptr))
+        if (const CLI::Option* pOption = pCommand->get_option_no_throw(name)) return pOption;
+    return nullptr;
+}
+
+// Where the command stands: behind options that may come first.
+std::size_t CommandPlace(const CLI::App& app, const std::vector<std::string>& arguments)
+{
     std::size_t place = 0;
-    while (place < arguments.size() && arguments[place].rfind("--", 0) == 0) {
-        const std::string& option = arguments[place];
-        const auto isNamed = [&option](const std::string& name) { return option.rfind(name, 0) == 0; };
-        if (std::none_of(std::begin(withValue), std::end(withValue), isNamed)) break;
-        place += option.find('=') == std::string::npos ? 2 : 1;
+    while (place < arguments.size() && arguments[place].rfind("--", 0) == 0 && arguments[place] != "--help") {
+        const std::size_t end = arguments[place].find('=');
+        const CLI::Option* pOption = FindOption(app, arguments[place].substr(0, end));
+        if (!pOption) break;
+        place += end == std::string::npos && pOption->get_items_expected_min() > 0 ? 2 : 1;
     }
     return place;
 }
@@ -227,9 +236,9 @@ std::size_t CommandPlace(const std::vector<std::string>& arguments)
 // The arguments with the command first; it is plan where none is named.
 std::vector<std::string> CommandFirst(const CLI::App& app, std::vector<std::string> arguments)
 {
-    const std::size_t place = CommandPlace(arguments);
-    if (place >= arguments.size()) return arguments;
-    const std::string name = arguments[place];
+    if (arguments.empty()) return arguments;
+    const std::size_t place = CommandPlace(app, arguments);
+    const std::string name = place < arguments.size() ? arguments[place] : "";
     if (name == "--help" || name == "-h" || name == "--version") return {name};
     const auto all = app.get_subcommands(nullptr);
     const bool named =
@@ -253,15 +262,27 @@ int Run(const Commands& commands, const DeployOptions& options, char** argv)
     return DeployStatus_Well;
 }
 
-DeployStatus ShowError(const DeployOptions& options, const std::string& message, DeployStatus status)
+DeployStatus PrintErrorJson(const std::string& message, DeployStatus status)
 {
-    std::fprintf(stderr, "zaldeploy: %s.\n", Printable(message).c_str());
-    if (!options.Json) return status;
     nlohmann::ordered_json json = JsonHead("zaldeploy.error", {});
     json["message"] = message;
     json["status"] = status;
     PrintJson(json);
     return status;
+}
+
+DeployStatus ShowError(const DeployOptions& options, const std::string& message, DeployStatus status)
+{
+    CScreen(options).Notice("zaldeploy: " + Printable(message) + ".");
+    return options.Json ? PrintErrorJson(message, status) : status;
+}
+
+// For arguments that could not be read, --json among them.
+DeployStatus ShowParseError(const CLI::App& app, const CLI::ParseError& error, int argc, char** argv)
+{
+    if (app.exit(error) == 0) return DeployStatus_Well;
+    const bool json = std::find(argv + 1, argv + argc, std::string("--json")) != argv + argc;
+    return json ? PrintErrorJson(error.what(), DeployStatus_CouldNotRun) : DeployStatus_CouldNotRun;
 }
 
 // Whoever starts this may have closed some. What is opened later must not take their place.
@@ -270,6 +291,16 @@ void OpenStandardDescriptors()
     int descriptor = 0;
     while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = open("/dev/null", O_RDONLY);
     close(descriptor);
+}
+
+// What else it has open is nothing to installers.
+void KeepDescriptors()
+{
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", ignored)) {
+        const int descriptor = std::atoi(entry.path().filename().c_str());
+        if (descriptor > STDERR_FILENO) fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    }
 }
 
 int ParseAndRun(int argc, char** argv)
@@ -287,7 +318,7 @@ int ParseAndRun(int argc, char** argv)
         app.parse(arguments);
         return Run(commands, options, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? DeployStatus_Well : DeployStatus_CouldNotRun;
+        return ShowParseError(app, error, argc, argv);
     } catch (const CServerBusy& error) {
         return ShowError(options, error.what(), DeployStatus_Busy);
     } catch (const std::exception& error) {
@@ -300,5 +331,6 @@ int ParseAndRun(int argc, char** argv)
 int main(int argc, char** argv)
 {
     OpenStandardDescriptors();
+    KeepDescriptors();
     return EndOutput("zaldeploy", ParseAndRun(argc, argv), DeployStatus_CouldNotRun);
 }
