@@ -24,7 +24,7 @@ options:
   only:
     description:
       - Names of packages, components or devices; all others are left out.
-      - With C(state=restored) devices, or files of kept images where several are kept of a device. Needed there.
+      - With C(state=restored) devices, of which what was kept last is put back, or files of kept images. Needed there.
   force:
     description: Write the same version again, and go back to an older one.
     type: bool
