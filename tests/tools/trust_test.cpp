@@ -278,10 +278,11 @@ echo 'echo swapped >>)sh" + Mark() +
 
 TEST_F(Attack, GivesInstallersACleanEnvironment)
 {
-    m_Folder.Write("fan", "#!/bin/sh\n{ env | grep -v ^PWD= | sort; umask; } >" + Mark() + "\n");
+    m_Folder.Write(
+        "fan", "#!/bin/sh\n{ env | grep -v ^PWD= | sort; umask; [ ! -e /proc/$$/fd/7 ] || echo 7; } >" + Mark() + "\n");
     MakePackage();
     EXPECT_EQ(7, RunOnHost("(LD_LIBRARY_PATH=/nowhere LD_BIND_NOW=1 PATH=/nowhere:$PATH HOME=/ FLASHLIB_REPORT=9 " +
-                               PlanScript("--log " + Mark() + ".log") + " <&- >&- 2>&-)",
+                               PlanScript("--log " + Mark() + ".log") + " <&- >&- 2>&- 7</dev/null)",
                            m_Output));
     EXPECT_EQ("FLASHLIB_REPORT=3\nPATH=/usr/sbin:/usr/bin:/sbin:/bin\nQVFLASHLOG=" + Mark() + ".log\n0077\n",
               ReadFile(Mark()));
@@ -330,7 +331,7 @@ TEST_F(Attack, LeavesNothingInThePrivateFolderButWhatOthersRun)
     EXPECT_EQ("precious\nzaldeploy.live00\n755\n110\n", m_Output);
     Shell("chmod o+w state/run");
     EXPECT_EQ(7, RunOnHost(PlanScript(), m_Output));
-    EXPECT_NE(std::string::npos, m_Output.find("others can write to it; --state names another")) << m_Output;
+    EXPECT_NE(std::string::npos, m_Output.find("others can write to it; chmod go-w it, or --state")) << m_Output;
     Shell("chmod o-w state/run");
 
     const std::string mounted = "unshare -m sh -c 'mount -t tmpfs -o noexec tmpfs " + state + " && ";

@@ -48,11 +48,18 @@ class Zaldeploy : public testing::Test
         return Run("--server " + m_Server.Path().string() + " " + arguments);
     }
     int RunHere(const std::string& arguments) { return RunOnHost(ZALDEPLOY " " + arguments, m_Output); }
-    // Waits for whatever has descriptor 9, too: for what a package leaves behind.
     int RunScripts(const std::string& command)
     {
         return RunHere(command + " --allow-unsigned --state " + m_Server.Path().string() + " " +
-                       m_Packages.Path().string() + " 9>&1 </dev/null");
+                       m_Packages.Path().string() + " </dev/null");
+    }
+
+    // An installer that leaves another process behind, which holds a lock until it is ended.
+    std::string LeavesAnother() const { return "#!/bin/sh\nflock " + m_Server.Path().string() + "/left sleep 20 &\n"; }
+    bool IsNothingLeft()
+    {
+        std::string output;
+        return RunCommand("flock -w 10 " + m_Server.Path().string() + "/left true", output) == 0;
     }
     bool Says(const std::string& text) const { return m_Output.find(text) != std::string::npos; }
 

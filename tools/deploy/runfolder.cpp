@@ -59,7 +59,8 @@ void MakeShared(const fs::path& folder, bool guarded)
     if (lstat(folder.c_str(), &status) != 0) FailToMake(folder, errno);
     if (!S_ISDIR(status.st_mode) || status.st_uid != geteuid())
         Fail(folder, "it is no folder of the user that runs zaldeploy", Elsewhere);
-    if (status.st_mode & (S_IWGRP | S_IWOTH)) Fail(folder, "others can write to it", Elsewhere);
+    if (status.st_mode & (S_IWGRP | S_IWOTH))
+        Fail(folder, "others can write to it", std::string("chmod go-w it, or ") + Elsewhere);
     struct statvfs system = {};
     if (statvfs(folder.c_str(), &system) == 0 && (system.f_flag & ST_NOEXEC))
         Fail(folder, "its file system is mounted with noexec, so that no program in it can be run",
