@@ -1,35 +1,17 @@
 // Asks the library about the machine that it runs on and prints the answers, one a line: "NAME: ANSWER". Argument: the
 // file to write the SMBIOS structure table to, as the library reads it.
-#include <sys/ioctl.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "component.h"
-#include "romdriver.h"
-#include "sim/kernel/requests.h"
 #include "util.h"
-#include "zalftbl.h"
 #include "zalph/smbios.h"
 #include "zalph/system.h"
 
 CStr g_InstallLocalDir("/");
-
-// The library's ioctl calls come here.
-extern "C" __attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, ...)
-{
-    va_list arguments;
-    va_start(arguments, request);
-    void* pArgument = va_arg(arguments, void*);
-    va_end(arguments);
-    if (fd == cruFd && request == RomDriverRequest_ReadMemory) request = RenumberedReadMemory;
-    return static_cast<int>(syscall(SYS_ioctl, fd, request, pArgument));
-}
 
 namespace
 {
@@ -103,6 +85,12 @@ int main(int argc, char** argv)
     PrintCommand("Get Device ID", 6, 1, nullptr, 0);
     LOG_VRL_REQUEST request = {};  // as long as requests come
     PrintCommand("NVRAM access", 0x36, 2, &request, sizeof request);
+
+    // What the management controller does with an event, its text says.
     Print("flash event logged", system.LogFlashEventToVRL("P70 2.40"));
+    Print("maintenance note logged", system.LogMaintenanceNoteToVRL(CStr(std::string(300, '\xAA').c_str())));
+    for (const char* pszText :
+         {"refused by a completion code", "status that says no", "foreign answer", "silent", "slow"})
+        Print(pszText, system.LogFlashEventToVRL(pszText));
     return 0;
 }
