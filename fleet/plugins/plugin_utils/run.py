@@ -88,7 +88,7 @@ class Run:
             'from': known['from'] if known else package['current'],
             'to': outcome.get('now', package['current']), 'offered': package['offered'], 'state': state,
             'message': '' if state in WELL else outcome.get('message') or package['why'],
-            'left': outcome.get('left')}
+            'left': outcome.get('left'), 'manifest': package.get('manifest')}
 
     def add_inventory(self, name, inventory):
         """What a host is made of: a component for each part that has a version."""
