@@ -1,6 +1,5 @@
 #include "sim/program.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
 #include <sys/stat.h>
@@ -12,7 +11,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "sim/base/runoptions.h"
+#include "sim/base/preload.h"
 #include "support/descriptor.h"
 #include "support/process.h"
 
@@ -38,41 +37,6 @@ bool HasLoader(int file, const ElfW(Ehdr) & header)
 fs::path OwnFolder()
 {
     return fs::read_symlink("/proc/self/exe").parent_path();
-}
-
-// A path as it stands in a list of the loader, which takes that apart at blanks, colons and semicolons: a path that has
-// some goes by a descriptor, which the installer inherits.
-std::string ForLoader(const std::string& path)
-{
-    const bool separates = path.find_first_of(" :;") != std::string::npos;
-    const int fd = open(path.c_str(), O_RDONLY | (separates ? 0 : O_CLOEXEC));
-    if (fd < 0) throw std::runtime_error("can't open " + path + ": " + std::strerror(errno));
-    return separates ? "/proc/self/fd/" + std::to_string(fd) : path;
-}
-
-// What to preload: the simulation, behind the sanitizer's run-time where there is one, which must come first.
-std::string PreloadList()
-{
-    std::string list;
-#ifdef __SANITIZE_ADDRESS__
-    Dl_info info = {};
-    if (dladdr(dlsym(RTLD_DEFAULT, "__asan_init"), &info)) list = std::string(info.dli_fname) + ":";
-#endif
-    fs::path library = OwnFolder() / "libzalsim.so";
-    if (!fs::exists(library)) library = OwnFolder().parent_path() / "lib" / "flashlib" / "libzalsim.so";  // installed
-    // Without it the installer would run on the real host.
-    return list + ForLoader(library);
-}
-
-// Where what stands in for the closed libraries is: an installer may look for them beside itself only. Empty for
-// nowhere.
-std::string StandIns()
-{
-    for (const char* folder : {"platform", "lib"}) {  // built, installed
-        const fs::path path = OwnFolder().parent_path() / folder;
-        if (fs::exists(path)) return ForLoader(path);
-    }
-    return "";
 }
 
 // The installer with its debug information, which is taken out of the one in a package: debug/NAME beside
@@ -110,14 +74,14 @@ std::string WhyNotSimulated(const std::string& program)
 void Debug(const std::vector<std::string>& command)
 {
     std::vector<std::string> debugged = command;
-    std::string folders = StandIns();
+    std::string folder;
     if (const fs::path unstripped = FindUnstripped(command[0]); !unstripped.empty()) {
         debugged[0] = unstripped.string();
-        folders = ForLoader(fs::absolute(command[0]).parent_path()) + ":" + folders;  // its library is in the package
+        folder = fs::absolute(command[0]).parent_path().string();  // its library is in the package
     }
     // Between gdb and the program comes another one, which has the simulation loaded into what it becomes.
     std::string wrapper = "set exec-wrapper env";
-    for (const auto& [name, value] : LoaderVariables(PreloadList(), folders))
+    for (const auto& [name, value] : LoaderVariables(OwnFolder(), folder))
         wrapper += " " + name + "=" + ShellWord(value);
     debugged.insert(debugged.begin(), {"gdb", "-q", "-iex", "set breakpoint pending on", "-iex", wrapper, "--args"});
     const std::vector<char*> arguments = ToArguments(debugged);
@@ -127,7 +91,7 @@ void Debug(const std::vector<std::string>& command)
 
 void Become(const std::vector<std::string>& command)
 {
-    SetForPrograms(LoaderVariables(PreloadList(), StandIns()));
+    SetForPrograms(LoaderVariables(OwnFolder()));
     const std::vector<char*> arguments = ToArguments(command);
     execv(arguments[0], arguments.data());
 }

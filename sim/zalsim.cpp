@@ -6,7 +6,6 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -105,23 +104,6 @@ void ShowLog(sim::CBmc& bmc)
                     SeverityName(entry.Severity).c_str(), entry.Text.c_str());
 }
 
-// Turns "flash.fails_at_table=3" into {"flash": {"fails_at_table": 3}}; values that are no JSON are texts.
-nlohmann::json FaultPatch(const std::vector<std::string>& faults)
-{
-    nlohmann::json patch = nlohmann::json::object();
-    for (const std::string& fault : faults) {
-        const std::size_t equals = fault.find('=');
-        if (equals == std::string::npos || equals == 0)
-            throw std::runtime_error("a fault is written NAME=VALUE, not " + fault);
-        std::string path = "/" + fault.substr(0, equals);
-        std::replace(path.begin(), path.end(), '.', '/');
-        const std::string text = fault.substr(equals + 1);
-        const sim::Json value = sim::ParseJson(text, sim::Json(text));
-        patch[nlohmann::json::json_pointer(path)] = value;
-    }
-    return patch;
-}
-
 int Run(const std::vector<std::string>& command, bool debug)
 {
     const char* pszProgram = command[0].c_str();
@@ -177,7 +159,7 @@ int ParseAndRun(int argc, char** argv)
         app.parse(argc, argv);
         sim::RunOptions options = sim::ReadRunOptions();  // those of a run that this one is a part of
         options.Server = fs::absolute(folder);
-        if (!faults.empty()) options.Faults = FaultPatch(faults).dump();
+        if (!faults.empty()) options.Faults = sim::FaultObject(faults);
         if (!journal.empty()) options.Journal = fs::absolute(journal);
         if (!capture.empty()) options.Capture = fs::absolute(capture);
         if (!steps.empty()) options.Steps = fs::absolute(steps);

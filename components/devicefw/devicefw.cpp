@@ -46,7 +46,8 @@ CStr CDeviceFirmware::ReadSettings()
 
 BOOL CDeviceFirmware::FindDevice()
 {
-    return (!m_bBackplane || FindBackplane()) && ReadCurrentVersion();
+    // A reply may be lost.
+    return (!m_bBackplane || FindBackplane() || FindBackplane()) && (ReadCurrentVersion() || ReadCurrentVersion());
 }
 
 BOOL CDeviceFirmware::FindBackplane()
@@ -97,7 +98,9 @@ BOOL CDeviceFirmware::Send(PLOGFN logger)
         const int length = size - offset < ChunkSize ? size - offset : ChunkSize;
         m_bTouched = TRUE;
         const int status = Channel().UploadDeviceFlashData(m_sHandler, offset, pData + offset, length);
-        if (status != DeviceFlashStatus_OK) {
+        // Whether the last piece came the device tells when it is asked for its status.
+        const bool unsure = status == DeviceFlashStatus_Failed && offset + length == size;
+        if (status != DeviceFlashStatus_OK && !unsure) {
             CStr message;
             message.Format(status == DeviceFlashStatus_Failed ? "the management processor stopped answering at byte %d"
                                                               : "the device refused the image at byte %d",
@@ -112,15 +115,13 @@ BOOL CDeviceFirmware::Send(PLOGFN logger)
 BOOL CDeviceFirmware::WaitUntilDone(PLOGFN logger)
 {
     if (logger) logger("  Waiting for the device to program itself ...\n");
-    int lost = 0;  // replies; without one the device goes on all the same
+    int lost = 0;  // replies, or such that tell of an error; the device goes on all the same
     for (int waited = 0; waited <= BusyLimitSeconds; waited += PollSeconds) {
         const int status = Channel().QueryDeviceFlashStatus(m_sHandler);
         if (status == DeviceFlashStatus_OK) return TRUE;
-        if (status == DeviceFlashStatus_Failed) {
-            if (++lost > MaxLostReplies) return Fail("the management processor stopped answering");
-        } else if (status != DeviceFlashStatus_Busy) {
-            return Fail("the device did not take the image");
-        }
+        if (status != DeviceFlashStatus_Busy && ++lost > MaxLostReplies)
+            return Fail(status == DeviceFlashStatus_Failed ? "the management processor stopped answering"
+                                                           : "the device did not take the image");
         sleep(PollSeconds);
     }
     return Fail("the device is busy without an end");

@@ -19,6 +19,9 @@ const int MaxFolderLength = 512;
 const int MaxDescriptionSize = 1 << 20;  // bytes
 const int MaxSettingsSize = 64 << 10;
 
+// A request that fails may have come through, or come through later.
+const char* const szNotLogged = " Whether the event was logged can't be told.";
+
 // What stands behind the last '/'.
 CStr FileName(const CStr& path)
 {
@@ -264,7 +267,9 @@ BOOL CFirmwareComponent::Update(PLOGFN logger)
 
 BOOL CFirmwareComponent::Verify()
 {
-    if (!ReadCurrentVersion()) return Fail(CStr("the ") + m_sDevice + " does not answer after the update");
+    // A reply may be lost, here and below.
+    if (!ReadCurrentVersion() && !ReadCurrentVersion())
+        return Fail(CStr("the ") + m_sDevice + " does not answer after the update");
     if (m_bBootLoader || !(m_CurrentVersion == m_OfferedVersion))
         return Fail(CStr("the ") + m_sDevice + " runs " + m_Properties.sCurrentVersion + " after the update");
     return TRUE;
@@ -280,7 +285,7 @@ CFirmwareComponent::DeviceState CFirmwareComponent::DescribeState()
 {
     const CStr device = CStr("The ") + m_sDevice;
     if (!m_bTouched) return {Left_Untouched, device + " was not touched and runs as before."};
-    if (!ReadCurrentVersion())
+    if (!ReadCurrentVersion() && !ReadCurrentVersion())
         return {Left_Unknown,
                 device + " does not answer: restart the management processor, then run this installer again."};
     if (m_bBootLoader) return {Left_Incomplete, device + " waits in its boot loader: run this installer again."};
@@ -299,7 +304,7 @@ void CFirmwareComponent::FinishFlashed(InstallParameters* params, ULONG result, 
     // What was not touched was not flashed.
     const BOOL logged = !m_bTouched || CSystem().LogFlashEventToVRL(Firmware() + " flashed; was " + m_sVersionBefore);
     CStr text = Firmware() + " " + how;
-    if (!logged) text += " The event could not be logged.";
+    if (!logged) text += szNotLogged;
     if (!more.IsEmpty()) text += CStr(" ") + more;
     Finish(params, result, text);
     m_Left = left;
@@ -307,9 +312,16 @@ void CFirmwareComponent::FinishFlashed(InstallParameters* params, ULONG result, 
 
 void CFirmwareComponent::FinishFailed(InstallParameters* params)
 {
-    if (m_bTouched)
-        CSystem().LogMaintenanceNoteToVRL(Firmware() + " not flashed: " + m_sFailure + "; was " + m_sVersionBefore);
     const DeviceState state = DescribeState();
-    Finish(params, ReturnCodeErrorReturn, Firmware() + " was not installed: " + m_sFailure + ". " + state.sSentence);
+    if (m_bTouched && state.What == Left_RunsNew && m_Properties.sCurrentVersion != m_sVersionBefore)
+        return FinishFlashed(
+            params, ReturnCodeErrorReturn, Left_RunsNew, "was flashed and runs.",
+            CStr("On the way something failed: ") + m_sFailure + ". Run this installer with /f once more.");
+    const char* pszFate = state.What == Left_Unknown ? " may be flashed or not: " : " not flashed: ";
+    const BOOL logged = !m_bTouched || CSystem().LogMaintenanceNoteToVRL(Firmware() + pszFate + m_sFailure + "; was " +
+                                                                         m_sVersionBefore);
+    CStr text = Firmware() + " was not installed: " + m_sFailure + ".";
+    if (!logged) text += szNotLogged;
+    Finish(params, ReturnCodeErrorReturn, text + " " + state.sSentence);
     m_Left = state.What;
 }

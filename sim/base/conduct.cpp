@@ -59,6 +59,16 @@ void CConduct::GiveBack(Held kind, std::intptr_t thing)
     m_Held.erase({kind, thing});
 }
 
+bool CConduct::IsOwn(const void* caller)
+{
+    static const auto baseOf = [](const void* place) {
+        Dl_info info = {};
+        return dladdr(place, &info) ? info.dli_fbase : nullptr;
+    };
+    static const void* const pOwn = baseOf(reinterpret_cast<const void*>(&CConduct::IsOwn));
+    return baseOf(caller) == pOwn;
+}
+
 std::vector<std::string> CConduct::Finish()
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);

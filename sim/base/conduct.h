@@ -17,6 +17,7 @@ enum Held
     Held_Descriptor,
     Held_Channel,
     Held_Pipe,
+    Held_Stream,
 };
 
 class CConduct
@@ -31,6 +32,9 @@ class CConduct
     // to get it, "opened /dev/ipmi0", is for the complaint that it did not.
     void Take(Held kind, std::intptr_t thing, const void* caller, const std::string& what);
     void GiveBack(Held kind, std::intptr_t thing);
+
+    // True for a place in the simulation itself, which gives back what it opens when the process ends.
+    static bool IsOwn(const void* caller);
 
     // The complaints, a sentence each, one for each thing that was not given back among them. Forgets them all.
     std::vector<std::string> Finish();

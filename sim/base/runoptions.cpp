@@ -1,8 +1,11 @@
 #include "sim/base/runoptions.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <stdexcept>
+
+#include "sim/base/fields.h"
 
 namespace sim
 {
@@ -17,8 +20,6 @@ const char szCapture[] = "ZALSIM_CAPTURE";
 const char szSteps[] = "ZALSIM_STEPS";
 const char szKillAt[] = "ZALSIM_KILL_AT";
 const char szRealTime[] = "ZALSIM_REAL_TIME";
-const char szPreload[] = "LD_PRELOAD";
-const char szLibraries[] = "LD_LIBRARY_PATH";
 const char szClockStart[] = "ZALSIM_CLOCK_START";
 
 std::string Get(const char* name)
@@ -75,17 +76,19 @@ void WriteRunOptions(const RunOptions& options)
     Set(szClockStart, options.ClockStart ? std::to_string(*options.ClockStart) : "");
 }
 
-std::map<std::string, std::string> LoaderVariables(const std::string& library, const std::string& folder)
+std::string FaultObject(const std::vector<std::string>& faults)
 {
-    const auto join = [](const std::string& first, const std::string& second) {
-        return first + (first.empty() || second.empty() ? "" : ":") + second;
-    };
-    return {{szPreload, join(library, Get(szPreload))}, {szLibraries, join(Get(szLibraries), folder)}};
-}
-
-void SetForPrograms(const std::map<std::string, std::string>& variables)
-{
-    for (const auto& [name, value] : variables) Set(name.c_str(), value);
+    Json object = Json::object();
+    for (const std::string& fault : faults) {
+        const std::size_t equals = fault.find('=');
+        if (equals == std::string::npos || equals == 0)
+            throw std::runtime_error("a fault is written NAME=VALUE, not " + fault);
+        std::string path = "/" + fault.substr(0, equals);
+        std::replace(path.begin(), path.end(), '.', '/');
+        const std::string text = fault.substr(equals + 1);
+        object[Json::json_pointer(path)] = ParseJson(text, Json(text));
+    }
+    return object.dump();
 }
 
 }  // namespace sim

@@ -4,9 +4,9 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace sim
 {
@@ -35,11 +35,8 @@ RunOptions ReadRunOptions();
 // Hands them to the programs that are started after this.
 void WriteRunOptions(const RunOptions& options);
 
-// The environment variables with which the loader first loads a library into a program, in front of those that it loads
-// now, and looks for others in a folder (empty: none) behind those in which it looks now.
-std::map<std::string, std::string> LoaderVariables(const std::string& library, const std::string& folder);
-
-// Gives variables to the programs that are started after this.
-void SetForPrograms(const std::map<std::string, std::string>& variables);
+// Turns faults of a run, "flash.fails_at_table=3" and more, into an object: {"flash": {"fails_at_table": 3}}. Values
+// that are no JSON are texts. Throws std::runtime_error with a sentence.
+std::string FaultObject(const std::vector<std::string>& faults);
 
 }  // namespace sim

@@ -7,10 +7,12 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -87,7 +89,31 @@ template <typename Open>
 int OpenPath(const char* path, int flags, mode_t mode, Open* next, const void* caller)
 {
     sim::CServer* pServer = path && sim::CServer::OwnsPath(path) ? sim::CurrentServer() : nullptr;
-    return pServer ? OpenDevice(*pServer, path, flags, caller) : next(sim::CHostPath(path), flags, mode);
+    if (pServer) return OpenDevice(*pServer, path, flags, caller);
+    const int fd = next(sim::CHostPath(path), flags, mode);
+    const int error = errno;
+    if (fd >= 0 && !CConduct::IsOwn(caller))
+        CConduct::Instance().Take(sim::Held_Descriptor, fd, caller,
+                                  std::string("opened ") + path + " and did not close it");
+    errno = error;
+    return fd;
+}
+
+// The debug log, which stays open.
+bool IsLog(const char* path)
+{
+    const char* pszLog = std::getenv("QVFLASHLOG");
+    return std::strcmp(path, pszLog ? pszLog : "/var/zal/flash.debug.log") == 0;
+}
+
+FILE* KeepStream(FILE* stream, const char* path, const void* caller)
+{
+    const int error = errno;
+    if (stream && !IsLog(path) && !CConduct::IsOwn(caller))
+        CConduct::Instance().Take(sim::Held_Stream, reinterpret_cast<std::intptr_t>(stream), caller,
+                                  std::string("opened ") + path + " and did not close it");
+    errno = error;
+    return stream;
 }
 
 mode_t ModeArgument(int flags, va_list arguments)
@@ -222,6 +248,25 @@ ENTRY_POINT int close(int fd)
     NEXT(close);
     ForgetDevice(fd);
     return next(fd);
+}
+
+ENTRY_POINT FILE* fopen(const char* path, const char* mode)
+{
+    NEXT(fopen);
+    return KeepStream(next(path, mode), path, CALLER);
+}
+
+ENTRY_POINT FILE* fopen64(const char* path, const char* mode)
+{
+    NEXT(fopen64);
+    return KeepStream(next(path, mode), path, CALLER);
+}
+
+ENTRY_POINT int fclose(FILE* stream)
+{
+    NEXT(fclose);
+    CConduct::Instance().GiveBack(sim::Held_Stream, reinterpret_cast<std::intptr_t>(stream));
+    return next(stream);
 }
 
 ENTRY_POINT time_t time(time_t* result) noexcept

@@ -1,10 +1,15 @@
-// zalfaults: installs a component against every fault of the simulated server, and checks what must hold each time.
+// zalfaults: installs a component against every fault of the simulated server, and judges what it says and leaves.
+
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <functional>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -12,9 +17,11 @@
 #include "support/output.h"
 #include "support/process.h"
 #include "support/tempfolder.h"
-#include "tools/simulated.h"
+#include "tools/authoring/faults/crew.h"
+#include "tools/authoring/faults/judge.h"
+#include "tools/authoring/faults/summary.h"
+#include "tools/authoring/faults/trial.h"
 #include "util.h"
-#include "zalxml.h"
 
 CStr g_InstallLocalDir;
 
@@ -23,224 +30,257 @@ namespace
 
 namespace fs = std::filesystem;
 
-const int Status_Done = 0;
-const int Status_Reboot = 1;
-const int Status_PowerLost = 137;  // killed
-const int Status_Error = 7;
-const int Status_None = -1;  // did not come to its end
-
-const double MaxSeconds = 60;  // of real time, for a run
-
-// What is wrong with the server in a case: values of zalsim's --fault.
-using Fault = std::vector<std::string>;
-
-// All faults; those behind processor. come with every command that a device is written by.
-std::vector<Fault> MakeFaults()
+struct Options
 {
-    std::vector<Fault> faults = {{"smbios=missing"}, {"smbios=truncated"}, {"driver=missing"},
-                                 {"driver=refuses"}, {"driver=fails"},     {"flash.no_header=true"}};
-    for (int table = 0; table <= 5; table++) faults.push_back({"flash.fails_at_table=" + std::to_string(table)});
-    for (const char* table : {"0", "2", "3", "4"})
-        for (const char* blocks : {"0", "1", "8", "16"})
-            faults.push_back({std::string("flash.power_lost_at_table=") + table,
-                              std::string("flash.power_lost_after_blocks=") + blocks});
-    for (const char* block : {"0", "7", "15"}) faults.push_back({std::string("flash.stuck_block=") + block});
-    for (const char* kind : {"missing=true", "send_fails=true", "silent=true", "foreign=true", "event=true",
-                             "completion_code=193", "status=1", "delay_ms=10001", "interruptions=3"})
-        faults.push_back({std::string("ipmi.") + kind});
-
-    faults.push_back({"processor.dead=true"});
-    for (const char* command : {"DEVICE_FLASH", "I2C_TRANSACTION"})
-        for (const char* kind : {"full_fifo", "lost", "late", "stale", "runt", "error"})
-            for (const char* exchange : {"1", "20", "190", "198"})
-                faults.push_back({std::string("processor.") + kind + "={\"command\": \"" + command +
-                                  "\", \"exchange\": " + exchange + "}"});
-    for (const char* kind : {"device_error_at_byte", "dies_at_byte", "power_lost_at_byte"})
-        for (const char* byte : {"0", "1000", "100000", "199999"})
-            faults.push_back({std::string("processor.") + kind + "=" + byte});
-    const std::string controller = "processor.i2c.power_controller.";
-    for (const char* record : {"2", "250", "513"}) {
-        faults.push_back({controller + "power_lost_at_record=" + record});
-        faults.push_back({controller + "busy_at_record=" + record});
-        faults.push_back({controller + "error={\"at\": " + record + ", \"times\": 100}"});
-        faults.push_back({controller + "error={\"at\": " + record + ", \"times\": 100000}"});
-    }
-    for (const char* kind : {"never_unlocks=true", "never_leaves_boot_loader=true", "no_acknowledge=40",
-                             "bad_checksum=40", "no_acknowledge={\"at\": 40, \"times\": 100000}"})
-        faults.push_back({controller + kind});
-    return faults;
-}
-
-// The fault as zalsim's options in a shell, without the first --fault.
-std::string ToText(const Fault& fault)
-{
-    std::string text;
-    for (const std::string& value : fault) {
-        const std::size_t start = value.find('=') + 1;
-        const bool plain = value.find(' ') == std::string::npos;
-        text += (text.empty() ? "" : " --fault ") + value.substr(0, start);
-        text += plain ? value.substr(start) : "'" + value.substr(start) + "'";
-    }
-    return text;
-}
-
-// What a run of the installer shows.
-struct Run
-{
-    int Status;
-    std::string Sentence;  // its last line
+    std::string Server;
+    std::string Package;
+    std::vector<std::string> Files;  // that the installer may write; none: those that it writes without a fault
+    bool All = false;
+    int Pairs = 0;
+    unsigned Seed = 1;
+    int Jobs = CountProcessors();
+    bool Json = false;
+    Fault First;  // of a single trial
+    Fault Then;
 };
 
-struct Finding
+std::string Outcome(const RunResult& run, const RunResult& next)
 {
-    std::string Current;
-    std::string Offered;
-};
+    if (!run.CameToEnd) return std::string(run.Wrong.KillAt != 0 ? "killed" : "power lost") + ", then " + next.Current;
+    return run.Left + " (" + std::to_string(run.Status) + ")";
+}
 
-class CCase
+// Ends a trial: a run without a fault and, where that had work to do, one more.
+void Finish(CTrial& trial, std::vector<RunResult>& runs)
+{
+    runs.push_back(trial.Run({}));
+    if (HasInstalled(runs.back())) runs.push_back(trial.Run({}));
+}
+
+std::vector<RunResult> RunTrial(CTrial& trial, const std::vector<Fault>& faults)
+{
+    std::vector<RunResult> runs;
+    for (const Fault& fault : faults) runs.push_back(trial.Run(fault));
+    Finish(trial, runs);
+    return runs;
+}
+
+// A number for what devices hold (FNV-1a, 64 bits).
+std::string Fingerprint(const DeviceState& state)
+{
+    std::uint64_t number = 0xCBF29CE484222325;
+    for (const auto& [file, bytes] : state)
+        for (const char c : file + '\n' + bytes) number = (number ^ static_cast<std::uint8_t>(c)) * 0x100000001B3;
+    return std::to_string(number);
+}
+
+TrialResult Sum(const GoodRun& good, const std::vector<Fault>& faults, const std::vector<RunResult>& runs)
+{
+    const Fault& first = faults.front();
+    TrialResult result = {ToOptions(first), first.Step, first.What, first.Number, "", "", "", 0, {}};
+    if (faults.size() == 2) {
+        result.Options += ToOptions(faults[1], true);
+        result.Step = "a fault, and another in the recovery";
+        result.What = "pairs";
+        result.Number = 0;
+    }
+    result.Outcome = Outcome(runs[0], runs[1]);
+    if (runs[0].CameToEnd) result.Sentence = runs[0].Sentence;
+    result.State = Fingerprint(runs[0].After) + runs[1].Current;
+    result.Runs = static_cast<int>(runs.size());
+    result.Violations = Judge(good, runs);
+    return result;
+}
+
+class CBench
 {
   public:
-    CCase(CProcessRunner& runner, const fs::path& server, const fs::path& package, const fs::path& folder)
-        : m_Runner(runner), m_Package(package), m_Server(folder / "server"), m_Xml(folder / "discovery.xml")
+    explicit CBench(const Options& options)
+        : m_Options(options),
+          m_Subject{fs::canonical(options.Server), fs::canonical(options.Package)},
+          m_Folder("zalfaults"),
+          m_Summary(m_Subject.Package.filename().string(),
+                    "zalfaults --server " + options.Server + FileOptions(options) + " " + options.Package)
     {
-        fs::remove_all(m_Server);
-        fs::create_directories(m_Server);
-        fs::copy(server / "server.json", m_Server);
     }
 
-    Run Install(const Fault& fault, const std::vector<std::string>& switches) const
+    // What a run without a fault does; throws std::runtime_error where that does not install.
+    void RunGood()
     {
-        std::vector<std::string> arguments;
-        for (const std::string& value : fault) arguments.insert(arguments.end(), {"--fault", value});
-        const fs::path installer = m_Package / m_Package.filename();
-        arguments.insert(arguments.end(), {"--", installer.string(), "/y", m_Package.string(), "/s"});
-        arguments.insert(arguments.end(), switches.begin(), switches.end());
-        return Zalsim(arguments);
+        CProcessRunner runner;
+        CTrial trial(runner, m_Subject, m_Folder.Path() / "good");
+        const RunResult first = trial.Run({});
+        const RunResult second = trial.Run({});
+        if (!HasInstalled(first))
+            throw std::runtime_error("the installer does not install without a fault: " +
+                                     (first.Sentence.empty() ? first.Error : first.Sentence));
+        m_Good = {first.Current, first.Offered, first.Before, first.After, {}, first.Steps};
+        for (const auto& [file, bytes] : first.After) m_Good.Files.insert(file);
+        if (!m_Options.Files.empty()) m_Good.Files = {m_Options.Files.begin(), m_Options.Files.end()};
+        TrialResult result = Sum(m_Good, {{{}, 0, "nothing", "none", 0}}, {first, second});
+        m_Summary.Add(result);
     }
 
-    Finding Discover() const
+    void RunFaults()
     {
-        fs::remove(m_Xml);
-        Install({}, {"/d", m_Xml.string()});
-        CZalXMLReader reader;
-        reader.ParseFile(m_Xml.c_str());
-        return {Value(reader, "active_version"), Value(reader, "version")};
+        const std::vector<Fault> all = MakeFaults(m_Good.Steps);
+        const std::vector<Fault> faults = m_Options.All ? all : Sample(all);
+        Do("faults", static_cast<int>(faults.size()), [&](CProcessRunner& runner, const fs::path& folder, int piece) {
+            CTrial trial(runner, m_Subject, folder);
+            const std::vector<Fault> one = {faults[static_cast<std::size_t>(piece)]};
+            return Sum(m_Good, one, RunTrial(trial, one));
+        });
     }
 
-    // What was flashed and waits for it then runs.
-    void Restart() const { Zalsim({"--restart"}); }
+    // A fault, and one in the run that has to recover from it.
+    void RunPairs()
+    {
+        std::fprintf(stderr, "%s: pairs of seed %u\n", m_Subject.Package.filename().c_str(), m_Options.Seed);
+        const std::vector<Fault> all = MakeFaults(m_Good.Steps);
+        Do("pairs", m_Options.Pairs, [&](CProcessRunner& runner, const fs::path& folder, int piece) {
+            std::seed_seq seeds = {m_Options.Seed, static_cast<unsigned>(piece)};
+            std::mt19937 random(seeds);
+            const auto choose = [&](const std::vector<Fault>& faults) { return faults[random() % faults.size()]; };
+            for (;;) {
+                CTrial trial(runner, m_Subject, folder);
+                std::vector<Fault> pair = {choose(all)};
+                std::vector<RunResult> runs = {trial.Run(pair[0])};
+                if (HasInstalled(runs[0]) && !runner.IsStopped()) continue;  // nothing is left to recover from
+                pair.push_back(choose(MakeFaults(trial.LookAhead())));
+                runs.push_back(trial.Run(pair[1]));
+                Finish(trial, runs);
+                return Smaller(runner, folder, Sum(m_Good, pair, runs), pair[0]);
+            }
+        });
+    }
 
-    // The last entry of the server event log.
-    std::string Log() const { return Zalsim({"--show-log"}).Sentence; }
+    // One trial, told run by run.
+    void RunOne()
+    {
+        std::vector<Fault> faults = {m_Options.First};
+        if (!m_Options.Then.IsNone()) faults.push_back(m_Options.Then);
+        CProcessRunner runner;
+        CTrial trial(runner, m_Subject, m_Folder.Path() / "one");
+        const std::vector<RunResult> runs = RunTrial(trial, faults);
+        for (const RunResult& run : runs)
+            std::printf("run%s\n  found  %s, offers %s\n  says   %s\n  leaves %s, exit status %d\n",
+                        ToOptions(run.Wrong).c_str(), run.Current.c_str(), run.Offered.c_str(), run.Sentence.c_str(),
+                        run.Left.empty() ? "(not told)" : run.Left.c_str(), run.Status);
+        m_Summary.Add(Sum(m_Good, faults, runs));
+    }
+
+    const CSummary& GetSummary() const { return m_Summary; }
+    bool IsStopped() const { return m_bStopped; }
 
   private:
-    Run Zalsim(const std::vector<std::string>& arguments) const
+    using Piece = std::function<TrialResult(CProcessRunner&, const fs::path& folder, int piece)>;
+
+    void Do(const char* name, int count, const Piece& piece)
     {
-        std::vector<std::string> command = {FindZalsim().string(), "--server", m_Server.string()};
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        const ProcessResult result = m_Runner.Run(command, MaxSeconds, TimeLimit_End);
-        const std::string sentence = LastLine(result.Output);
-        const int status = result.End == ProcessEnd_Exited    ? result.Status
-                           : result.End == ProcessEnd_Crashed ? 128 + result.Status
-                                                              : Status_None;
-        return {status, sentence.empty() ? LastLine(result.Errors) : sentence};
+        if (m_bStopped) return;
+        const auto start = std::chrono::steady_clock::now();
+        const auto work = [&](CProcessRunner& runner, int worker, int number) {
+            return ToLine(piece(runner, m_Folder.Path() / std::to_string(worker), number));
+        };
+        m_bStopped = !DoWork({m_Options.Jobs, name}, count, work,
+                             [&](const std::string& line) { m_Summary.Add(FromLine(line)); });
+        m_Summary.End(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), !m_bStopped);
     }
 
-    static std::string Value(CZalXMLReader& reader, const char* element)
+    // Where the first of two faults alone breaks a rule, too, that is what is told.
+    TrialResult Smaller(CProcessRunner& runner, const fs::path& folder, TrialResult result, const Fault& first) const
     {
-        CZalXMLNode* pNode = reader.FindFirstChildOf(nullptr, element, nullptr, nullptr);
-        const char* pszValue = pNode ? pNode->GetAttribute("value") : nullptr;
-        return pszValue ? pszValue : "";
+        if (result.Violations.empty()) return result;
+        CTrial trial(runner, m_Subject, folder);
+        TrialResult alone = Sum(m_Good, {first}, RunTrial(trial, {first}));
+        return alone.Violations.empty() ? result : alone;
     }
 
-    CProcessRunner& m_Runner;
-    fs::path m_Package;
-    fs::path m_Server;
-    fs::path m_Xml;
+    static std::string FileOptions(const Options& options)
+    {
+        std::string text;
+        for (const std::string& file : options.Files) text += " --writes " + file;
+        return text;
+    }
+
+    const Options& m_Options;
+    const Subject m_Subject;
+    const CTempFolder m_Folder;
+    GoodRun m_Good;
+    CSummary m_Summary;
+    bool m_bStopped = false;
 };
 
-bool Has(const std::string& text, const char* part)
+int Run(const Options& options)
 {
-    return text.find(part) != std::string::npos;
+    CBench bench(options);
+    bench.RunGood();
+    const bool one = !options.First.IsNone();
+    if (one)
+        bench.RunOne();
+    else
+        bench.RunFaults();
+    if (!one && options.Pairs > 0) bench.RunPairs();
+    const CSummary& summary = bench.GetSummary();
+    if (options.Json)
+        std::printf("%s\n", summary.ToJson().dump(2).c_str());
+    else if (!one)
+        summary.PrintTables(stdout);
+    std::fflush(stdout);
+    summary.PrintViolations(stderr);
+    if (!one) std::fprintf(stderr, "%s\n", summary.Figures().c_str());
+    if (bench.IsStopped()) return 2;
+    return summary.CountViolations() == 0 ? 0 : 1;
 }
 
-// What must hold after a run with a fault; empty, or what does not.
-std::string Judge(const Run& run, const Finding& found, const std::string& old, const std::string& log)
+// What is written is soon gone again: a file system in memory does.
+void ChooseTemporaryFolder()
 {
-    const bool done = run.Status == Status_Done || run.Status == Status_Reboot;
-    const bool isNew = found.Current == found.Offered;
-    const bool isOld = found.Current == old;
-    if (!done && run.Status != Status_Error && run.Status != Status_PowerLost) return "ends with an unknown status";
-    if (!isNew && !isOld && found.Current != "Incomplete") return "the next run does not know what is there";
-    if (done && !isNew) return "says done, but the new version is not there";
-    if (done && !Has(log, "flashed; was") && !Has(run.Sentence, "could not be logged"))
-        return "is not in the event log";
-    if (!done && !isNew && Has(log, " flashed; was")) return "the event log tells of a flash that is none";
-    if (run.Status != Status_Error) return "";
-    if (found.Current == "Incomplete" && !Has(run.Sentence, "this installer again"))
-        return "leaves the device incomplete and does not say to run again";
-    if (isOld && !Has(run.Sentence, "not touched") && !Has(run.Sentence, "Nothing was installed") &&
-        !Has(run.Sentence, "run this installer"))
-        return "does not say what state the device is in";
-    return "";
-}
-
-// A row of the table; false when something does not hold.
-bool Check(const CCase& test, const Fault& fault, const std::string& old, std::FILE* pTable)
-{
-    const Run run = test.Install(fault, {});
-    test.Restart();
-    const std::string log = test.Log();
-    const Finding found = test.Discover();
-    std::string verdict = Judge(run, found, old, log);
-    const Run again = test.Install({}, {"/f"});
-    test.Restart();
-    const bool recovers =
-        (again.Status == Status_Done || again.Status == Status_Reboot) && test.Discover().Current == found.Offered;
-    if (!recovers && verdict.empty()) verdict = "a run without the fault does not recover: " + again.Sentence;
-
-    const std::string outcome = run.Status == Status_PowerLost ? "power lost" : run.Sentence;
-    std::fprintf(pTable, "| `%s` | %d | %s | %s | %s |\n", ToText(fault).c_str(), run.Status, outcome.c_str(),
-                 found.Current.c_str(), verdict.empty() ? "recovers" : ("**" + verdict + "**").c_str());
-    return verdict.empty();
-}
-
-int CheckAll(const fs::path& server, const fs::path& package, std::FILE* pTable)
-{
-    const CTempFolder folder("zalfaults");
-    CProcessRunner runner;
-    setenv("QVFLASHLOG", "/dev/null", 1);
-
-    std::fprintf(pTable, "## %s\n\n| fault | status | sentence | found next | run again |\n|---|---|---|---|---|\n",
-                 package.filename().c_str());
-    const std::string old = CCase(runner, server, package, folder.Path()).Discover().Current;
-    int violations = 0;
-    const std::vector<Fault> faults = MakeFaults();
-    for (const Fault& fault : faults) {
-        violations += !Check(CCase(runner, server, package, folder.Path()), fault, old, pTable);
-        if (runner.IsStopped()) throw std::runtime_error("stopped by a signal");
-    }
-    std::fprintf(pTable, "\n");
-    std::fprintf(stderr, "%s: %zu faults, %d violations\n", package.filename().c_str(), faults.size(), violations);
-    return violations == 0 ? 0 : 1;
+    std::error_code ignored;
+    if (!std::getenv("TMPDIR") && fs::is_directory("/dev/shm", ignored) && access("/dev/shm", W_OK) == 0)
+        setenv("TMPDIR", "/dev/shm", 1);
 }
 
 int ParseAndRun(int argc, char** argv)
 {
     CLI::App app(
-        "Installs a component against every fault of the simulated server, and checks what must hold each time.");
+        "Installs a component against every fault of the simulated server, and judges what it says and leaves.");
     app.set_version_flag("--version", "zalfaults " FLASHLIB_VERSION);
     app.footer(
-        "Prints a table: the fault, the exit status, the last sentence, the version that the next run finds, and\n"
-        "whether a run without the fault recovers. Exit status: 0, 1 where something did not hold, 2 for wrong\n"
-        "arguments or when a signal stops it.");
-    std::string server;
-    std::string package;
-    app.add_option("--server", server, "Folder of the server; its server.json is copied for each fault")->required();
-    app.add_option("package", package, "The component's package folder; the installer has its name")->required();
+        "Runs the installer once without a fault and counts its steps; then each step has each fault that fits it, or\n"
+        "of many of one kind the first, the second, the middle and the last two. Behind each fault the installer is "
+        "run\n"
+        "again without one. Prints what is left by class of fault; each rule that was broken with a command that "
+        "shows\n"
+        "it again. Exit status: 0, 1 where a rule was broken, 2 for wrong arguments or when a signal stops it.");
+    Options options;
+    options.First.Step = "a run";
+    options.First.What = "as given";
+    app.add_option("--server", options.Server, "Folder of the server; its server.json is copied for each fault")
+        ->required();
+    app.add_option("package", options.Package, "The component's package folder; the installer has its name")
+        ->required();
+    app.add_flag("--all", options.All, "Fault every step, not a sample");
+    app.add_option("--pairs", options.Pairs, "Also so many pairs of a fault and one in the run that recovers from it")
+        ->check(CLI::NonNegativeNumber);
+    app.add_option("--seed", options.Seed, "Of the pairs (1)");
+    app.add_option("--writes", options.Files,
+                   "A file of the server that holds what the installer may write: TMBR.fw; without it all that it\n"
+                   "writes without a fault")
+        ->allow_extra_args(false);
+    app.add_option("--jobs", options.Jobs, "Installers that run at once; without it as many as there are processors")
+        ->check(CLI::PositiveNumber);
+    app.add_flag("--json", options.Json, "Print a JSON object in place of the tables");
+    app.add_option("--fault", options.First.Values, "Make only one trial, with that fault: NAME=VALUE, as zalsim")
+        ->allow_extra_args(false);
+    app.add_option("--kill-at", options.First.KillAt, "The same; the installer is killed behind that step");
+    app.add_option("--then", options.Then.Values, "In such a trial, a fault of the run behind it")
+        ->allow_extra_args(false);
+    app.add_option("--then-kill-at", options.Then.KillAt, "The same; the installer is killed behind that step");
     try {
         app.parse(argc, argv);
-        return CheckAll(server, fs::canonical(package), stdout);
+        ChooseTemporaryFolder();
+        return Run(options);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     } catch (const std::exception& error) {
