@@ -51,7 +51,7 @@ elseif(FLASHLIB_TOOLS)
 endif()
 if(FLASHLIB_TOOLS)
     # What the archive needs itself.
-    set_target_properties(SQLite PROPERTIES INTERFACE_LINK_LIBRARIES "m;${CMAKE_DL_LIBS}")
+    set_target_properties(SQLite PROPERTIES INTERFACE_LINK_LIBRARIES "m;${CMAKE_DL_LIBS};pthread")
 endif()
 
 if(FLASHLIB_BENCH AND FLASHLIB_32BIT)

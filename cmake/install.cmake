@@ -69,7 +69,7 @@ endif()
 include(CMakePackageConfigHelpers)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/FlashLibConfigVersion.cmake
     COMPATIBILITY SameMajorVersion ${any_mode})
-install(FILES cmake/FlashLibConfig.cmake cmake/FlashLibComponents.cmake ${PROJECT_BINARY_DIR}/FlashLibConfigVersion.cmake
+install(FILES cmake/FlashLibConfig.cmake cmake/FlashLibComponents.cmake cmake/oldhost.cmake ${PROJECT_BINARY_DIR}/FlashLibConfigVersion.cmake
     DESTINATION lib/cmake/FlashLib)
 install(EXPORT FlashLib NAMESPACE FlashLib:: FILE FlashLibTargets.cmake DESTINATION lib/cmake/FlashLib)
 
@@ -98,10 +98,16 @@ if(FLASHLIB_32BIT)
     install(FILES cmake/debian/lintian-overrides DESTINATION share/lintian/overrides RENAME flashlib)
 endif()
 
-# The packages. Programs may need all that the C and C++ run-time of the building machine has.
+# The packages. Programs may need all that the C and C++ run-time of the building machine has, or of the system that is
+# built for.
 execute_process(COMMAND getconf GNU_LIBC_VERSION OUTPUT_VARIABLE glibc OUTPUT_STRIP_TRAILING_WHITESPACE)
-string(REPLACE "glibc " "" glibc "${glibc}")
 string(REGEX MATCH "^[0-9]+" gcc ${CMAKE_CXX_COMPILER_VERSION})
+set(cxx_runtime ", libstdc++6 (>= ${gcc}), libgcc-s1")
+if(CMAKE_SYSROOT)
+    file(GLOB glibc RELATIVE ${CMAKE_SYSROOT} ${CMAKE_SYSROOT}/lib/i386-linux-gnu/libc-*.so)
+    set(cxx_runtime)
+endif()
+string(REGEX MATCH "[0-9]+\\.[0-9]+" glibc "${glibc}")
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_GENERATOR DEB TGZ)
 set(CPACK_PACKAGE_NAME flashlib)
@@ -114,7 +120,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION devel)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/shlibs ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= ${glibc}), libstdc++6 (>= ${gcc}), libgcc-s1, python3:any")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= ${glibc})${cxx_runtime}, python3:any")
 if(FLASHLIB_32BIT)
     set(CPACK_SYSTEM_NAME i386)
     set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE i386)

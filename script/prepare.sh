@@ -21,6 +21,7 @@ TEXT
 elif [ "$status" != 0 ] && [ "$status" != 3 ]; then
     exit "$status"
 fi
+[ "$preset" != oldhost ] || script/sysroot
 
 echo "building: preset $preset in build/$preset"
 cmake --preset "$preset" -DFLASHLIB_BENCH="$bench" >build/configure.log || { cat build/configure.log >&2; exit 1; }

@@ -92,7 +92,9 @@ class CBuilder
     {
         switch (error) {
             case XML_ERROR_NO_MEMORY:
+#if XML_MAJOR_VERSION > 2 || XML_MINOR_VERSION >= 4  // an older Expat has no limit but ours
             case XML_ERROR_AMPLIFICATION_LIMIT_BREACH:
+#endif
                 return XMLErrAlloc;
             default:
                 return XMLErrXmlParse;

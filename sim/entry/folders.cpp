@@ -47,6 +47,16 @@ int Do(const char* verb, const CHostPath& path, Change change)
     });
 }
 
+// The C library's function for a status; before glibc 2.33 it has but the one that takes a version first.
+template <typename Status>
+int NextStat(const char* name, const char* before, const char* path, Status* status)
+{
+    const int version = sizeof(void*) == 4 ? 3 : 1;
+    const CHostPath host(path);
+    if (auto* const next = Next<int(const char*, Status*)>(nullptr, name)) return next(host, status);
+    return Next<int(int, const char*, Status*)>(nullptr, before)(version, host, status);
+}
+
 }  // namespace
 
 CHostPath::CHostPath(const char* path) : m_pszPath(path)
@@ -96,24 +106,42 @@ ENTRY_POINT int access(const char* path, int mode) noexcept
 
 ENTRY_POINT int stat(const char* path, struct stat* status) noexcept
 {
-    NEXT(stat);
-    return next(CHostPath(path), status);
+    return sim::NextStat("stat", "__xstat", path, status);
 }
 
 ENTRY_POINT int lstat(const char* path, struct stat* status) noexcept
 {
-    NEXT(lstat);
-    return next(CHostPath(path), status);
+    return sim::NextStat("lstat", "__lxstat", path, status);
 }
 
 ENTRY_POINT int stat64(const char* path, struct stat64* status) noexcept
 {
-    NEXT(stat64);
-    return next(CHostPath(path), status);
+    return sim::NextStat("stat64", "__xstat64", path, status);
 }
 
 ENTRY_POINT int lstat64(const char* path, struct stat64* status) noexcept
 {
-    NEXT(lstat64);
-    return next(CHostPath(path), status);
+    return sim::NextStat("lstat64", "__lxstat64", path, status);
+}
+
+// What programs call that were built with an older C library; the version is the one that there is.
+
+ENTRY_POINT int __xstat(int, const char* path, struct stat* status) noexcept
+{
+    return stat(path, status);
+}
+
+ENTRY_POINT int __lxstat(int, const char* path, struct stat* status) noexcept
+{
+    return lstat(path, status);
+}
+
+ENTRY_POINT int __xstat64(int, const char* path, struct stat64* status) noexcept
+{
+    return stat64(path, status);
+}
+
+ENTRY_POINT int __lxstat64(int, const char* path, struct stat64* status) noexcept
+{
+    return lstat64(path, status);
 }

@@ -1,7 +1,44 @@
 #!/bin/sh
 # Reads the library's dynamic symbols: it must load on old hosts, and need nothing but the C and C++ run-time, the
 # closed libraries and g_InstallLocalDir. The versions hold for the 32-bit product; sanitizers bring their own.
+# symbols.sh --hosts BUILD PRESET: prints what each binary that a build ships needs of the host, and fails where that is
+# newer than hosts.txt says. Exit status 77: the list is not for what this machine builds.
 set -eu
+
+# The newest version of a kind (GLIBC) that a binary needs; "-": none.
+newest() {
+    version=$(readelf -VW "$1" | grep -oE "\b$2_[0-9.]+" | sort -u | sort -V | tail -n 1)
+    echo "${version:--}"
+}
+
+# Compares what the binaries need with the list.
+check_hosts() {
+    list=$(dirname "$0")/hosts.txt
+    [ "$2" != release ] || [ "$(getconf GNU_LIBC_VERSION)" = "glibc 2.36" ] || exit 77  # not Debian 12
+    installed=$(mktemp -d)
+    trap 'rm -rf "$installed"' EXIT
+    cmake --install "$1" --prefix "$installed" >/dev/null
+    find "$installed" -type f ! -name '*.a' | sort | while read -r binary; do
+        [ "$(head -c 4 "$binary" | od -An -c | tr -d ' ')" = '177ELF' ] || continue
+        name=${binary#"$installed"/}
+        needs="$(newest "$binary" GLIBC) $(newest "$binary" GLIBCXX)"
+        printf '%-60s %s\n' "$name" "$needs"
+        limit=$(sed -n "s,^$2  *$name  *,,p" "$list" | tr -s ' ')
+        [ -n "$limit" ] || { echo "$list does not say what $name needs." >&2; exit 1; }
+        for i in 1 2; do
+            need=$(echo "$needs" | cut -d ' ' -f $i)
+            most=$(echo "$limit" | cut -d ' ' -f $i)
+            [ "$(printf '%s\n%s\n' "$need" "$most" | sort -V | tail -n 1)" = "$most" ] && continue
+            echo "$name needs a newer host than before: $need, not $most." >&2
+            exit 1
+        done
+    done
+}
+if [ "$1" = --hosts ]; then
+    check_hosts "$2" "$3"
+    exit
+fi
+
 library=$1
 symbols=$(readelf --dyn-syms -W "$library" | awk '$7 == "UND" && $8 != "" { print $5, $8 }')
 case "$symbols" in *__asan_init*) exit 77 ;; esac
