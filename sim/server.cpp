@@ -33,7 +33,7 @@ struct DeviceNode
 const std::map<std::string, DeviceNode>& DeviceNodes()
 {
     static const auto smbios = [](CServer& server) {
-        return OpenSmbiosNode(server.GetSmbios(), server.GetDescription().Smbios.Fault);
+        return OpenSmbiosNode(server.GetSmbios(), server.GetDescription().Smbios.Fault, server.GetCapture());
     };
     static const auto romDriver = [](CServer& server) {
         return OpenRomDriver(server.GetMemory(), server.GetDescription().RomDriver, server.GetCapture());
@@ -49,6 +49,15 @@ const std::map<std::string, DeviceNode>& DeviceNodes()
         {"/proc/sys/kernel/random/boot_id", {O_RDONLY, bootId}},
     };
     return nodes;
+}
+
+// The faults for which a node is not there.
+std::string FindMissing(const std::string& path, const ServerDescription& server)
+{
+    return JoinFaults(
+        {{path == "/vmfs/devices/char/mem/smbios" && server.Smbios.Fault == SmbiosFault_Missing, "smbios=missing"},
+         {path == "/dev/qvrcru" && server.RomDriver.Fault == DriverFault_Missing, "driver=missing"},
+         {path == "/dev/ipmi0" && server.Ipmi.Missing, "ipmi.missing"}});
 }
 
 std::unique_ptr<CServer>& CurrentServerSlot()
@@ -98,9 +107,15 @@ std::unique_ptr<IDevice> CServer::Open(const std::string& path, int flags)
 {
     const DeviceNode& node = DeviceNodes().at(path);
     std::unique_ptr<IDevice> pDevice = node.Open(*this);
-    if (!pDevice || (flags & O_ACCMODE) == node.Mode) return pDevice;
-    errno = EACCES;
-    return nullptr;
+    int error = pDevice ? 0 : errno;
+    if (pDevice && (flags & O_ACCMODE) != node.Mode) {
+        pDevice.reset();
+        error = EACCES;
+    }
+    GetCapture().AddNote("open " + path + " errno=" + std::to_string(error),
+                         error == 0 ? "" : FindMissing(path, m_Description));
+    errno = error;
+    return pDevice;
 }
 
 void RestartServer(const std::filesystem::path& folder, const RunOptions& options)

@@ -146,6 +146,20 @@ std::string Padding(std::size_t end, std::size_t block)
     return Block(Block_Names, Raw(endOfNames) + (rest == 0 ? "" : Option(Option_Local, std::string(rest - 4, ' '))));
 }
 
+// A frame's bytes, or as many as it has room for, behind their header.
+std::string WithHeader(const Frame& frame, const void* bytes, std::size_t size)
+{
+    CAPTURE_HEADER header = {};
+    header.Version = 1;
+    header.Direction = static_cast<BYTE>(frame.Direction);
+    header.PointerSize = sizeof(void*);
+    header.Process = static_cast<DWORD>(getpid());
+    header.Channel = frame.Channel;
+    header.Operation = frame.Operation;
+    header.Status = frame.Status;
+    return Raw(header).append(static_cast<const char*>(bytes), std::min(size, MaxBytes - sizeof header));
+}
+
 // True for a file that begins as this one does.
 bool IsCapture(int fd, const std::string& header)
 {
@@ -181,18 +195,14 @@ void CCapture::NoteFault(const std::string& names)
 
 void CCapture::Add(Wire wire, const Frame& frame, const void* bytes, std::size_t size)
 {
+    if (IsOn()) AddFrame(wire, frame.Direction, WithHeader(frame, bytes, size), sizeof(CAPTURE_HEADER) + size);
+}
+
+void CCapture::AddNote(const std::string& text, const std::string& faults)
+{
     if (!IsOn()) return;
-    CAPTURE_HEADER header = {};
-    header.Version = 1;
-    header.Direction = static_cast<BYTE>(frame.Direction);
-    header.PointerSize = sizeof(void*);
-    header.Process = static_cast<DWORD>(getpid());
-    header.Channel = frame.Channel;
-    header.Operation = frame.Operation;
-    header.Status = frame.Status;
-    std::string captured = Raw(header);
-    captured.append(static_cast<const char*>(bytes), std::min(size, MaxBytes - sizeof header));
-    AddFrame(wire, frame.Direction, captured, sizeof header + size);
+    const std::string bytes = WithHeader({}, text.data(), text.size());
+    Append(PacketBlock(Wire_Journal, Direction_None, bytes, bytes.size(), faults, ""));
 }
 
 void CCapture::AddFrame(Wire wire, Direction direction, const std::string& bytes, std::size_t size,

@@ -112,6 +112,10 @@ class CCapture
     // data. Its frame has the message id of the driver as its packet id.
     void AddIpmi(Direction direction, std::uint64_t messageId, const std::string& message);
 
+    // Adds, between the lines of the journal, what has no frames of its own: a device that is opened, a channel that is
+    // closed. The faults are those that hit this.
+    void AddNote(const std::string& text, const std::string& faults = "");
+
     // Adds what happened on the IPMI interface in place of a message.
     void AddIpmiText(const std::string& text);
 

@@ -70,6 +70,16 @@ CChannelDriver::CChannelDriver(CProcessor& processor, const ProcessorDescription
 ZALCISTATUS CChannelDriver::Create(ZALCIHANDLE& handle, const FifoSize& send, const FifoSize& receive)
 {
     handle = nullptr;
+    const ZALCISTATUS status = Open(handle, send, receive);
+    const ProcessorFaults& faults = m_Description.Faults;
+    m_Journal.GetCapture().AddNote(
+        "channel open number=" + std::to_string(handle ? m_Opened : 0) + " status=" + std::to_string(status),
+        JoinFaults({{faults.NoDriver, "processor.no_driver"}, {faults.Dead, "processor.dead"}}));
+    return status;
+}
+
+ZALCISTATUS CChannelDriver::Open(ZALCIHANDLE& handle, const FifoSize& send, const FifoSize& receive)
+{
     if (m_Description.Faults.NoDriver) return ZalCiErrNoDriver;
     for (const FifoSize& size : {send, receive}) {
         if (size.Entries == 0 || size.Entries > MaxEntries) return ZalCiErrBadDescriptorCount;
@@ -92,7 +102,12 @@ ZALCISTATUS CChannelDriver::Find(ZALCIHANDLE handle, Channel*& pChannel)
 
 ZALCISTATUS CChannelDriver::Close(ZALCIHANDLE handle)
 {
-    if (m_Channels.erase(handle) != 0) return ZalCiSuccess;
+    const auto entry = m_Channels.find(handle);
+    if (entry != m_Channels.end()) {
+        m_Journal.GetCapture().AddNote("channel close number=" + std::to_string(entry->second.Number));
+        m_Channels.erase(entry);
+        return ZalCiSuccess;
+    }
     return handle ? ZalCiErrChannelDeleted : ZalCiErrBadParameter;
 }
 

@@ -64,6 +64,7 @@ class CChannelDriver
         std::deque<Reply> Replies;  // in the order in which they come; those under way too
     };
 
+    ZALCISTATUS Open(ZALCIHANDLE& handle, const FifoSize& send, const FifoSize& receive);
     ZALCISTATUS Find(ZALCIHANDLE handle, Channel*& pChannel);
     ZALCISTATUS Enqueue(Channel& channel, const Bytes& packet);
     bool FindsFifoFull(WORD command);

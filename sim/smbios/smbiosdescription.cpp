@@ -36,6 +36,21 @@ void FlashBuffer(CFields& buffer, SmbiosDescription& smbios)
         {{"none", FlashBufferSignature}, {"$SRB", FlashBufferSignature}, {"BRS$", ReversedFlashBufferSignature}});
 }
 
+const std::map<std::string, SmbiosFault>& Faults()
+{
+    static const auto& faults = *new std::map<std::string, SmbiosFault>{{"none", SmbiosFault_None},
+                                                                        {"missing", SmbiosFault_Missing},
+                                                                        {"empty", SmbiosFault_Empty},
+                                                                        {"read_error", SmbiosFault_ReadError},
+                                                                        {"no_anchor", SmbiosFault_NoAnchor},
+                                                                        {"false_anchor", SmbiosFault_FalseAnchor},
+                                                                        {"misaligned", SmbiosFault_Misaligned},
+                                                                        {"zero_address", SmbiosFault_ZeroAddress},
+                                                                        {"truncated", SmbiosFault_Truncated},
+                                                                        {"unreadable", SmbiosFault_Unreadable}};
+    return faults;
+}
+
 }  // namespace
 
 SmbiosDescription DescribeSmbios(CFields& server, CFields& rom, CFields& faults)
@@ -59,17 +74,15 @@ SmbiosDescription DescribeSmbios(CFields& server, CFields& rom, CFields& faults)
     server.Object("flash_buffer", [&](CFields& buffer) { FlashBuffer(buffer, smbios); });
 
     smbios.Dump = server.Text("smbios_dump");
-    smbios.Fault = faults.Choice<SmbiosFault>("smbios", {{"none", SmbiosFault_None},
-                                                         {"missing", SmbiosFault_Missing},
-                                                         {"empty", SmbiosFault_Empty},
-                                                         {"read_error", SmbiosFault_ReadError},
-                                                         {"no_anchor", SmbiosFault_NoAnchor},
-                                                         {"false_anchor", SmbiosFault_FalseAnchor},
-                                                         {"misaligned", SmbiosFault_Misaligned},
-                                                         {"zero_address", SmbiosFault_ZeroAddress},
-                                                         {"truncated", SmbiosFault_Truncated},
-                                                         {"unreadable", SmbiosFault_Unreadable}});
+    smbios.Fault = faults.Choice("smbios", Faults());
     return smbios;
+}
+
+std::string FindFaults(SmbiosFault fault)
+{
+    for (const auto& [name, known] : Faults())
+        if (known == fault && fault != SmbiosFault_None) return "smbios=" + name;
+    return "";
 }
 
 }  // namespace sim

@@ -67,4 +67,7 @@ struct SmbiosDescription
 // Reads it from the whole, "rom" and "faults". Throws std::runtime_error with a sentence for the user.
 SmbiosDescription DescribeSmbios(CFields& server, CFields& rom, CFields& faults);
 
+// The fault with its name; empty for none.
+std::string FindFaults(SmbiosFault fault);
+
 }  // namespace sim

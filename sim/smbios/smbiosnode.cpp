@@ -13,7 +13,8 @@ namespace
 class CSmbiosNode : public IDevice
 {
   public:
-    CSmbiosNode(const SmbiosTables& tables, SmbiosFault fault) : m_Fault(fault), m_Position(0)
+    CSmbiosNode(const SmbiosTables& tables, SmbiosFault fault, CCapture& capture)
+        : m_Fault(fault), m_Capture(capture), m_Position(0)
     {
         SMBIOSEntryPoint entry = tables.Entry;
         if (fault == SmbiosFault_NoAnchor) std::memcpy(entry.sAnchorString, "_sm_", 4);
@@ -29,8 +30,10 @@ class CSmbiosNode : public IDevice
 
     ssize_t Read(void* buffer, std::size_t size) override
     {
-        if (m_Fault == SmbiosFault_ReadError) return Errno(EIO);
-        const std::size_t length = std::min(size, m_Region.size() - m_Position);
+        const bool fails = m_Fault == SmbiosFault_ReadError;
+        const std::size_t length = fails ? 0 : std::min(size, m_Region.size() - m_Position);
+        m_Capture.AddNote("smbios read bytes=" + std::to_string(length), FindFaults(m_Fault));
+        if (fails) return Errno(EIO);
         std::copy_n(m_Region.begin() + static_cast<std::ptrdiff_t>(m_Position), length, static_cast<BYTE*>(buffer));
         m_Position += length;
         return static_cast<ssize_t>(length);
@@ -38,19 +41,20 @@ class CSmbiosNode : public IDevice
 
   private:
     SmbiosFault m_Fault;
+    CCapture& m_Capture;
     std::vector<BYTE> m_Region;
     std::size_t m_Position;
 };
 
 }  // namespace
 
-std::unique_ptr<IDevice> OpenSmbiosNode(const SmbiosTables& tables, SmbiosFault fault)
+std::unique_ptr<IDevice> OpenSmbiosNode(const SmbiosTables& tables, SmbiosFault fault, CCapture& capture)
 {
     if (fault == SmbiosFault_Missing) {
         errno = ENOENT;
         return nullptr;
     }
-    return std::make_unique<CSmbiosNode>(tables, fault);
+    return std::make_unique<CSmbiosNode>(tables, fault, capture);
 }
 
 }  // namespace sim

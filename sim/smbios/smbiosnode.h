@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "sim/base/capture.h"
 #include "sim/base/device.h"
 #include "sim/smbios/smbios.h"
 
@@ -10,6 +11,6 @@ namespace sim
 {
 
 // The open device, or null with errno when the server does not have it.
-std::unique_ptr<IDevice> OpenSmbiosNode(const SmbiosTables& tables, SmbiosFault fault);
+std::unique_ptr<IDevice> OpenSmbiosNode(const SmbiosTables& tables, SmbiosFault fault, CCapture& capture);
 
 }  // namespace sim

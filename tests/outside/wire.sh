@@ -79,6 +79,11 @@ systemrom flash.fails_at_table 3 Status is FlashStatus_DeviceError
 systemrom ipmi.silent true Nothing came that could be received
 END
 
+# What has no frames of its own.
+same "channels" "$(frames devicefw zaljournal zaljournal.line | grep -c '^channel')" 2
+run unread unread systemrom --fault smbios=truncated || true
+same "readings" "$(frames unread 'zalsim.fault == "smbios=truncated"' zaljournal.line | sort -u | head -n 1)" "smbios read bytes=31"
+
 # Frames that were cut and damaged make it fail nowhere.
 editcap --seed 1 -E 0.01 "$work/powercontroller.pcapng" "$work/damaged.pcapng"
 editcap -s 40 "$work/damaged.pcapng" "$work/cut.pcapng"
