@@ -87,10 +87,14 @@ ExprErrorType RulePresent(CExprLexer& lexer, CExprParser& parser, CExprValue* re
 
     CChannelInterface* pChannel = static_cast<CChannelInterface*>(context);
     if (!pChannel) return ExprError_Runtime;
-    const BOOL answers = pChannel->I2CTransaction(place.Bus, place.Address, nullptr, 0, nullptr, 0);
-    // The device is absent only where the processor, which asked it, is there.
-    if (!answers && !pChannel->VerifySMIF()) return ExprError_Runtime;
-    result->SetInteger(answers);
+    const auto answers = [&] { return pChannel->I2CTransaction(place.Bus, place.Address, nullptr, 0, nullptr, 0); };
+    BOOL present = answers();
+    if (!present) {
+        // The device is absent only where the processor, which asks it, is there; one reply may have been lost.
+        if (!pChannel->VerifySMIF()) return ExprError_Runtime;
+        present = answers();
+    }
+    result->SetInteger(present);
     return ExprError_None;
 }
 

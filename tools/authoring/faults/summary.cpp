@@ -26,13 +26,18 @@ bool IsSmaller(const std::string& one, const std::string& other)
     return one.size() != other.size() ? one.size() < other.size() : one < other;
 }
 
+std::string Times(int count)
+{
+    return count == 1 ? "once" : std::to_string(count) + " times";
+}
+
 // "incomplete (7) 2 times; runs old (7) once".
 std::string ToText(const std::map<std::string, int>& outcomes)
 {
     std::string text;
     for (const auto& [outcome, count] : outcomes) {
         text += (text.empty() ? "" : "; ") + outcome;
-        if (outcomes.size() > 1) text += count == 1 ? " once" : " " + std::to_string(count) + " times";
+        if (outcomes.size() > 1) text += " " + Times(count);
     }
     return text;
 }
@@ -130,8 +135,9 @@ void CSummary::PrintTables(std::FILE* pFile) const
 void CSummary::PrintViolations(std::FILE* pFile) const
 {
     for (const auto& [key, broken] : m_Broken)
-        std::fprintf(pFile, "%s: %s, %d times (%s); the smallest fault that shows it:\n  %s%s\n", key.first.c_str(),
-                     broken.Text.c_str(), broken.Count, key.second.c_str(), m_Command.c_str(), broken.Options.c_str());
+        std::fprintf(pFile, "%s: %s, %s (%s); the smallest fault that shows it:\n  %s%s\n", key.first.c_str(),
+                     broken.Text.c_str(), Times(broken.Count).c_str(), key.second.c_str(), m_Command.c_str(),
+                     broken.Options.c_str());
 }
 
 std::string CSummary::Figures() const
