@@ -60,6 +60,7 @@ void Finish(CTrial& trial, std::vector<RunResult>& runs)
 std::vector<RunResult> RunTrial(CTrial& trial, const std::vector<Fault>& faults)
 {
     std::vector<RunResult> runs;
+    runs.reserve(faults.size() + 2);
     for (const Fault& fault : faults) runs.push_back(trial.Run(fault));
     Finish(trial, runs);
     return runs;
@@ -70,7 +71,8 @@ std::string Fingerprint(const DeviceState& state)
 {
     std::uint64_t number = 0xCBF29CE484222325;
     for (const auto& [file, bytes] : state)
-        for (const char c : file + '\n' + bytes) number = (number ^ static_cast<std::uint8_t>(c)) * 0x100000001B3;
+        for (const std::string* pText : {&file, &bytes})
+            for (const char c : *pText) number = (number ^ static_cast<std::uint8_t>(c)) * 0x100000001B3;
     return std::to_string(number);
 }
 

@@ -174,6 +174,7 @@ std::vector<Fault> Sample(const std::vector<Fault>& faults)
         for (const std::size_t place : {std::size_t{0}, std::size_t{1}, all.size() / 2, all.size() - 2, all.size() - 1})
             if (place < all.size()) chosen.insert(all[place]);
     std::vector<Fault> sample;
+    sample.reserve(chosen.size());
     for (const std::size_t i : chosen) sample.push_back(faults[i]);
     return sample;
 }

@@ -117,7 +117,7 @@ std::vector<Step> CTrial::LookAhead()
     const fs::path saved = m_Folder / "saved";
     const DeviceState state = m_State;
     fs::copy(m_Server, saved, fs::copy_options::recursive);
-    const std::vector<Step> steps = Run({}).Steps;
+    std::vector<Step> steps = Run({}).Steps;
     fs::remove_all(m_Server);
     fs::rename(saved, m_Server);
     m_State = state;
