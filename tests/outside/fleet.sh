@@ -21,7 +21,7 @@ ansible-doc -t role flashlib.fleet.firmware >output 2>&1 && grep -q flashlib_dra
 update() {
     status=0
     FLASHLIB_REPORTS="$1" ansible-playbook flashlib.fleet.update -e flashlib_serial=18 \
-        -e flashlib_max_fail_percentage=25 -e flashlib_answer_timeout=15 >output 2>&1 </dev/null || status=$?
+        -e flashlib_max_fail_percentage=25 >output 2>&1 </dev/null || status=$?
     [ "$status" = "$2" ] || fail "$1: the update ended with status $status"
 }
 

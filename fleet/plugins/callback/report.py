@@ -1,4 +1,5 @@
 """Keeps what a run does to the firmware of each host, and writes the report of it at the end."""
+import atexit
 import os
 import time
 
@@ -41,6 +42,8 @@ class CallbackModule(CallbackBase):
         super().__init__(*arguments, **options)
         self.run = None
         self.plays = []
+        self.process = os.getpid()
+        atexit.register(self._stopped)  # Ctrl-C ends a playbook without a word to callbacks
 
     def v2_playbook_on_start(self, playbook):
         self.plays = playbook.get_plays()
@@ -90,7 +93,14 @@ class CallbackModule(CallbackBase):
     def v2_playbook_on_stats(self, stats):
         failed = [host for host in stats.processed
                   if stats.summarize(host)['failures'] or stats.summarize(host)['unreachable']]
-        told = self.run.end(failed, time.time())
+        self._write(failed)
+
+    def _stopped(self):
+        if self.run and os.getpid() == self.process:
+            self._write(self.run.stop())
+
+    def _write(self, failed):
+        told, self.run = self.run.end(failed, time.time()), None
         path = report.write(told, self.get_option('folder'))
         for line in report.summary(told):
             self._display.display(line)

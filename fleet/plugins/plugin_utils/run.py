@@ -65,6 +65,13 @@ class Run:
         host = self._hosts[name]
         host['message'], host['unreachable'] = message.strip(), host['unreachable'] or unreachable
 
+    def stop(self):
+        """The run was stopped: it is not known how far the servers of the last batch are. Returns those that failed."""
+        for name in self._batches[-1]['hosts'] if self._batches else []:
+            if not self._hosts[name]['message']:
+                self.fail(name, 'The run was stopped in the middle of this batch. Run it again.')
+        return [name for name, host in self._hosts.items() if host['message']]
+
     def add_packages(self, name, told, check):
         """What the module firmware has told of a host."""
         host = self._hosts[name]
