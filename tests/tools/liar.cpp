@@ -68,7 +68,7 @@ bool WriteAll(CChannelInterface& channel)
 
 int Fail(CChannelInterface& channel)
 {
-    if (LiesAbout("ends")) raise(SIGSEGV);
+    if (LiesAbout("ends")) raise(SIGKILL);
     if (LiesAbout("reports")) return 7;
     if (LiesAbout("writes")) channel.WriteGPO(0, 1);
     if (LiesAbout("gives-back")) static_cast<void>(open("/dev/zero", O_RDONLY));

@@ -48,10 +48,3 @@ TEST_F(Zalfaults, FindsEachLieByTheRuleThatItBreaks)
         EXPECT_NE(std::string::npos, m_Output.find("\n" + std::string(rule) + ": ")) << rule << m_Output;
     }
 }
-
-TEST_F(Zalfaults, FindsAnInstallerThatWritesItsVersionFirst)
-{
-    m_Folder.Write("liar/lie", "current");
-    EXPECT_EQ(1, Run("")) << m_Output;
-    EXPECT_NE(std::string::npos, m_Output.find("\ncurrent: the next run takes the device for 2")) << m_Output;
-}
