@@ -16,6 +16,8 @@ class CTestImage : public CFwImage
   public:
     explicit CTestImage(const std::vector<std::uint8_t>& bytes) : m_Bytes(bytes)
     {
+        EXPECT_EQ(0, GetImageSize());
+        EXPECT_EQ(nullptr, GetImageBuffer());
         m_sImageId = "P70";
         m_ImageVersion.Parse("2.40 (03/15/2021)");
         m_pImageBuffer = m_Bytes.data();

@@ -94,12 +94,13 @@ TEST(Str, ReadsAndWritesInsideOnly)
         s.SetAt(index, 'x');
     }
     s.SetAt(1, 'B');
-    EXPECT_STREQ("aBc", s);
+    s.SetAt(2, 'C');
+    EXPECT_STREQ("aBC", s);
     s.SetAt(1, '\0');
     EXPECT_EQ(3, s.GetLength());
     const CStr copy(s);
-    EXPECT_EQ('c', copy[2]);
-    EXPECT_STREQ("ac", copy.Left(3));
+    EXPECT_EQ('C', copy[2]);
+    EXPECT_STREQ("aC", copy.Left(3));
     EXPECT_EQ(1, copy.Mid(1).GetLength());
 }
 
