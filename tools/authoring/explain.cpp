@@ -79,7 +79,7 @@ class CExplainer
             const std::string operand = Binary(level + 1);
             const char* pszOperator = m_bValid ? TakeOperator(level) : nullptr;
             if (!pszOperator) return text + operand + closing;
-            text += "(" + operand + " " + pszOperator + " ";
+            text.append("(").append(operand).append(" ").append(pszOperator).append(" ");
             closing += ")";
         }
     }

@@ -20,6 +20,7 @@ const DeployStatus StateStatus[] = {DeployStatus_Well, DeployStatus_NotAllowed, 
 std::string ChecksText(const CScreen& screen, const std::vector<Check>& checks)
 {
     std::vector<Row> rows;
+    rows.reserve(checks.size());
     for (const Check& check : checks)
         rows.push_back({{check.Name, StateNames[check.State], check.Found},
                         check.Reason + (check.Remedy.empty() ? "" : " ") + check.Remedy,

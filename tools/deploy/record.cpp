@@ -56,6 +56,7 @@ Json PartsJson(const std::vector<RecordedPart>& parts)
 std::string PartsText(const CScreen& screen, const std::vector<RecordedPart>& parts)
 {
     std::vector<Row> rows;
+    rows.reserve(parts.size());
     for (const RecordedPart& part : parts)
         rows.push_back({{part.Name, part.Problem.empty() ? part.Found : "not recorded"},
                         part.Problem,
