@@ -78,7 +78,7 @@ class CExplainer
         for (;;) {
             const std::string operand = Binary(level + 1);
             const char* pszOperator = m_bValid ? TakeOperator(level) : nullptr;
-            if (!pszOperator) return text + operand + closing;
+            if (!pszOperator) return text.append(operand).append(closing);
             text.append("(").append(operand).append(" ").append(pszOperator).append(" ");
             closing += ")";
         }
