@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include <charconv>
-
 #include "host/progress.h"
 
 namespace
@@ -14,13 +12,6 @@ const int MaxHandlerLength = 15;
 const int PollSeconds = 1;
 const int MaxLostReplies = 3;
 const int BusyLimitSeconds = 600;
-
-bool ReadByte(const CStr& text, UINT8& value)
-{
-    const char* pEnd = text.GetAnsiString() + text.GetLength();
-    const std::from_chars_result parsed = std::from_chars(text.GetAnsiString(), pEnd, value);
-    return parsed.ec == std::errc() && parsed.ptr == pEnd;
-}
 
 }  // namespace
 
@@ -39,7 +30,7 @@ CStr CDeviceFirmware::ReadSettings()
         return "The settings name no device that this installer knows: Kind must be tamberline or nvme_backplane.";
     if (m_sHandler.IsEmpty() || m_sHandler.GetLength() > MaxHandlerLength)
         return "The settings name no usable handler: Handler must have 1 to 15 characters.";
-    if (m_bBackplane && !ReadByte(Setting("Device", "Type"), m_Type))
+    if (m_bBackplane && !ReadSetting("Device", "Type", m_Type))
         return "The settings name no type of NVMe backplane: Type must be a number from 0 to 255.";
     return "";
 }

@@ -1,5 +1,6 @@
 #include "firmwarecomponent.h"
 
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <initializer_list>
@@ -207,6 +208,14 @@ void CFirmwareComponent::SetVersionFormat(const char* format, BOOL usesRevision)
 CStr CFirmwareComponent::Setting(const char* section, const char* key) const
 {
     return m_pSettings->GetKeyValue(section, key);
+}
+
+BOOL CFirmwareComponent::ReadSetting(const char* section, const char* key, UINT8& value) const
+{
+    const CStr text = Setting(section, key);
+    const char* pEnd = text.GetAnsiString() + text.GetLength();
+    const std::from_chars_result parsed = std::from_chars(text.GetAnsiString(), pEnd, value);
+    return parsed.ec == std::errc() && parsed.ptr == pEnd;
 }
 
 CChannelInterface& CFirmwareComponent::Channel()

@@ -135,6 +135,9 @@ class CFirmwareComponent : public CComponent
     // Value of a setting; empty where there is none.
     CStr Setting(const char* section, const char* key) const;
 
+    // Reads one that is a number from 0 to 255; FALSE for any other.
+    BOOL ReadSetting(const char* section, const char* key, UINT8& value) const;
+
     // The channel to the management processor, opened on first use.
     CChannelInterface& Channel();
 

@@ -1,7 +1,6 @@
 #include "powercontroller.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <string>
 
 #include "host/progress.h"
@@ -52,14 +51,17 @@ CPowerController::CPowerController() : CFirmwareComponent(Needs_Channel, "microc
 CStr CPowerController::ReadSettings()
 {
     m_Wanted = FamilyType(Setting("Device", "Family"));
-    return m_Wanted != ControllerType_Unknown ? "" : "The settings name no family of power controllers.";
+    if (m_Wanted == ControllerType_Unknown) return "The settings name no family of power controllers.";
+    if (!ReadSetting("Device", "Bus", m_Bus) || !ReadSetting("Device", "Address", m_Address))
+        return "The settings do not say where the power controller is: Bus and Address must be numbers from 0 to 255.";
+    return "";
 }
 
 BOOL CPowerController::FindDevice()
 {
     m_pMicro = std::make_unique<CPowerMicro>(&Channel());
-    m_pMicro->SetBus(std::atoi(Setting("Device", "Bus")));
-    m_pMicro->SetAddress(std::atoi(Setting("Device", "Address")));
+    m_pMicro->SetBus(m_Bus);
+    m_pMicro->SetAddress(m_Address);
     if (!ReadCurrentVersion() || !Identify()) return FALSE;
     m_Discovery.sDeviceId = FamilyName(m_pMicro->GetControllerType());
     return TRUE;

@@ -36,6 +36,8 @@ class CPowerController : public CFirmwareComponent
     BOOL Upload(PLOGFN logger);
 
     PowerControllerType m_Wanted = ControllerType_Unknown;
+    UINT8 m_Bus = 0;
+    UINT8 m_Address = 0;
     std::unique_ptr<CPowerMicro> m_pMicro;  // null without a channel
     std::vector<HexPiece> m_Records;        // of the image, up to its end record
     BOOL m_bStateSaved = FALSE;

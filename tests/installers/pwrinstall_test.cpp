@@ -97,6 +97,9 @@ TEST_F(PowerControllerInstall, RefusesMicrocodeThatIsNotWholeBeforeAnythingIsTou
     Edit("settings.ini", "Family = Zephyra", "Family = Nobody");
     EXPECT_TRUE(Ends(7, "The settings name no family of power controllers."));
     Restore("settings.ini");
+    Edit("settings.ini", "Bus = 3", "Bus = 3a");
+    EXPECT_TRUE(Ends(7, "The settings do not say where the power controller is"));
+    Restore("settings.ini");
 
     const std::string whole = ReadFile(m_Package.Path() / "zephyra_2.1.hex");
     m_Package.Write("zephyra_2.1.hex", whole.substr(1));
