@@ -18,6 +18,7 @@
 #include "tools/deploy/nodes.h"
 #include "tools/deploy/serverview.h"
 #include "tools/deploy/smbiostable.h"
+#include "tools/deploy/tamberline.h"
 #include "zalph.h"
 
 namespace
@@ -311,23 +312,18 @@ void CRecorder::RecordPowerController(CChannelInterface& channel, Json& processo
 
 void CRecorder::RecordTamberline(CChannelInterface& channel, Json& processor)
 {
-    UINT8 family = 0;
-    int major = 0;
-    int minor = 0;
-    int pass = 0;
-    int loaderMajor = 0;
-    int loaderMinor = 0;
-    if (!channel.GetTamberlineFamily(&family) || !channel.GetTamberlineVersion(&major, &minor, &pass) ||
-        !channel.GetTamberlineBootloaderVersion(&loaderMajor, &loaderMinor))
-        return Found("Tamberline controller", "none");
-    Json& controller = processor["tamberline"] = {{"version", Version(major, minor, pass)},
-                                                  {"loader_version", Version(loaderMajor, loaderMinor, 0)},
-                                                  {"family", family}};
+    const std::optional<TamberlineFirmware> firmware = ReadTamberline(channel);
+    if (!firmware) return Found("Tamberline controller", "none");
+    const std::string version = Version(firmware->Major, firmware->Minor, firmware->Pass);
+    Json& controller =
+        processor["tamberline"] = {{"version", version},
+                                   {"loader_version", Version(firmware->LoaderMajor, firmware->LoaderMinor, 0)},
+                                   {"family", firmware->Family}};
     const char* const handler = CChannelInterface::DeviceHandler_TMBR;
     const int status = channel.QueryDeviceFlashStatus(handler);
     if (status == DeviceFlashStatus_OK || status == DeviceFlashStatus_Busy)
         controller["flash"] = {{"handler", handler}, {"size", MaxDeviceSize}};
-    Found("Tamberline controller", Version(major, minor, pass));
+    Found("Tamberline controller", version);
 }
 
 void CRecorder::RecordBackplanes(CChannelInterface& channel, Json& processor)

@@ -12,6 +12,7 @@
 #include "support/printable.h"
 #include "tools/deploy/nodes.h"
 #include "tools/deploy/table.h"
+#include "tools/deploy/tamberline.h"
 #include "zalph.h"
 
 namespace
@@ -141,19 +142,18 @@ Json ReadBackplanes(CChannelInterface& channel)
 Json ReadControllers(CChannelInterface& channel)
 {
     Json controllers = Json::array();
+    if (const std::optional<TamberlineFirmware> found = ReadTamberline(channel)) {
+        const bool bootLoader = found->Major == 0 && found->Minor == 0;
+        controllers.push_back(
+            {{"name", "Tamberline controller"},
+             {"version", bootLoader ? IncompleteVersion : Format("%d.%d.%d", found->Major, found->Minor, found->Pass)},
+             {"family", found->Family},
+             {"boot_loader", Format("%d.%d", found->LoaderMajor, found->LoaderMinor)}});
+    }
     int major = 0;
     int minor = 0;
     int pass = 0;
-    int loaderMajor = 0;
-    int loaderMinor = 0;
     UINT8 kind = 0;
-    if (channel.GetTamberlineFamily(&kind) && channel.GetTamberlineVersion(&major, &minor, &pass) &&
-        channel.GetTamberlineBootloaderVersion(&loaderMajor, &loaderMinor))
-        controllers.push_back(
-            {{"name", "Tamberline controller"},
-             {"version", major == 0 && minor == 0 ? IncompleteVersion : Format("%d.%d.%d", major, minor, pass)},
-             {"family", kind},
-             {"boot_loader", Format("%d.%d", loaderMajor, loaderMinor)}});
     BOOL bootLoader = FALSE;
     if (channel.GetPowerPICType(&kind) && channel.GetPowerPICVersion(&major, &minor, &pass, &bootLoader))
         controllers.push_back({{"name", "Power controller"},
