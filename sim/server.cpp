@@ -84,7 +84,7 @@ CServer::CServer(const std::filesystem::path& folder, const RunOptions& options)
     m_Smbios = MakeSmbios();
     const SMBIOS_RESERVED_BUFFER buffer = FindFlashBuffer(m_Smbios);
     m_FlashPart.SetBuffer(static_cast<DWORD>(buffer.Address), buffer.Size);
-    m_Memory.Map(BiosAreaAddress, m_FlashPart.GetRunning().BiosArea);
+    m_Memory.Map(BiosAreaAddress, [this]() -> const CMemory::Bytes& { return m_FlashPart.GetRunning().BiosArea; });
     m_Memory.Map(SmbiosAddress, m_Smbios.Table);
 }
 
@@ -95,7 +95,7 @@ SmbiosTables CServer::MakeSmbios() const
     std::optional<PowerPicFirmware> powerPic;
     if (const PowerPicDescription* pPowerPic = m_pProcessor ? m_pProcessor->GetPowerPicDescription() : nullptr)
         powerPic = {pPowerPic->Version, pPowerPic->BootLoader};
-    return BuildSmbios(smbios, m_FlashPart.GetRunning().Rom, powerPic, SmbiosAddress);
+    return BuildSmbios(smbios, m_FlashPart.GetRunningRom(), powerPic, SmbiosAddress);
 }
 
 bool CServer::OwnsPath(const std::string& path)

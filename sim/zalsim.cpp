@@ -147,7 +147,8 @@ int ParseAndRun(int argc, char** argv)
         ->allow_extra_args(false);
     app.add_option("--journal", journal, "Write what is done to the server there, not to journal.log in its folder");
     app.add_option("--capture", capture, "Add what goes over the server's wires to that pcapng file, for Wireshark");
-    app.add_option("--steps", steps, "Add a line for each step of the run to that file: its number, kind and name");
+    app.add_option("--steps", steps,
+                   "Add a line for each step of the run to that file: its number, kind, size and name");
     app.add_option("--kill-at", killAt, "Kill the installer behind the step with that number; the server goes on")
         ->check(CLI::PositiveNumber);
     auto* pRealTime = app.add_flag("--real-time", realTime, "Let sleeps take their time");

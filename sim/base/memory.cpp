@@ -6,9 +6,14 @@
 namespace sim
 {
 
-void CMemory::Map(std::uint32_t address, std::vector<std::uint8_t> bytes)
+void CMemory::Map(std::uint32_t address, Bytes bytes)
 {
-    m_Regions.insert(m_Regions.begin(), {address, std::move(bytes)});
+    Map(address, [bytes = std::move(bytes)]() -> const Bytes& { return bytes; });
+}
+
+void CMemory::Map(std::uint32_t address, std::function<const Bytes&()> contents)
+{
+    m_Regions.insert(m_Regions.begin(), {address, std::move(contents)});
 }
 
 bool CMemory::Read(std::uint32_t address, void* buffer, std::size_t size) const
@@ -16,8 +21,9 @@ bool CMemory::Read(std::uint32_t address, void* buffer, std::size_t size) const
     for (const Region& region : m_Regions) {
         if (address < region.Address) continue;
         const std::size_t offset = address - region.Address;
-        if (offset > region.Bytes.size() || size > region.Bytes.size() - offset) continue;
-        std::memcpy(buffer, region.Bytes.data() + offset, size);
+        const Bytes& bytes = region.Contents();
+        if (offset > bytes.size() || size > bytes.size() - offset) continue;
+        std::memcpy(buffer, bytes.data() + offset, size);
         return true;
     }
     return false;

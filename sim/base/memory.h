@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 namespace sim
@@ -11,8 +12,13 @@ namespace sim
 class CMemory
 {
   public:
+    using Bytes = std::vector<std::uint8_t>;
+
     // Gives a range of addresses contents, ahead of what was there.
-    void Map(std::uint32_t address, std::vector<std::uint8_t> bytes);
+    void Map(std::uint32_t address, Bytes bytes);
+
+    // The same, for contents that are asked for at each read, and live as long as this is used.
+    void Map(std::uint32_t address, std::function<const Bytes&()> contents);
 
     // Copies size bytes at a physical address; false when not all of them are there.
     bool Read(std::uint32_t address, void* buffer, std::size_t size) const;
@@ -21,7 +27,7 @@ class CMemory
     struct Region
     {
         std::uint32_t Address;
-        std::vector<std::uint8_t> Bytes;
+        std::function<const Bytes&()> Contents;
     };
 
     std::vector<Region> m_Regions;

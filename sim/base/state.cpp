@@ -124,8 +124,8 @@ void CStateFile::WriteObject(const Json& object)
 
 void CStateFile::Append(std::string_view bytes)
 {
-    CStep step(m_Folder.GetSteps(), "append", Name());
-    if (step.IsCut()) bytes = bytes.substr(0, bytes.size() / 2);
+    CStep step(m_Folder.GetSteps(), "append", Name(), bytes.size());
+    bytes = bytes.substr(0, step.GetDone());
     const CDescriptor file(open(m_Path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0666));
     if (file.Get() < 0 || !WriteAll(file.Get(), bytes)) {
         const std::string why = std::strerror(errno);

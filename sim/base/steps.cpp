@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -26,12 +27,14 @@ StepFaults DescribeStepFaults(CFields& faults)
     static const char szKey[] = "power_lost_at_step";
     const Json* pFault = faults.Find(szKey);
     if (!pFault) return {};
-    if (!pFault->is_object()) return {faults.Numeric(szKey, 0), Moment_Before};
+    if (!pFault->is_object()) return {faults.Numeric(szKey, 0), Moment_Before, std::nullopt};
     return faults.Object(szKey, [](CFields& members) -> StepFaults {
-        return {members.Numeric("step", 1), members.Choice<Moment>("when", {{"none", Moment_Before},
-                                                                            {"before", Moment_Before},
-                                                                            {"middle", Moment_Middle},
-                                                                            {"after", Moment_After}})};
+        const int step = members.Numeric("step", 1);
+        if (members.Find("bytes")) return {step, Moment_Middle, members.Numeric<std::size_t>("bytes", 0)};
+        const Moment when = members.Choice<Moment>(
+            "when",
+            {{"none", Moment_Before}, {"before", Moment_Before}, {"middle", Moment_Middle}, {"after", Moment_After}});
+        return {step, when, std::nullopt};
     });
 }
 
@@ -46,10 +49,11 @@ void CSteps::Begin(const StepFaults& faults, const RunOptions& options, CJournal
         throw std::runtime_error("Can't write the steps to " + options.Steps.string() + ": " + std::strerror(errno));
 }
 
-int CSteps::Count(const char* kind, const std::string& name)
+int CSteps::Count(const char* kind, const std::string& name, std::size_t size)
 {
     const int step = ++m_Count;
-    if (m_File.Get() >= 0) WriteAll(m_File.Get(), std::to_string(step) + " " + kind + " " + name + "\n");
+    if (m_File.Get() >= 0)
+        WriteAll(m_File.Get(), std::to_string(step) + " " + kind + " " + std::to_string(size) + " " + name + "\n");
     return step;
 }
 
@@ -74,15 +78,16 @@ void CSteps::KillProgram(int step)
     for (;;) pause();  // the signal may come a moment later
 }
 
-CStep::CStep(CSteps& steps, const char* kind, const std::string& name, std::function<void()> keep)
-    : m_Steps(steps), m_Keep(std::move(keep)), m_Number(m_Steps.Count(kind, name))
+CStep::CStep(CSteps& steps, const char* kind, const std::string& name, std::size_t size, std::function<void()> keep)
+    : m_Steps(steps), m_Keep(std::move(keep)), m_Size(size), m_Number(m_Steps.Count(kind, name, size))
 {
     LosePower(Moment_Before);
 }
 
-bool CStep::IsCut() const
+std::size_t CStep::GetDone() const
 {
-    return m_Steps.LosesPower(m_Number, Moment_Middle);
+    if (!m_Steps.LosesPower(m_Number, Moment_Middle)) return m_Size;
+    return std::min(m_Size, m_Steps.m_Faults.Bytes.value_or(m_Size / 2));
 }
 
 void CStep::End()

@@ -3,7 +3,9 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -26,10 +28,11 @@ struct StepFaults
 {
     int PowerLost = 0;  // power goes at the step with that number; 0: at none
     Moment When = Moment_Before;
+    std::optional<std::size_t> Bytes;  // that are written by then, in the middle; none: half of them
 };
 
-// Reads "power_lost_at_step" in "faults": the number of a step, or an object with that ("step") and "when". Throws
-// std::runtime_error with a sentence for the user.
+// Reads "power_lost_at_step" in "faults": the number of a step, or an object with that ("step") and "when", or the
+// "bytes" that are written by then. Throws std::runtime_error with a sentence for the user.
 StepFaults DescribeStepFaults(CFields& faults);
 
 class CSteps
@@ -40,14 +43,14 @@ class CSteps
     CSteps(const CSteps&) = delete;
     CSteps& operator=(const CSteps&) = delete;
 
-    // Has the faults from here on, and those of the run options; adds a line "NUMBER KIND NAME" for each step to the
-    // file that these name. The journal lives as long as this is used.
+    // Has the faults from here on, and those of the run options; adds a line "NUMBER KIND SIZE NAME" for each step to
+    // the file that these name. The journal lives as long as this is used.
     void Begin(const StepFaults& faults, const RunOptions& options, CJournal& journal);
 
   private:
     friend class CStep;
 
-    int Count(const char* kind, const std::string& name);
+    int Count(const char* kind, const std::string& name, std::size_t size);
     bool LosesPower(int step, Moment moment) const;
     void LosePower(int step, Moment moment);
     void KillProgram(int step);
@@ -62,19 +65,20 @@ class CSteps
 
 // A step, which whoever does it counts here:
 //
-//     CStep step(folder.GetSteps(), "append", "TMBR.fw");
-//     ...  // the step; where step.IsCut(), its first half
+//     CStep step(folder.GetSteps(), "append", "TMBR.fw", bytes.size());
+//     ...  // the step; of its bytes, the first step.GetDone()
 //     step.End();
 //
 // Power goes in the constructor or in End. keep is called before: it writes down what a device holds so far.
 class CStep
 {
   public:
-    CStep(CSteps& steps, const char* kind, const std::string& name, std::function<void()> keep = nullptr);
+    CStep(CSteps& steps, const char* kind, const std::string& name, std::size_t size = 0,
+          std::function<void()> keep = nullptr);
     CStep(const CStep&) = delete;
     CStep& operator=(const CStep&) = delete;
 
-    bool IsCut() const;
+    std::size_t GetDone() const;
     void End();
 
   private:
@@ -82,6 +86,7 @@ class CStep
 
     CSteps& m_Steps;
     std::function<void()> m_Keep;
+    std::size_t m_Size;
     int m_Number;
 };
 

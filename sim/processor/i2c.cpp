@@ -81,9 +81,9 @@ bool CI2CBuses::Transfer(int bus, int address, const I2CDevice::Bytes& write, I2
     if (device != m_Devices.end()) {
         const bool checked = !read.empty() && device->second->HasChecksum();
         CStep step(m_Folder.GetSteps(), checked ? "i2c-checked" : "i2c",
-                   std::to_string(bus) + "-" + std::to_string(address));
-        const I2CDevice::Bytes half(write.begin(), write.begin() + static_cast<std::ptrdiff_t>(write.size() / 2));
-        done = Acknowledges(*device->second, step.IsCut() ? half : write, read);
+                   std::to_string(bus) + "-" + std::to_string(address), write.size());
+        const I2CDevice::Bytes sent(write.begin(), write.begin() + static_cast<std::ptrdiff_t>(step.GetDone()));
+        done = Acknowledges(*device->second, sent, read);
         step.End();
     }
     m_Capture.AddReply(Wire_I2C, 0, done ? 0 : 1, read.data(), done ? read.size() : 0);

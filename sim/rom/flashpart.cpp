@@ -51,13 +51,22 @@ CFlashPart::CFlashPart(const FlashPartDescription& description, CServerFolder& f
       m_BufferSize(0),
       m_bSetUp(false)
 {
+    // To build a whole part takes longer than most programs run, and few look at it.
+    const bool built = !m_File.Exists() && m_Description.Area.empty();
+    m_RunningRom = built ? Start(Shipped(BiosAreaSize)).Rom : GetRunning().Rom;
+}
+
+const StartedRom& CFlashPart::GetRunning()
+{
     const CServerFolder::Lock lock(m_Folder);
+    if (m_Running) return *m_Running;
     Load();
     std::optional<std::string> running;
     if (m_File.Exists()) m_RunningFile.Refresh(running);
     m_Running = Start(running ? ToPart(m_RunningFile, *running) : m_Bytes);
     if (!m_Description.Faults.NoTable)
-        m_Table.assign(m_Running.BiosArea.begin(), m_Running.BiosArea.begin() + TableSize);
+        m_Table.assign(m_Running->BiosArea.begin(), m_Running->BiosArea.begin() + TableSize);
+    return *m_Running;
 }
 
 // What a server does with a part when it is started.
@@ -66,7 +75,7 @@ StartedRom CFlashPart::Start(const Bytes& part) const
     const std::string& family = m_Description.Rom.Family;
     StartedRom started = {Bytes(part.end() - BiosAreaSize, part.end()), std::nullopt, m_Description.Rom, false};
     started.Header = FindRomHeader(started.BiosArea);
-    const bool whole = IsWholeRomImage(part) || (!m_Description.Area.empty() && part == Shipped());
+    const bool whole = IsWholeRomImage(part) || (!m_Description.Area.empty() && part == Shipped(part.size()));
     if (!family.empty() && !(started.Header && whole)) {
         started.BootBlock = true;
         started.BiosArea = BuildRomImage({family, "", "", "BOOT BLOCK"}, BiosAreaSize);
@@ -88,15 +97,15 @@ void CFlashPart::Load()
 {
     std::optional<std::string> bytes;
     if (!m_File.Refresh(bytes)) return;
-    m_Bytes = bytes ? ToPart(m_File, *bytes) : Shipped();
+    m_Bytes = bytes ? ToPart(m_File, *bytes) : Shipped(m_Description.Size);
 }
 
 // Of a part that was recorded, nothing but the last bytes is known.
-Bytes CFlashPart::Shipped() const
+Bytes CFlashPart::Shipped(std::size_t size) const
 {
     const RomDescription& shipped = m_Description.Rom;
-    if (!shipped.Family.empty() && m_Description.Area.empty()) return BuildRomImage(shipped, m_Description.Size);
-    Bytes part(m_Description.Size, 0xFF);
+    if (!shipped.Family.empty() && m_Description.Area.empty()) return BuildRomImage(shipped, size);
+    Bytes part(size, 0xFF);
     if (m_Description.Area.empty()) return part;
     const std::string area = ReadWholeFile(m_Description.Area, BiosAreaSize);
     if (area.size() != BiosAreaSize)
@@ -117,10 +126,10 @@ void CFlashPart::SetBuffer(DWORD address, DWORD size)
     m_BufferSize = size;
 }
 
-bool CFlashPart::IsSelected() const
+bool CFlashPart::IsSelected()
 {
     const auto& names = m_Description.Tables;
-    return m_Running.Header && std::find(names.begin(), names.end(), m_Selected) != names.end();
+    return GetRunning().Header && std::find(names.begin(), names.end(), m_Selected) != names.end();
 }
 
 void CFlashPart::Record(FlashOperation operation, Direction direction, DWORD status, const void* bytes,
@@ -135,14 +144,14 @@ void CFlashPart::Select(const std::string& name)
     Record(FlashOperation_Select, Direction_Request, 0, name.data(), name.size());
 }
 
-TABLE_QUERY_RESULT CFlashPart::Query() const
+TABLE_QUERY_RESULT CFlashPart::Query()
 {
     const TABLE_QUERY_RESULT result = Find();
     Record(FlashOperation_Query, Direction_Reply, 0, &result, sizeof result);
     return result;
 }
 
-TABLE_QUERY_RESULT CFlashPart::Find() const
+TABLE_QUERY_RESULT CFlashPart::Find()
 {
     if (!IsSelected()) return {};
     if (m_Description.Faults.NoTable) m_Journal.GetCapture().NoteFault("flash.no_table");
@@ -153,21 +162,21 @@ TABLE_QUERY_RESULT CFlashPart::Find() const
         m_Journal.GetCapture().NoteFault("flash.no_header");
         return result;
     }
-    result.HeaderAddr = static_cast<DWORD>(BiosAreaAddress + m_Running.Header->Offset);
-    result.HeaderSize = static_cast<DWORD>(m_Running.Header->Size);
+    result.HeaderAddr = static_cast<DWORD>(BiosAreaAddress + m_Running->Header->Offset);
+    result.HeaderSize = static_cast<DWORD>(m_Running->Header->Size);
     return result;
 }
 
-bool CFlashPart::ReadHeader(void* buffer) const
+bool CFlashPart::ReadHeader(void* buffer)
 {
     if (!buffer || !IsSelected()) return false;
     const DWORD size = Find().HeaderSize;
-    std::memcpy(buffer, m_Running.BiosArea.data() + m_Running.Header->Offset, size);
+    std::memcpy(buffer, m_Running->BiosArea.data() + m_Running->Header->Offset, size);
     Record(FlashOperation_ReadHeader, Direction_Reply, 0, buffer, size);
     return true;
 }
 
-bool CFlashPart::ReadTable(void* buffer) const
+bool CFlashPart::ReadTable(void* buffer)
 {
     if (!buffer || !IsSelected()) return false;
     std::copy(m_Table.begin(), m_Table.end(), static_cast<std::uint8_t*>(buffer));
@@ -202,12 +211,13 @@ void CFlashPart::CorruptNvram()
 void CFlashPart::Execute(TABLE_EXEC_REQUEST& request)
 {
     const CServerFolder::Lock lock(m_Folder);
+    GetRunning();  // before it is changed
     Load();
     const char* pszName = request.TableNumber <= FlashTable_OsCleanup ? szTableNames[request.TableNumber] : "unknown";
     m_Journal.Write("flash start table=%u name=%s size=%u sps=%d", request.TableNumber, pszName, request.BufferSize,
                     request.IsSpsFlash);
     Record(FlashOperation_Execute, Direction_Request, 0, &request, sizeof request);
-    CStep step(m_Folder.GetSteps(), "table", pszName, [this] { Save(); });
+    CStep step(m_Folder.GetSteps(), "table", pszName, 0, [this] { Save(); });
     request.Status = Run(request);
     Save();
     step.End();
@@ -284,10 +294,9 @@ void CFlashPart::WriteBlock(std::size_t offset, const std::uint8_t* bytes)
 {
     // Whoever finds the part changed finds, too, what runs: it is written first, and counts while there is a rom.bin.
     if (!m_bChanged && !(m_File.Exists() && m_RunningFile.Exists())) m_RunningFile.Write(AsText(m_Bytes));
-    CStep step(m_Folder.GetSteps(), "block", std::to_string(offset / BlockSize), [this] { Save(); });
+    CStep step(m_Folder.GetSteps(), "block", std::to_string(offset / BlockSize), BlockSize, [this] { Save(); });
     m_bChanged = true;
-    const std::size_t size = step.IsCut() ? BlockSize / 2 : BlockSize;
-    std::copy_n(bytes, size, m_Bytes.begin() + static_cast<std::ptrdiff_t>(offset));
+    std::copy_n(bytes, step.GetDone(), m_Bytes.begin() + static_cast<std::ptrdiff_t>(offset));
     step.End();
 }
 

@@ -46,7 +46,8 @@ class CFlashPart
     CFlashPart(const FlashPartDescription& description, CServerFolder& folder, CJournal& journal);
 
     // What runs since the server was started, and what will run when it is started again.
-    const StartedRom& GetRunning() const { return m_Running; }
+    const RomDescription& GetRunningRom() const { return m_RunningRom; }
+    const StartedRom& GetRunning();
     StartedRom GetNext();
 
     // Tells where the firmware reserves memory for flashing.
@@ -56,9 +57,9 @@ class CFlashPart
     // is null, or a table that is written does not have the size of the one there is.
     void Initialize();
     void Select(const std::string& name);
-    TABLE_QUERY_RESULT Query() const;
-    bool ReadHeader(void* buffer) const;
-    bool ReadTable(void* buffer) const;
+    TABLE_QUERY_RESULT Query();
+    bool ReadHeader(void* buffer);
+    bool ReadTable(void* buffer);
     bool WriteTable(const void* table, std::size_t size);
     void Execute(TABLE_EXEC_REQUEST& request);
     void CorruptNvram();
@@ -67,7 +68,7 @@ class CFlashPart
     using Bytes = std::vector<std::uint8_t>;
 
     StartedRom Start(const Bytes& part) const;
-    Bytes Shipped() const;
+    Bytes Shipped(std::size_t size) const;
     void Load();
     void Save();
     DWORD Run(TABLE_EXEC_REQUEST& request);
@@ -77,8 +78,8 @@ class CFlashPart
     void WriteBlock(std::size_t offset, const std::uint8_t* bytes);
     bool Fails(DWORD table);
     void LosePower(DWORD table, std::size_t block);
-    bool IsSelected() const;
-    TABLE_QUERY_RESULT Find() const;
+    bool IsSelected();
+    TABLE_QUERY_RESULT Find();
     void Record(FlashOperation operation, Direction direction, DWORD status, const void* bytes, std::size_t size) const;
 
     const FlashPartDescription& m_Description;
@@ -88,7 +89,8 @@ class CFlashPart
     CStateFile m_RunningFile;
     Bytes m_Bytes;
     bool m_bChanged;  // since they were read or written
-    StartedRom m_Running;
+    RomDescription m_RunningRom;
+    std::optional<StartedRom> m_Running;  // none: nobody has asked
     Bytes m_Table;
     DWORD m_BufferAddress;
     DWORD m_BufferSize;

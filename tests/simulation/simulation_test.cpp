@@ -194,17 +194,18 @@ TEST_F(SimulatedServer, CutsARunAtTheStepThatIsNamed)
     ASSERT_EQ(1, run(""));
     std::smatch step;  // the fourth block, when it is programmed
     const std::string steps = ReadFile(m_Server.Path() / "steps");
-    ASSERT_TRUE(std::regex_search(steps, step, std::regex("table program\n(?:.*\n){3}([0-9]+) block 3\n")));
+    ASSERT_TRUE(std::regex_search(steps, step, std::regex("table 0 program\n(?:.*\n){3}([0-9]+) block 65536 3\n")));
     const std::size_t block = 65536;
     const std::string image = ReadFile(m_Package.Path() / "P70_2.40.rom");
     for (const auto& [when, written] :
-         {std::pair("before", 3 * block), std::pair("middle", 3 * block + block / 2), std::pair("after", 4 * block)}) {
-        EXPECT_EQ(137, run("--fault power_lost_at_step='{\"step\": " + step.str(1) + ", \"when\": \"" + when + "\"}'"));
+         {std::pair(R"("when": "before")", 3 * block), std::pair(R"("when": "middle")", 3 * block + block / 2),
+          std::pair(R"("bytes": 100)", 3 * block + 100), std::pair(R"("when": "after")", 4 * block)}) {
+        EXPECT_EQ(137, run("--fault power_lost_at_step='{\"step\": " + step.str(1) + ", " + when + "}'"));
         EXPECT_EQ(image.substr(0, written) + std::string(image.size() - written, '\xFF'),
                   ReadFile(m_Server.Path() / "rom.bin"))
             << when;
     }
-    std::regex_search(steps, step, std::regex("([0-9]+) table erase\n"));
+    std::regex_search(steps, step, std::regex("([0-9]+) table 0 erase\n"));
     EXPECT_EQ(137, run("--kill-at " + step.str(1)));
     EXPECT_EQ(std::string(image.size(), '\xFF'), ReadFile(m_Server.Path() / "rom.bin"));
     EXPECT_TRUE(fs::exists(m_Server.Path() / "rom.running"));  // the server was not restarted

@@ -14,6 +14,9 @@ namespace
 
 const std::size_t MaxStepsFile = std::size_t{64} << 20;
 
+// Inside of a write power is lost at so many places less one; in a small one behind every byte.
+const std::size_t Parts = 32;
+
 bool StartsWith(const std::string& text, const char* start)
 {
     return text.rfind(start, 0) == 0;
@@ -62,7 +65,7 @@ class CMaker
         if (step.Kind == "table") AddTable(step);
         if (step.Kind == "block") AddBlock(step);
         if (step.Kind == "ipmi" || step.Kind == "host") AddEnds(step, Group(step), true);
-        if (step.Kind == "append") AddPowerLost(step, Group(step), "middle");
+        if (step.Kind == "append") AddInside(step, Group(step));
         if (step.Kind == "append" || step.Kind == "write" || step.Kind == "replace" || step.Kind == "remove")
             AddEnds(step, Group(step), false);
     }
@@ -79,6 +82,16 @@ class CMaker
     {
         AddValue(step, group, std::string("power lost, ") + when,
                  "power_lost_at_step={\"step\": " + std::to_string(step.Number) + ", \"when\": " + Quoted(when) + "}");
+    }
+
+    // Power goes when some of its bytes are written.
+    void AddInside(const Step& step, const std::string& group)
+    {
+        const std::size_t part = std::max<std::size_t>(step.Size / Parts, 1);
+        for (std::size_t bytes = part; bytes < step.Size; bytes += part)
+            AddValue(step, group, "power lost, inside",
+                     "power_lost_at_step={\"step\": " + std::to_string(step.Number) +
+                         ", \"bytes\": " + std::to_string(bytes) + "}");
     }
 
     // Power goes before the step and behind it; the installer, which is in no inner step, dies behind it.
@@ -122,7 +135,8 @@ class CMaker
     void AddBlock(const Step& step)
     {
         const std::string group = "block, " + m_Table;
-        for (const char* when : {"before", "middle", "after"}) AddPowerLost(step, group, when);
+        AddInside(step, group);
+        AddEnds(step, group, false);
         if (m_Table == "program") AddValue(step, group, "stuck", "flash.stuck_block=" + step.Name);
     }
 
@@ -139,7 +153,8 @@ std::vector<Step> ReadSteps(const std::filesystem::path& file)
     std::istringstream text(ReadFileIfThere(file, MaxStepsFile).value_or(""));
     std::vector<Step> steps;
     Step step = {};
-    while (text >> step.Number >> step.Kind && std::getline(text >> std::ws, step.Name)) steps.push_back(step);
+    while (text >> step.Number >> step.Kind >> step.Size && std::getline(text >> std::ws, step.Name))
+        steps.push_back(step);
     return steps;
 }
 

@@ -1,6 +1,7 @@
 // Faults: what may go wrong in a run of an installer.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@ struct Step
 {
     int Number;
     std::string Kind;
+    std::size_t Size;  // bytes that it writes one after the other
     std::string Name;
 };
 
