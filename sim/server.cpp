@@ -141,6 +141,11 @@ CServer* CurrentServer()
     return slot.get();
 }
 
+bool HasCurrentServer()
+{
+    return CurrentServerSlot() != nullptr;
+}
+
 void SetCurrentServer(std::unique_ptr<CServer> server)
 {
     CurrentServerSlot() = std::move(server);

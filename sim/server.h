@@ -85,4 +85,7 @@ auto OrEndProcess(Action action) noexcept
 CServer* CurrentServer();
 void SetCurrentServer(std::unique_ptr<CServer> server);
 
+// True when it was asked for, or set.
+bool HasCurrentServer();
+
 }  // namespace sim

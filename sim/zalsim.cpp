@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
+#include "sim/base/program.h"
 #include "sim/base/runoptions.h"
 #include "sim/images/firmwareversion.h"
-#include "sim/program.h"
 #include "sim/server.h"
 #include "support/files.h"
 #include "support/output.h"

@@ -143,21 +143,6 @@ bool HasExpired(int timer)
     return read(timer, &times, sizeof times) == sizeof times;
 }
 
-// What a process is started with.
-struct Descriptors
-{
-    int Output;
-    int Errors;
-    int Reports;
-};
-
-std::vector<std::string> OwnEnvironment()
-{
-    std::vector<std::string> environment;
-    for (char** ppVariable = environ; *ppVariable; ppVariable++) environment.emplace_back(*ppVariable);
-    return environment;
-}
-
 // What a process is given, with the number of the descriptor for reports.
 std::vector<std::string> Environment(const ProcessGifts& gifts, const std::string& reportVariable)
 {
@@ -168,39 +153,6 @@ std::vector<std::string> Environment(const ProcessGifts& gifts, const std::strin
                       environment.end());
     if (!reportVariable.empty()) environment.push_back(start + std::to_string(ReportDescriptor));
     return environment;
-}
-
-// Starts a command in a process group of its own, without input; 0 or errno.
-int Spawn(const std::vector<std::string>& command, const Descriptors& descriptors, const ProcessGifts& gifts,
-          const std::string& reportVariable, const sigset_t& mask, pid_t& process)
-{
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&files, descriptors.Output, STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&files, descriptors.Errors, STDERR_FILENO);
-    if (!reportVariable.empty()) posix_spawn_file_actions_adddup2(&files, descriptors.Reports, ReportDescriptor);
-    for (int descriptor : gifts.Descriptors) posix_spawn_file_actions_adddup2(&files, descriptor, descriptor);
-
-    sigset_t pipe;
-    sigemptyset(&pipe);
-    sigaddset(&pipe, SIGPIPE);
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setpgroup(&attributes, 0);
-    posix_spawnattr_setsigmask(&attributes, &mask);
-    posix_spawnattr_setsigdefault(&attributes, &pipe);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-
-    const std::vector<char*> arguments = ToArguments(command);
-    const std::vector<std::string> environment = Environment(gifts, reportVariable);
-    const mode_t before = umask(OwnerMask);
-    const int error =
-        posix_spawn(&process, arguments[0], &files, &attributes, arguments.data(), ToArguments(environment).data());
-    umask(before);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&files);
-    return error;
 }
 
 // Its number stays taken: its group can be ended without hitting another.
@@ -292,8 +244,13 @@ ProcessResult CProcessRunner::Run(const std::vector<std::string>& command, doubl
     const CDescriptor timer(StartTimer(seconds));
     const bool stoppedBefore = IsStopped();
     pid_t process = 0;
-    result.Status = Spawn(command, {output.GetWriteEnd(), errors.GetWriteEnd(), reports.GetWriteEnd()}, gifts,
-                          watch.ReportVariable, m_Before, process);
+    const ProcessStart start = {output.GetWriteEnd(), errors.GetWriteEnd(),
+                                watch.ReportVariable.empty() ? -1 : reports.GetWriteEnd(),
+                                Environment(gifts, watch.ReportVariable), m_Before};
+    const mode_t before = umask(OwnerMask);
+    result.Status = gifts.Start ? gifts.Start(start, process) : ENOSYS;
+    if (result.Status == ENOSYS) result.Status = Spawn(command, start, gifts.Descriptors, process);
+    umask(before);
     for (CLines* pLines : all) pLines->CloseWriteEnd();
     if (result.Status != 0) return result;
 
@@ -329,6 +286,42 @@ ProcessResult CProcessRunner::Run(const std::vector<std::string>& command, doubl
     result.End = WIFEXITED(status) ? ProcessEnd_Exited : EndBySignal(phase, limit);
     result.Status = WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status);
     return result;
+}
+
+int Spawn(const std::vector<std::string>& command, const ProcessStart& start, const std::vector<int>& others,
+          pid_t& process)
+{
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&files, start.Output, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&files, start.Errors, STDERR_FILENO);
+    if (start.Reports >= 0) posix_spawn_file_actions_adddup2(&files, start.Reports, ReportDescriptor);
+    for (int descriptor : others) posix_spawn_file_actions_adddup2(&files, descriptor, descriptor);
+
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setpgroup(&attributes, 0);
+    posix_spawnattr_setsigmask(&attributes, &start.Mask);
+    posix_spawnattr_setsigdefault(&attributes, &pipe);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+
+    const std::vector<char*> arguments = ToArguments(command);
+    const int error = posix_spawn(&process, arguments[0], &files, &attributes, arguments.data(),
+                                  ToArguments(start.Environment).data());
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&files);
+    return error;
+}
+
+std::vector<std::string> OwnEnvironment()
+{
+    std::vector<std::string> environment;
+    for (char** ppVariable = environ; *ppVariable; ppVariable++) environment.emplace_back(*ppVariable);
+    return environment;
 }
 
 std::vector<char*> ToArguments(const std::vector<std::string>& command)

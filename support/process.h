@@ -48,11 +48,25 @@ struct ProcessWatch
     std::string ReportVariable;
 };
 
+// What a process is started with.
+struct ProcessStart
+{
+    int Output;  // descriptors
+    int Errors;
+    int Reports;  // which it has as number 3; -1: none
+    std::vector<std::string> Environment;
+    sigset_t Mask;  // of signals that are kept from it
+};
+
 // What a process is given.
 struct ProcessGifts
 {
     std::optional<std::vector<std::string>> Environment;  // in place of this process's own
     std::vector<int> Descriptors;  // that it has open, too, under their numbers, which are above 9
+
+    // Starts the command in another way, without those descriptors, as a child of this process in a process group of
+    // its own; 0 or errno. Where that is ENOSYS, and without it, the system starts it.
+    std::function<int(const ProcessStart&, pid_t&)> Start;
 };
 
 // Starts processes one after the other. While an object lives, signals that ask to end are kept for it: a process that
@@ -81,6 +95,14 @@ class CProcessRunner
     int m_Signals;      // descriptor from which the kept ones are read
     bool m_bStopped = false;
 };
+
+// Starts a command in a process group of its own, without input, and with those descriptors under their numbers, too;
+// 0 or errno.
+int Spawn(const std::vector<std::string>& command, const ProcessStart& start, const std::vector<int>& others,
+          pid_t& process);
+
+// This process's variables, "NAME=VALUE".
+std::vector<std::string> OwnEnvironment();
 
 // A command as the system takes it, with a null pointer at its end; holds while the command does.
 std::vector<char*> ToArguments(const std::vector<std::string>& command);

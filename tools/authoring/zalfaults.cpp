@@ -3,17 +3,23 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "host/host.h"
+#include "sim/base/program.h"
 #include "support/output.h"
 #include "support/process.h"
 #include "support/tempfolder.h"
@@ -50,36 +56,61 @@ std::string Outcome(const RunResult& run, const RunResult& next)
     return run.Left + " (" + std::to_string(run.Status) + ")";
 }
 
-// Ends a trial: a run without a fault and, where that had work to do, one more.
-void Finish(CTrial& trial, std::vector<RunResult>& runs)
+// Runs without a fault, which bring a server in order that faults have left. What one does depends on what it finds
+// alone, so that none is made twice on the same server.
+class CRecovery
 {
-    runs.push_back(trial.Run({}));
-    if (HasInstalled(runs.back())) runs.push_back(trial.Run({}));
-}
+  public:
+    // A run and, where that had work to do, one more.
+    void Finish(CTrial& trial, std::vector<RunResult>& runs)
+    {
+        const Known* pFirst = Find(trial.GetServer());
+        const bool known = pFirst && (!HasInstalled(pFirst->Run) || Find(pFirst->Server));
+        runs.push_back(known ? pFirst->Run : Make(trial));
+        if (!HasInstalled(runs.back())) return;
+        const Known* pSecond = Find(known ? pFirst->Server : trial.GetServer());
+        runs.push_back(pSecond ? pSecond->Run : Make(trial));
+    }
 
-std::vector<RunResult> RunTrial(CTrial& trial, const std::vector<Fault>& faults)
-{
-    std::vector<RunResult> runs;
-    runs.reserve(faults.size() + 2);
-    for (const Fault& fault : faults) runs.push_back(trial.Run(fault));
-    Finish(trial, runs);
-    return runs;
-}
+  private:
+    struct Known
+    {
+        RunResult Run;
+        std::uint64_t Server;  // that it has left
+    };
 
-// A number for what devices hold (FNV-1a, 64 bits).
-std::string Fingerprint(const DeviceState& state)
+    const Known* Find(std::uint64_t server) const
+    {
+        const auto found = m_Known.find(server);
+        return found == m_Known.end() ? nullptr : &found->second;
+    }
+
+    // One that ran out of time, or met another installer, would do something else the next time.
+    RunResult Make(CTrial& trial)
+    {
+        const std::uint64_t found = trial.GetServer();
+        RunResult run = trial.Run({});
+        if (!run.CameToEnd || run.Status == ServerBusy) return run;
+        Known& known = m_Known[found] = {run, trial.GetServer()};
+        known.Run.IsKnown = true;
+        return run;
+    }
+
+    std::map<std::uint64_t, Known> m_Known;  // by the server that it finds
+};
+
+// What devices hold.
+std::string ToText(const DeviceState& state)
 {
-    std::uint64_t number = 0xCBF29CE484222325;
-    for (const auto& [file, bytes] : state)
-        for (const std::string* pText : {&file, &bytes})
-            for (const char c : *pText) number = (number ^ static_cast<std::uint8_t>(c)) * 0x100000001B3;
-    return std::to_string(number);
+    std::string text;
+    for (const auto& [file, contents] : state) text += file + "=" + std::to_string(contents) + " ";
+    return text;
 }
 
 TrialResult Sum(const GoodRun& good, const std::vector<Fault>& faults, const std::vector<RunResult>& runs)
 {
     const Fault& first = faults.front();
-    TrialResult result = {ToOptions(first), first.Step, first.What, first.Number, "", "", "", 0, {}};
+    TrialResult result = {ToOptions(first), first.Step, first.What, first.Number, "", "", "", 0, 0, {}};
     if (faults.size() == 2) {
         result.Options += ToOptions(faults[1], true);
         result.Step = "a fault, and another in the recovery";
@@ -88,8 +119,8 @@ TrialResult Sum(const GoodRun& good, const std::vector<Fault>& faults, const std
     }
     result.Outcome = Outcome(runs[0], runs[1]);
     if (runs[0].CameToEnd) result.Sentence = runs[0].Sentence;
-    result.State = Fingerprint(runs[0].After) + runs[1].Current;
-    result.Runs = static_cast<int>(runs.size());
+    result.State = std::to_string(Fingerprint(ToText(runs[0].After) + runs[1].Current));
+    for (const RunResult& run : runs) (run.IsKnown ? result.Known : result.Runs)++;
     result.Violations = Judge(good, runs);
     return result;
 }
@@ -101,6 +132,7 @@ class CBench
         : m_Options(options),
           m_Subject{fs::canonical(options.Server), fs::canonical(options.Package)},
           m_Folder("zalfaults"),
+          m_Installer(m_Subject.GetCommand()),
           m_Summary(m_Subject.Package.filename().string(),
                     "zalfaults --server " + options.Server + FileOptions(options) + " " + options.Package)
     {
@@ -109,14 +141,21 @@ class CBench
     // What a run without a fault does; throws std::runtime_error where that does not install.
     void RunGood()
     {
+        const std::string installer = m_Subject.GetCommand().front();
+        if (access(installer.c_str(), X_OK) != 0)
+            throw std::runtime_error("can't run " + installer + ": " + std::strerror(errno));
+        if (const std::string why = sim::WhyNotSimulated(installer); !why.empty())
+            throw std::runtime_error(installer + " is " + why);
         CProcessRunner runner;
-        CTrial trial(runner, m_Subject, m_Folder.Path() / "good");
-        const RunResult first = trial.Run({});
+        CLoadedProgram program(m_Subject.GetCommand());
+        CTrial trial(runner, program, m_Subject, m_Folder.Path() / "good");
+        std::vector<Step> steps;
+        const RunResult first = trial.Run({}, &steps);
         const RunResult second = trial.Run({});
         if (!HasInstalled(first))
             throw std::runtime_error("the installer does not install without a fault: " +
                                      (first.Sentence.empty() ? first.Error : first.Sentence));
-        m_Good = {first.Current, first.Offered, first.Before, first.After, {}, first.Steps};
+        m_Good = {first.Current, first.Offered, first.Before, first.After, {}, steps};
         for (const auto& [file, bytes] : first.After) m_Good.Files.insert(file);
         if (!m_Options.Files.empty()) m_Good.Files = {m_Options.Files.begin(), m_Options.Files.end()};
         TrialResult result = Sum(m_Good, {{{}, 0, "nothing", "none", 0}}, {first, second});
@@ -128,7 +167,7 @@ class CBench
         const std::vector<Fault> all = MakeFaults(m_Good.Steps);
         const std::vector<Fault> faults = m_Options.All ? all : Sample(all);
         Do("faults", static_cast<int>(faults.size()), [&](CProcessRunner& runner, const fs::path& folder, int piece) {
-            CTrial trial(runner, m_Subject, folder);
+            CTrial trial(runner, m_Installer, m_Subject, folder);
             const std::vector<Fault> one = {faults[static_cast<std::size_t>(piece)]};
             return Sum(m_Good, one, RunTrial(trial, one));
         });
@@ -144,13 +183,13 @@ class CBench
             std::mt19937 random(seeds);
             const auto choose = [&](const std::vector<Fault>& faults) { return faults[random() % faults.size()]; };
             for (;;) {
-                CTrial trial(runner, m_Subject, folder);
+                CTrial trial(runner, m_Installer, m_Subject, folder);
                 std::vector<Fault> pair = {choose(all)};
                 std::vector<RunResult> runs = {trial.Run(pair[0])};
                 if (HasInstalled(runs[0]) && !runner.IsStopped()) continue;  // nothing is left to recover from
                 pair.push_back(choose(MakeFaults(trial.LookAhead())));
                 runs.push_back(trial.Run(pair[1]));
-                Finish(trial, runs);
+                m_Recovery.Finish(trial, runs);
                 return Smaller(runner, folder, Sum(m_Good, pair, runs), pair[0]);
             }
         });
@@ -162,7 +201,8 @@ class CBench
         std::vector<Fault> faults = {m_Options.First};
         if (!m_Options.Then.IsNone()) faults.push_back(m_Options.Then);
         CProcessRunner runner;
-        CTrial trial(runner, m_Subject, m_Folder.Path() / "one");
+        CLoadedProgram program(m_Subject.GetCommand());
+        CTrial trial(runner, program, m_Subject, m_Folder.Path() / "one");
         const std::vector<RunResult> runs = RunTrial(trial, faults);
         for (const RunResult& run : runs)
             std::printf("run%s\n  found  %s, offers %s\n  says   %s\n  leaves %s, exit status %d\n",
@@ -175,6 +215,15 @@ class CBench
     bool IsStopped() const { return m_bStopped; }
 
   private:
+    std::vector<RunResult> RunTrial(CTrial& trial, const std::vector<Fault>& faults)
+    {
+        std::vector<RunResult> runs;
+        runs.reserve(faults.size() + 2);
+        for (const Fault& fault : faults) runs.push_back(trial.Run(fault));
+        m_Recovery.Finish(trial, runs);
+        return runs;
+    }
+
     using Piece = std::function<TrialResult(CProcessRunner&, const fs::path& folder, int piece)>;
 
     void Do(const char* name, int count, const Piece& piece)
@@ -190,10 +239,10 @@ class CBench
     }
 
     // Where the first of two faults alone breaks a rule, too, that is what is told.
-    TrialResult Smaller(CProcessRunner& runner, const fs::path& folder, TrialResult result, const Fault& first) const
+    TrialResult Smaller(CProcessRunner& runner, const fs::path& folder, TrialResult result, const Fault& first)
     {
         if (result.Violations.empty()) return result;
-        CTrial trial(runner, m_Subject, folder);
+        CTrial trial(runner, m_Installer, m_Subject, folder);
         TrialResult alone = Sum(m_Good, {first}, RunTrial(trial, {first}));
         return alone.Violations.empty() ? result : alone;
     }
@@ -209,6 +258,8 @@ class CBench
     const Subject m_Subject;
     const CTempFolder m_Folder;
     GoodRun m_Good;
+    CLoadedProgram m_Installer;  // loaded by each process that works
+    CRecovery m_Recovery;
     CSummary m_Summary;
     bool m_bStopped = false;
 };
@@ -250,11 +301,10 @@ int ParseAndRun(int argc, char** argv)
     app.set_version_flag("--version", "zalfaults " FLASHLIB_VERSION);
     app.footer(
         "Runs the installer once without a fault and counts its steps; then each step has each fault that fits it, or\n"
-        "of many of one kind the first, the second, the middle and the last two. Behind each fault the installer is "
-        "run\n"
-        "again without one. Prints what is left by class of fault; each rule that was broken with a command that "
-        "shows\n"
-        "it again. Exit status: 0, 1 where a rule was broken, 2 for wrong arguments or when a signal stops it.");
+        "of many of one kind the first, the second, the middle and the last two. Behind each fault the installer is\n"
+        "run again without one; a run on a server that holds what it did in an earlier one is known, and not made\n"
+        "again. Prints what is left by class of fault; each rule that was broken with a command that shows it again.\n"
+        "Exit status: 0, 1 where a rule was broken, 2 for wrong arguments or when a signal stops it.");
     Options options;
     options.First.Step = "a run";
     options.First.What = "as given";

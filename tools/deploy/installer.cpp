@@ -117,7 +117,7 @@ InstallerRun RunInstaller(Session& session, const std::vector<std::string>& comm
     watch.ReportVariable = ReportVariable;
 
     const auto start = std::chrono::steady_clock::now();
-    const ProcessGifts gifts = {InstallerEnvironment(session), {session.Run.Descriptor()}};
+    const ProcessGifts gifts = {InstallerEnvironment(session), {session.Run.Descriptor()}, nullptr};
     run.Process = session.Runner.Run(command, seconds, limit, watch, gifts);
     run.Seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return run;

@@ -59,14 +59,22 @@ class CProgressLine
     bool m_bDrawn = false;
 };
 
-// A worker: every so manyth piece is its own. What comes of a piece that was cut off by the operator is not told.
+// Pieces that are next to each other are alike: a worker takes some of them, and leaves as many to each of the others.
+int RunLength(int jobs, int count)
+{
+    return std::clamp(count / (jobs * 8), 1, 64);
+}
+
+// A worker. What comes of a piece that was cut off by the operator is not told.
 [[noreturn]] void Work(int worker, int jobs, int count, int pipe,
                        const std::function<std::string(CProcessRunner&, int, int)>& work)
 {
     int status = 0;
     try {
         CProcessRunner runner;
-        for (int piece = worker; piece < count && !runner.IsStopped(); piece += jobs) {
+        const int length = RunLength(jobs, count);
+        for (int piece = 0; piece < count && !runner.IsStopped(); piece++) {
+            if (piece / length % jobs != worker) continue;
             std::string line = work(runner, worker, piece);
             if (runner.IsStopped()) break;
             line.resize(std::min(line.size(), MaxCrewLine - 1));

@@ -14,7 +14,7 @@ namespace
 
 const std::size_t MaxStepsFile = std::size_t{64} << 20;
 
-// Inside of a write power is lost at so many places less one; in a small one behind every byte.
+// A write is cut between so many parts at most; a small one behind every byte.
 const std::size_t Parts = 32;
 
 bool StartsWith(const std::string& text, const char* start)
@@ -87,7 +87,7 @@ class CMaker
     // Power goes when some of its bytes are written.
     void AddInside(const Step& step, const std::string& group)
     {
-        const std::size_t part = std::max<std::size_t>(step.Size / Parts, 1);
+        const std::size_t part = std::max<std::size_t>((step.Size + Parts - 1) / Parts, 1);
         for (std::size_t bytes = part; bytes < step.Size; bytes += part)
             AddValue(step, group, "power lost, inside",
                      "power_lost_at_step={\"step\": " + std::to_string(step.Number) +
@@ -118,7 +118,7 @@ class CMaker
         AddValue(step, Group(step), "not acknowledged", "processor.i2c.no_acknowledge" + at);
         if (step.Kind == "i2c-checked")
             AddValue(step, Group(step), "wrong checksum", "processor.i2c.bad_checksum" + at);
-        AddPowerLost(step, Group(step), "middle");
+        AddInside(step, Group(step));
     }
 
     void AddTable(const Step& step)
@@ -145,6 +145,17 @@ class CMaker
     int m_Transactions = 0;
     std::string m_Table;  // that runs
 };
+
+// Of faults that follow each other at one step the one in the middle.
+std::vector<std::size_t> OneOfEachStep(const std::vector<Fault>& faults, const std::vector<std::size_t>& all)
+{
+    std::vector<std::size_t> chosen;
+    for (std::size_t start = 0, end = 0; start < all.size(); start = end) {
+        while (end < all.size() && faults[all[end]].Number == faults[all[start]].Number) end++;
+        chosen.push_back(all[(start + end) / 2]);
+    }
+    return chosen;
+}
 
 }  // namespace
 
@@ -185,9 +196,11 @@ std::vector<Fault> Sample(const std::vector<Fault>& faults)
     std::map<std::pair<std::string, std::string>, std::vector<std::size_t>> groups;
     for (std::size_t i = 0; i < faults.size(); i++) groups[{faults[i].Step, faults[i].What}].push_back(i);
     std::set<std::size_t> chosen;
-    for (const auto& [group, all] : groups)
+    for (const auto& [group, faultsOfIt] : groups) {
+        const std::vector<std::size_t> all = OneOfEachStep(faults, faultsOfIt);
         for (const std::size_t place : {std::size_t{0}, std::size_t{1}, all.size() / 2, all.size() - 2, all.size() - 1})
             if (place < all.size()) chosen.insert(all[place]);
+    }
     std::vector<Fault> sample;
     sample.reserve(chosen.size());
     for (const std::size_t i : chosen) sample.push_back(faults[i]);

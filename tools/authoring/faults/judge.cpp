@@ -17,26 +17,12 @@ bool Has(const std::string& text, const char* part)
     return text.find(part) != std::string::npos;
 }
 
-// True where a device's memory is written, with what it held before or something else.
-bool WritesMemory(const RunResult& run)
-{
-    return std::any_of(run.Steps.begin(), run.Steps.end(), [&run](const Step& step) {
-        const bool writes = step.Kind == "write" || step.Kind == "append" || step.Kind == "replace";
-        return step.Kind == "block" || (writes && IsMemory(step.Name) && run.After.count(step.Name) != 0);
-    });
-}
-
 // A run before the next one, whose fault may keep it from telling what it finds.
 class CJudge
 {
   public:
     CJudge(const GoodRun& good, const RunResult& run, const RunResult& next, std::vector<Violation>& violations)
-        : m_Good(good),
-          m_Run(run),
-          m_Next(next),
-          m_Violations(violations),
-          m_bIsNew(HoldSame(run.After, good.After)),
-          m_bWritten(WritesMemory(run))
+        : m_Good(good), m_Run(run), m_Next(next), m_Violations(violations), m_bIsNew(HoldSame(run.After, good.After))
     {
     }
 
@@ -86,7 +72,7 @@ class CJudge
     }
 
     // A flash was one when the device then is found to run what it holds.
-    bool WasFlash() const { return m_bWritten && m_bIsNew && m_Next.Current == m_Good.New; }
+    bool WasFlash() const { return m_Run.Writes && m_bIsNew && m_Next.Current == m_Good.New; }
 
     void JudgeLog()
     {
@@ -120,7 +106,7 @@ class CJudge
     {
         const std::string says = "it says that the device is left \"" + m_Run.Left + "\", but ";
         if (m_Run.Left.empty()) Add("reports", "it does not report what it leaves");
-        if (Left(Left_Untouched) && m_bWritten) Add("left", says + "it has written it");
+        if (Left(Left_Untouched) && m_Run.Writes) Add("left", says + "it has written it");
         if (Left(Left_Unknown) && m_Run.Wrong.IsNone()) Add("left", says + "nothing went wrong");
         if (Left(Left_RunsNew) && !m_bIsNew) Add("left", says + "it does not hold the new firmware");
         if (!m_Next.Wrong.IsNone()) return;
@@ -155,8 +141,7 @@ class CJudge
     const RunResult& m_Run;
     const RunResult& m_Next;
     std::vector<Violation>& m_Violations;
-    const bool m_bIsNew;    // the device holds the new firmware behind the run
-    const bool m_bWritten;  // it was written
+    const bool m_bIsNew;  // the device holds the new firmware behind the run
 };
 
 }  // namespace

@@ -50,10 +50,11 @@ std::string ToLine(const TrialResult& result)
     for (const Violation& violation : result.Violations)
         violations.push_back({{"rule", violation.Rule}, {"text", violation.Text.substr(0, MaxText)}});
     if (violations.size() > 3) violations.erase(violations.begin() + 3, violations.end());
-    const Json line = {
-        {"options", result.Options}, {"step", result.Step},       {"what", result.What},
-        {"number", result.Number},   {"outcome", result.Outcome}, {"sentence", result.Sentence.substr(0, MaxText)},
-        {"state", result.State},     {"runs", result.Runs},       {"violations", violations}};
+    const Json line = {{"options", result.Options}, {"step", result.Step},
+                       {"what", result.What},       {"number", result.Number},
+                       {"outcome", result.Outcome}, {"sentence", result.Sentence.substr(0, MaxText)},
+                       {"state", result.State},     {"runs", result.Runs},
+                       {"known", result.Known},     {"violations", violations}};
     return line.dump(-1, ' ', true, Json::error_handler_t::replace);
 }
 
@@ -69,6 +70,7 @@ TrialResult FromLine(const std::string& line)
     result.Sentence = json["sentence"];
     result.State = json["state"];
     result.Runs = json["runs"];
+    result.Known = json["known"];
     for (const Json& violation : json["violations"])
         result.Violations.push_back({violation["rule"], violation["text"]});
     return result;
@@ -82,6 +84,7 @@ void CSummary::Add(const TrialResult& result)
     faults.Outcomes[result.Outcome]++;
     m_Faults++;
     m_Runs += result.Runs;
+    m_Known += result.Known;
     if (result.Number != 0) m_Steps.insert(result.Number);
     m_States.insert(result.State);
     if (!result.Sentence.empty()) {
@@ -146,8 +149,8 @@ std::string CSummary::Figures() const
     std::snprintf(szSeconds, sizeof szSeconds, "%.1f", m_Seconds);
     return m_Component + ": " + std::to_string(m_Faults) + " faults at " + std::to_string(m_Steps.size()) +
            " steps, which leave " + std::to_string(m_States.size()) + " different states; " + std::to_string(m_Runs) +
-           " runs in " + szSeconds + " s; " + std::to_string(m_Violating) + " violations" +
-           (m_bWhole ? "" : "; stopped before the end");
+           " runs in " + szSeconds + " s, and " + std::to_string(m_Known) + " that were known; " +
+           std::to_string(m_Violating) + " violations" + (m_bWhole ? "" : "; stopped before the end");
 }
 
 nlohmann::json CSummary::ToJson() const
@@ -163,7 +166,7 @@ nlohmann::json CSummary::ToJson() const
     for (const auto& [key, faults] : m_Classes)
         classes.push_back(
             {{"step", key.first}, {"fault", key.second}, {"count", faults.Faults}, {"left", faults.Outcomes}});
-    return {{"component", m_Component},  {"whole", m_bWhole}, {"faults", m_Faults},   {"steps", m_Steps.size()},
-            {"states", m_States.size()}, {"runs", m_Runs},    {"seconds", m_Seconds}, {"violations", violations},
-            {"violating", m_Violating},  {"classes", classes}};
+    return {{"component", m_Component},  {"whole", m_bWhole},        {"faults", m_Faults}, {"steps", m_Steps.size()},
+            {"states", m_States.size()}, {"runs", m_Runs},           {"known", m_Known},   {"seconds", m_Seconds},
+            {"violations", violations},  {"violating", m_Violating}, {"classes", classes}};
 }

@@ -22,6 +22,7 @@ struct TrialResult
     std::string Sentence;  // of the run with the first fault, if it came to its end
     std::string State;     // a number for what the devices held behind it
     int Runs = 0;
+    int Known = 0;  // runs that were not made again
     std::vector<Violation> Violations;
 };
 
@@ -90,6 +91,7 @@ class CSummary
     std::set<std::string> m_States;
     int m_Faults = 0;
     int m_Runs = 0;
+    int m_Known = 0;
     int m_Violating = 0;  // faults
     double m_Seconds = 0;
     bool m_bWhole = true;

@@ -1,9 +1,13 @@
 #include "tools/authoring/faults/trial.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <utility>
 
 #include "host/report.h"
 #include "sim/base/preload.h"
@@ -27,8 +31,17 @@ const char* const szKept = "var/lib/flashlib/backup";
 // Of the simulation, not of a device.
 bool IsBookkeeping(const fs::path& file)
 {
-    static const std::set<std::string> names = {"server.json", "journal.log", "vrl.bin", "pci_devices", "lock"};
+    static const std::set<std::string> names = {"server.json", "journal.log", "vrl.bin", "pci_devices"};
     return names.count(file.filename().string()) != 0 || file.extension() == ".running";
+}
+
+// What no run reads, and what differs for no reason: the name of this start of the server, which is random (a run that
+// notes it does so in a file that counts), and who held its lock.
+bool IsMeaningless(const std::string& file)
+{
+    static const std::set<std::string> files = {"journal.log", "boot_id.running", "run/flashlib/lock",
+                                                "var/run/flashlib/lock"};
+    return files.count(file) != 0;
 }
 
 void TakeReport(const std::string& line, RunResult& result)
@@ -57,8 +70,8 @@ std::string FindComplaint(const std::vector<std::string>& errors)
 
 }  // namespace
 
-CTrial::CTrial(CProcessRunner& runner, const Subject& subject, const fs::path& folder)
-    : m_Runner(runner), m_Subject(subject), m_Folder(folder), m_Server(folder / "server")
+CTrial::CTrial(CProcessRunner& runner, CLoadedProgram& installer, const Subject& subject, const fs::path& folder)
+    : m_Runner(runner), m_Installer(installer), m_Subject(subject), m_Folder(folder), m_Server(folder / "server")
 {
     fs::remove_all(m_Folder);
     for (const char* part : {"server", "work", "temporary"}) fs::create_directories(m_Folder / part);
@@ -70,57 +83,76 @@ CTrial::CTrial(CProcessRunner& runner, const Subject& subject, const fs::path& f
     setenv("TMPDIR", (m_Folder / "temporary").c_str(), 1);
 }
 
-ProcessResult CTrial::Start(const Fault& fault, RunResult& result)
+ProcessResult CTrial::Start(const Fault& fault, bool withSteps, RunResult& result)
 {
     sim::RunOptions options;
     options.Server = m_Server;
     options.Faults = fault.Values.empty() ? "" : sim::FaultObject(fault.Values);
     options.KillAt = fault.KillAt;
     options.ClockStart = ClockStart;
-    options.Steps = m_Folder / "steps";
-    fs::remove(options.Steps);
+    if (withSteps) {
+        options.Steps = m_Folder / "steps";
+        fs::remove(options.Steps);
+    }
     sim::WriteRunOptions(options);
-    const fs::path installer = m_Subject.Package / m_Subject.Package.filename();
     ProcessWatch watch;
     watch.Report = [&](const std::string& line) { TakeReport(line, result); };
     watch.ReportVariable = ReportVariable;
-    return m_Runner.Run({installer.string(), "/y", m_Subject.Package.string(), "/s"}, MaxSeconds, TimeLimit_AskFirst,
-                        watch);
+    ProcessGifts gifts;
+    gifts.Start = [this](const ProcessStart& start, pid_t& process) { return m_Installer.Start(start, process); };
+    return m_Runner.Run(m_Subject.GetCommand(), MaxSeconds, TimeLimit_AskFirst, watch, gifts);
 }
 
-RunResult CTrial::Run(const Fault& fault)
+RunResult CTrial::Run(const Fault& fault, std::vector<Step>* pSteps)
 {
     RunResult result;
     result.Wrong = fault;
     result.Before = m_State;
     const std::size_t events = ReadEvents().size();
-    const ProcessResult process = Start(fault, result);
+    const Versions versions = std::move(m_Versions);
+    const ProcessResult process = Start(fault, pSteps != nullptr, result);
+    if (process.End == ProcessEnd_NotStarted)
+        throw std::runtime_error(std::string("can't start the installer: ") + std::strerror(process.Status));
     result.CameToEnd = process.End == ProcessEnd_Exited;
     result.Status = process.End == ProcessEnd_Crashed ? 128 + process.Status : process.Status;
     result.Complaint = FindComplaint(process.Errors);
     result.Error = LastLine(process.Errors);
     if (const std::string line = LastLine(process.Output); !line.empty()) result.Sentence = line;
-    result.After = m_State = ReadState();
+    if (!result.CameToEnd || result.Status != 0) sim::CServerFolder(m_Server).Restart();
+    ReadServer();
+    result.After = m_State;
+    result.Writes = Differ(versions, m_Versions);
     const std::vector<bool> after = ReadEvents();
     for (std::size_t i = events; i < after.size(); i++) result.FlashEvents += after[i];
     result.Litter = FindLitter(result.Left == ToText(Left_RunsNew));
     CServerLock lock;
     result.HoldsLock = fs::exists(m_Server / "run/flashlib/lock") &&
                        lock.Take("zalfaults", m_Server.string()) == CServerLock::State_Busy;
-    result.Steps = ReadSteps(m_Folder / "steps");
-    if (!result.CameToEnd || result.Status != 0) sim::CServerFolder(m_Server).Restart();
+    if (pSteps) *pSteps = ReadSteps(m_Folder / "steps");
     return result;
+}
+
+bool CTrial::Differ(const Versions& before, const Versions& after)
+{
+    return std::any_of(after.begin(), after.end(), [&before](const auto& entry) {
+        const auto found = before.find(entry.first);
+        if (found == before.end()) return true;
+        const struct stat& was = found->second.Status;
+        const struct stat& is = entry.second.Status;
+        return was.st_ino != is.st_ino || was.st_size != is.st_size || was.st_mtim.tv_sec != is.st_mtim.tv_sec ||
+               was.st_mtim.tv_nsec != is.st_mtim.tv_nsec;
+    });
 }
 
 std::vector<Step> CTrial::LookAhead()
 {
     const fs::path saved = m_Folder / "saved";
-    const DeviceState state = m_State;
     fs::copy(m_Server, saved, fs::copy_options::recursive);
-    std::vector<Step> steps = Run({}).Steps;
+    std::vector<Step> steps;
+    Run({}, &steps);
     fs::remove_all(m_Server);
     fs::rename(saved, m_Server);
-    m_State = state;
+    ReadServer();
     return steps;
 }
 
@@ -141,13 +173,24 @@ std::vector<std::string> CTrial::FindLitter(bool done) const
     return litter;
 }
 
-DeviceState CTrial::ReadState() const
+void CTrial::ReadServer()
 {
-    DeviceState state;
-    for (const fs::directory_entry& entry : fs::directory_iterator(m_Server))
-        if (entry.is_regular_file() && !IsBookkeeping(entry.path()))
-            state[entry.path().filename().string()] = ReadWholeFile(entry.path());
-    return state;
+    std::map<std::string, std::uint64_t> files;  // in their order, which a folder does not have
+    m_State.clear();
+    m_Versions.clear();
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(m_Server)) {
+        const std::string name = entry.path().lexically_relative(m_Server).string();
+        if (!entry.is_regular_file() || IsMeaningless(name)) continue;
+        const std::uint64_t contents = files[name] = Fingerprint(ReadWholeFile(entry.path()));
+        if (entry.path().parent_path() != m_Server || IsBookkeeping(entry.path())) continue;
+        m_State[name] = contents;
+        if (!IsMemory(name)) continue;
+        Version& version = m_Versions[name];
+        version.File.Reset(open(entry.path().c_str(), O_RDONLY | O_CLOEXEC));
+        fstat(version.File.Get(), &version.Status);
+    }
+    m_Found = 0;
+    for (const auto& [name, contents] : files) m_Found = Fingerprint(name, m_Found) ^ contents;
 }
 
 // Of each entry of the server event log, whether it tells of a flash.
@@ -162,6 +205,18 @@ std::vector<bool> CTrial::ReadEvents() const
         events.push_back(entry.wClass == FlashEventClass);
     }
     return events;
+}
+
+std::uint64_t Fingerprint(std::string_view text, std::uint64_t start)
+{
+    std::uint64_t number = start ^ text.size();
+    for (std::size_t at = 0; at < text.size(); at += sizeof number) {
+        std::uint64_t part = 0;
+        std::memcpy(&part, text.data() + at, std::min(sizeof part, text.size() - at));
+        number = (number ^ part) * 0x9E3779B97F4A7C15;
+        number ^= number >> 32;
+    }
+    return number;
 }
 
 bool IsMemory(const std::string& file)

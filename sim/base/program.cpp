@@ -1,4 +1,4 @@
-#include "sim/program.h"
+#include "sim/base/program.h"
 
 #include <fcntl.h>
 #include <link.h>
