@@ -21,13 +21,15 @@ namespace
 class CDump : public CMemoryNode
 {
   public:
-    // Entry points tell fewer than 256 records: with up to 65535 a run would take a thousand times as long.
+    // Entry points tell fewer than 256 records in less than 8 KiB: with up to 65535 in as many bytes a run would take a
+    // thousand times as long.
     explicit CDump(CInput& input) : m_Bytes(input.Bytes(input.Size()))
     {
         const std::string_view bytes(reinterpret_cast<const char*>(m_Bytes.data()), m_Bytes.size());
-        const std::size_t countEnd = offsetof(SMBIOSEntryPoint, wNumStructures) + 1;
-        for (std::size_t at = bytes.find("_SM_"); at < bytes.size(); at = bytes.find("_SM_", at + 1))
-            if (at + countEnd < bytes.size()) m_Bytes[at + countEnd] = 0;
+        for (std::size_t at = bytes.find("_SM_"); at < bytes.size(); at = bytes.find("_SM_", at + 1)) {
+            Limit(at + offsetof(SMBIOSEntryPoint, wNumStructures) + 1, 0);
+            Limit(at + offsetof(SMBIOSEntryPoint, wSTLength) + 1, 0x1F);
+        }
     }
 
     ssize_t Read(void* buffer, std::size_t size) override
@@ -61,6 +63,11 @@ class CDump : public CMemoryNode
     }
 
   private:
+    void Limit(std::size_t at, std::uint8_t most)
+    {
+        if (at < m_Bytes.size()) m_Bytes[at] = std::min(m_Bytes[at], most);
+    }
+
     std::vector<std::uint8_t> m_Bytes;
 };
 
