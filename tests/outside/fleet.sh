@@ -41,6 +41,8 @@ END
 same() { [ "$2" = "$3" ] || fail "$1: $2
 but expected was: $3"; }
 
+left=servers/node0001/var/lib/flashlib/packages/.new.left  # by a copy that was killed: it is to be gone below
+mkdir -p "$left" && touch -d '2 days ago' "$left"
 update first 2
 same "the first update" "$(told first)" "node0003 Quorvant System ROM - P70: The installer crashed (Killed). T
 node0006 Quorvant System ROM - P70: CRU driver is not loaded or is no

@@ -63,8 +63,11 @@ import os
 import shutil
 import tarfile
 import tempfile
+import time
 
 from ansible.module_utils.basic import AnsibleModule
+
+UNFINISHED = '.new.'  # how the name of a folder begins that is not whole yet
 
 
 def write(source, path, mode):
@@ -76,10 +79,18 @@ def write(source, path, mode):
         os.fsync(file.fileno())
 
 
+def clean(store):
+    """Removes what a copy that was killed has left: none takes a day."""
+    for name in os.listdir(store):
+        path = os.path.join(store, name)
+        if name.startswith(UNFINISHED) and os.path.getmtime(path) < time.time() - 24 * 3600:
+            shutil.rmtree(path, ignore_errors=True)
+
+
 def unpack(archive, folder):
     """Makes a folder of an archive; there is none before it is whole."""
     store = os.path.dirname(os.path.dirname(folder))
-    made = tempfile.mkdtemp(prefix='.new.', dir=store)
+    made = tempfile.mkdtemp(prefix=UNFINISHED, dir=store)
     try:
         package = os.path.join(made, os.path.basename(folder))
         os.mkdir(package, 0o755)
@@ -103,6 +114,7 @@ def main():
     paths = {digest: os.path.join(store, digest, name) for digest, name in wanted.items()}
     try:
         os.makedirs(store, 0o755, exist_ok=True)
+        clean(store)
         for digest, archive in module.params['archives'].items():
             if not os.path.isdir(paths[digest]):
                 unpack(archive, paths[digest])
