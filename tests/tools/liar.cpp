@@ -2,6 +2,7 @@
 // it is an honest one. Its device is the EEPROM at address 0x50 of bus 1: a version in the last byte, 0 while that is
 // not whole, and 64 bytes of firmware at the start. Most lies come to light when the writing fails.
 #include <fcntl.h>
+#include <limits.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -100,6 +101,8 @@ int Install(CChannelInterface& channel, bool halfWritten)
 
 int main(int, char** argv)
 {
+    char szFolder[PATH_MAX];
+    if (!getcwd(szFolder, sizeof szFolder)) std::abort();  // each run has a working folder
     OpenReport();
     std::ifstream(std::string(argv[2]) + "/lie") >> g_Lie;
     CServerLock lock;
