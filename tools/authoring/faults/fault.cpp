@@ -196,8 +196,8 @@ std::vector<Fault> Sample(const std::vector<Fault>& faults)
     std::map<std::pair<std::string, std::string>, std::vector<std::size_t>> groups;
     for (std::size_t i = 0; i < faults.size(); i++) groups[{faults[i].Step, faults[i].What}].push_back(i);
     std::set<std::size_t> chosen;
-    for (const auto& [group, faultsOfIt] : groups) {
-        const std::vector<std::size_t> all = OneOfEachStep(faults, faultsOfIt);
+    for (const auto& [group, members] : groups) {
+        const std::vector<std::size_t> all = OneOfEachStep(faults, members);
         for (const std::size_t place : {std::size_t{0}, std::size_t{1}, all.size() / 2, all.size() - 2, all.size() - 1})
             if (place < all.size()) chosen.insert(all[place]);
     }
