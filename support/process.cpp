@@ -209,6 +209,7 @@ CProcessRunner::CProcessRunner() : m_Before(), m_Signals(-1)
 
 CProcessRunner::~CProcessRunner()
 {
+    if (m_bStopped) IsStopped();  // who has asked to stop may have asked again
     close(m_Signals);
     signal(SIGPIPE, SIG_DFL);
     sigprocmask(SIG_SETMASK, &m_Before, nullptr);

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <sched.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -88,6 +89,12 @@ int RunLength(int jobs, int count)
     _exit(status);
 }
 
+// Who has asked to stop may ask again: what is left to do then is short, and leaves nothing behind.
+void IgnoreStops()
+{
+    for (const int stop : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) signal(stop, SIG_IGN);
+}
+
 }  // namespace
 
 bool DoWork(const Crew& crew, int count, const std::function<std::string(CProcessRunner&, int, int)>& work,
@@ -116,6 +123,7 @@ bool DoWork(const Crew& crew, int count, const std::function<std::string(CProces
         for (int done = 0;;) {
             if (!stopped && !signals.WaitForInput(readEnd.Get())) {
                 stopped = true;
+                IgnoreStops();
                 for (const pid_t process : workers) kill(process, SIGTERM);
             }
             const ssize_t size = read(readEnd.Get(), szPart, sizeof szPart);
