@@ -6,6 +6,7 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -16,6 +17,7 @@
 #include "sim/images/firmwareversion.h"
 #include "sim/server.h"
 #include "support/files.h"
+#include "support/help.h"
 #include "support/output.h"
 
 namespace
@@ -122,7 +124,8 @@ int ParseAndRun(int argc, char** argv)
 {
     CLI::App app("Runs an unmodified installer on a simulated server.");
     app.set_version_flag("--version", "zalsim " FLASHLIB_VERSION);
-    app.footer("Example: zalsim --server sim/servers/rack -- ./installer /d out.xml /y package/");
+    app.formatter(std::make_shared<CHelp>());
+    app.footer("Example:\n  $ zalsim --server sim/servers/rack -- ./installer /d out.xml /y package");
     std::string folder;
     std::string dumpFile;
     std::string journal;

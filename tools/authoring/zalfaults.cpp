@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -20,6 +21,7 @@
 
 #include "host/host.h"
 #include "sim/base/program.h"
+#include "support/help.h"
 #include "support/output.h"
 #include "support/process.h"
 #include "support/tempfolder.h"
@@ -299,11 +301,12 @@ int ParseAndRun(int argc, char** argv)
     CLI::App app(
         "Installs a component against every fault of the simulated server, and judges what it says and leaves.");
     app.set_version_flag("--version", "zalfaults " FLASHLIB_VERSION);
+    app.formatter(std::make_shared<CHelp>());
     app.footer(
-        "Runs the installer once without a fault and counts its steps; then each step has each fault that fits it, or\n"
-        "of many of one kind the first, the second, the middle and the last two. Behind each fault the installer is\n"
-        "run again without one; a run on a server that holds what it did in an earlier one is known, and not made\n"
-        "again. Prints what is left by class of fault; each rule that was broken with a command that shows it again.\n"
+        "Runs the installer once without a fault and counts its steps; then each step has each fault that fits it, or "
+        "of many of one kind the first, the second, the middle and the last two. Behind each fault the installer is "
+        "run again without one; a run on a server that holds what it did in an earlier one is known, and not made "
+        "again. Prints what is left by class of fault; each rule that was broken with a command that shows it again. "
         "Exit status: 0, 1 where a rule was broken, 2 for wrong arguments or when a signal stops it.");
     Options options;
     options.First.Step = "a run";
@@ -317,7 +320,7 @@ int ParseAndRun(int argc, char** argv)
         ->check(CLI::NonNegativeNumber);
     app.add_option("--seed", options.Seed, "Of the pairs (1)");
     app.add_option("--writes", options.Files,
-                   "A file of the server that holds what the installer may write: TMBR.fw; without it all that it\n"
+                   "A file of the server that holds what the installer may write: TMBR.fw; without it all that it "
                    "writes without a fault")
         ->allow_extra_args(false);
     app.add_option("--jobs", options.Jobs, "Installers that run at once; without it as many as there are processors")

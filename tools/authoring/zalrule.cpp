@@ -3,10 +3,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "host/rule.h"
+#include "support/help.h"
 #include "support/output.h"
 #include "tools/authoring/explain.h"
 #include "tools/simulated.h"
@@ -84,8 +86,8 @@ int ParseAndRun(int argc, char** argv)
 {
     CLI::App app("Evaluates an applicability rule, against this server or a simulated one.");
     app.set_version_flag("--version", "zalrule " FLASHLIB_VERSION);
-    app.footer(
-        "Example: zalrule --server sim/servers/rack -D RomMajor=3 --trace 'CPLD(3, 4:7) == 2 && $RomMajor >= 2'");
+    app.formatter(std::make_shared<CHelp>());
+    app.footer("Example:\n  $ zalrule --server sim/servers/rack --trace 'CPLD(3, 4:7) == 2 && !$Blade'");
     std::string rule;
     std::string server;
     std::vector<std::string> definitions;

@@ -8,9 +8,11 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "support/help.h"
 #include "support/output.h"
 #include "support/printable.h"
 #include "tools/deploy/commands.h"
@@ -32,8 +34,8 @@ const char* const Footer =
     "  1  updates are offered and were not installed\n"
     "  2  installed; takes effect when the server is restarted\n"
     "  3  a component may not be installed on this server as it is; the server lacks something\n"
-    "  4  a package can't be trusted; a discovery failed: an error, a crash, the time limit, rubbish; a part of the\n"
-    "     inventory can't be read; what was installed can't be verified; nothing can be installed on the server\n"
+    "  4  a package can't be trusted; a discovery failed: an error, a crash, the time limit, rubbish; a part of "
+    "the inventory can't be read; what was installed can't be verified; nothing can be installed on the server\n"
     "  5  stopped by a signal before all was done\n"
     "  6  an installation failed\n"
     "  7  zaldeploy itself could not run, or what it found can't be printed\n"
@@ -45,39 +47,38 @@ const char* const Footer =
     "  $ zaldeploy inventory --json";
 
 const char* const PlanFooter =
-    "Changes nothing. A package is a folder with a package description (qx*.xml) or an installer. Of several packages\n"
+    "Changes nothing. A package is a folder with a package description (qx*.xml) or an installer. Of several packages "
     "for one device the newest counts. What is not signed by a trusted key is not run. A discovery that reaches the "
     "time limit is ended.";
 
 const char* const InstallFooter =
-    "Installs what zaldeploy plan shows, after a question on the terminal. Each package is asked again before it is\n"
-    "installed, and afterwards. An installation has ten times the duration that it announces, if that is longer than\n"
-    "--timeout; then it is asked to end, and is ended when as much time has passed again: one that is writing to a\n"
+    "Installs what zaldeploy plan shows, after a question on the terminal. Each package is asked again before it is "
+    "installed, and afterwards. An installation has ten times the duration that it announces, if that is longer than "
+    "--timeout; then it is asked to end, and is ended when as much time has passed again: one that is writing to a "
     "device goes on when asked.";
 
 const char* const RestoreFooter =
-    "Writes an image from /var/lib/flashlib/backup through the installer that has replaced it, whose package is kept\n"
+    "Writes an image from /var/lib/flashlib/backup through the installer that has replaced it, whose package is kept "
     "beside it and checked again. The image's family, size and checksum are checked before anything is erased.";
 
 const char* const HistoryFooter =
-    "Changes nothing. The newest installation comes first; what it says of versions is what discovery has found. It "
-    "is\n"
+    "Changes nothing. The newest installation comes first; what it says of versions is what discovery has found. It is "
     "kept in an SQLite database, history.db in /var/lib/flashlib, in the folder of a simulated server there.";
+
 const char* const VerifyFooter =
-    "Changes nothing. Exit status: 0 when each device holds what its package offers, 1 when one holds something else,\n"
+    "Changes nothing. Exit status: 0 when each device holds what its package offers, 1 when one holds something else, "
     "4 when a package can't be trusted.";
 
 const char* const InventoryFooter = "Changes nothing. Exit status: 0, or 4 where a part can't be read.";
 
 const char* const DoctorFooter =
-    "Changes nothing. Exit status: 0 when all is well, 3 when something that not every installation needs is missing,\n"
+    "Changes nothing. Exit status: 0 when all is well, 3 when something that not every installation needs is missing, "
     "4 when no installation can succeed.";
 
 const char* const RecordFooter =
     "Changes nothing on the server. DIR becomes a folder that zalsim takes as a server: of the same answers, as far as "
-    "they\n"
-    "can be read. What could not be read is listed with its reason, in record.json there, too, and the exit status is "
-    "4.";
+    "they can be read. What could not be read is listed with its reason, in record.json there, too, and the exit "
+    "status is 4.";
 
 // An empty variable of a script must not stand for this server.
 std::string NotEmpty(const std::string& text)
@@ -306,6 +307,7 @@ void KeepDescriptors()
 int ParseAndRun(int argc, char** argv)
 {
     CLI::App app("Shows what firmware folders of component packages offer to a server, and installs it.", "zaldeploy");
+    app.formatter(std::make_shared<CHelp>());
     app.footer(Footer);
     app.require_subcommand(1);
     app.set_version_flag("--version", "zaldeploy " FLASHLIB_VERSION);
