@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <regex>
 #include <sstream>
 
 #include "support/serverlock.h"
@@ -432,5 +433,14 @@ TEST_F(Zaldeploy, SaysWhenItCanNotRun)
     for (const std::string& command : commands) {
         EXPECT_NE(0, RunOnHost("{ " + command + " >/dev/full; }", m_Output)) << command;
         EXPECT_TRUE(Says("can't be printed: No space left on device")) << command << m_Output;
+    }
+}
+
+TEST_F(Zaldeploy, TellsHelpIn80Columns)
+{
+    for (const std::string program :
+         {ZALDEPLOY, ZALDEPLOY " install", ZALSIM, "'" BUILD "/tools/zalfaults'", "'" BUILD "/tools/zalrule'"}) {
+        EXPECT_EQ(0, RunOnHost(program + " --help", m_Output)) << program;
+        EXPECT_FALSE(std::regex_search(m_Output, std::regex("[^\n]{81}"))) << m_Output;
     }
 }
