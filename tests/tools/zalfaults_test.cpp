@@ -48,3 +48,14 @@ TEST_F(Zalfaults, FindsEachLieByTheRuleThatItBreaks)
         EXPECT_NE(std::string::npos, m_Output.find("\n" + std::string(rule) + ": ")) << rule << m_Output;
     }
 }
+
+TEST_F(Zalfaults, RunsNothingThatWouldSeeTheHost)
+{
+    m_Folder.Write("liar/liar", "#!/bin/sh\n");
+    fs::permissions(m_Folder.Path() / "liar/liar", fs::perms::owner_all);
+    EXPECT_EQ(2, Run(""));
+    EXPECT_NE(std::string::npos, m_Output.find("is a script")) << m_Output;
+    fs::remove(m_Folder.Path() / "liar/liar");
+    EXPECT_EQ(2, Run(""));
+    EXPECT_NE(std::string::npos, m_Output.find("liar/liar: No such file or directory")) << m_Output;
+}
