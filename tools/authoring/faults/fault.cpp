@@ -78,10 +78,11 @@ class CMaker
         m_Faults.push_back({{value}, 0, group, what, step.Number});
     }
 
-    void AddPowerLost(const Step& step, const std::string& group, const char* when)
+    // Where in the step is told by a member: "bytes": 100.
+    void AddPowerLost(const Step& step, const std::string& group, const std::string& what, const std::string& where)
     {
-        AddValue(step, group, std::string("power lost, ") + when,
-                 "power_lost_at_step={\"step\": " + std::to_string(step.Number) + ", \"when\": " + Quoted(when) + "}");
+        AddValue(step, group, "power lost, " + what,
+                 "power_lost_at_step={\"step\": " + std::to_string(step.Number) + ", " + where + "}");
     }
 
     // Power goes when some of its bytes are written.
@@ -89,16 +90,13 @@ class CMaker
     {
         const std::size_t part = std::max<std::size_t>((step.Size + Parts - 1) / Parts, 1);
         for (std::size_t bytes = part; bytes < step.Size; bytes += part)
-            AddValue(step, group, "power lost, inside",
-                     "power_lost_at_step={\"step\": " + std::to_string(step.Number) +
-                         ", \"bytes\": " + std::to_string(bytes) + "}");
+            AddPowerLost(step, group, "inside", "\"bytes\": " + std::to_string(bytes));
     }
 
     // Power goes before the step and behind it; the installer, which is in no inner step, dies behind it.
     void AddEnds(const Step& step, const std::string& group, bool kills)
     {
-        AddPowerLost(step, group, "before");
-        AddPowerLost(step, group, "after");
+        for (const char* when : {"before", "after"}) AddPowerLost(step, group, when, "\"when\": " + Quoted(when));
         if (kills) m_Faults.push_back({{}, step.Number, group, "installer killed", step.Number});
     }
 
